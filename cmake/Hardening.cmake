@@ -1,0 +1,16 @@
+# Sanitizers and hardening exclude each other: FORTIFY_SOURCE hides reads from the sanitizers.
+add_library(veltrancord_hardening INTERFACE)
+if(VELTRANCORD_SANITIZE)
+  target_compile_options(
+    veltrancord_hardening
+    INTERFACE -fsanitize=${VELTRANCORD_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(veltrancord_hardening INTERFACE -fsanitize=${VELTRANCORD_SANITIZE})
+elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
+  target_compile_options(veltrancord_hardening INTERFACE -fstack-protector-strong
+                                                         -fstack-clash-protection)
+  target_compile_definitions(veltrancord_hardening INTERFACE _FORTIFY_SOURCE=2)
+  target_link_options(veltrancord_hardening INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack
+                      -Wl,--as-needed)
+  # -pie belongs to programs only.
+  set(CMAKE_EXE_LINKER_FLAGS "${CMAKE_EXE_LINKER_FLAGS} -pie")
+endif()

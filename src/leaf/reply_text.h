@@ -1,0 +1,82 @@
+// The reply body that a handler builds.
+//
+// The text grows on demand up to a bound given when it is opened. The reply capacity is that
+// bound, never an allocation: clearing and touching a buffer of the full capacity for each request
+// would cost more than all the rest of the request, and grow with the configuration. Four bytes are
+// kept free in front of the text, so that the reply frame (result, then body) is one block of
+// memory and goes out without a copy.
+//
+// Used by the server thread only. Nothing here throws; memory that cannot be had is a false.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <span>
+#include <string_view>
+
+namespace veltrancord {
+
+class reply_text {
+  public:
+    static constexpr std::size_t frame_header = 4;
+
+    reply_text() noexcept = default;
+    reply_text(reply_text&& other) noexcept;
+    reply_text& operator=(reply_text&& other) noexcept;
+    reply_text(const reply_text&) = delete;
+    reply_text& operator=(const reply_text&) = delete;
+    ~reply_text() = default;
+
+    // Makes an empty text of at most `bound` bytes and allocates its first block. An opened text
+    // counts as a reply body even while it is empty.
+    //
+    // Return: false when memory could not be had; the text is then closed.
+    [[nodiscard]] bool open(std::size_t bound) noexcept;
+
+    // Frees the memory; is_open() is false from then on.
+    void close() noexcept;
+
+    // Appends all of `text` or nothing.
+    //
+    // Return: false when the bound would be passed or memory could not be had.
+    [[nodiscard]] bool append(std::string_view text) noexcept;
+
+    // Appends `count` bytes, all zero, and hands them out to be filled; they stay valid until the
+    // next call that grows the text.
+    //
+    // Return: an empty span when the bound would be passed or memory could not be had.
+    [[nodiscard]] std::span<char> extend(std::size_t count) noexcept;
+
+    // Cuts the text to its first `length` bytes; a longer length does nothing.
+    void truncate(std::size_t length) noexcept;
+
+    // Makes sure that `length` bytes in all can be appended without another allocation.
+    //
+    // Return: false when the bound is below `length` or memory could not be had.
+    [[nodiscard]] bool reserve(std::size_t length) noexcept;
+
+    [[nodiscard]] bool is_open() const noexcept { return block_ != nullptr; }
+    [[nodiscard]] std::size_t size() const noexcept { return size_; }
+    [[nodiscard]] std::size_t bound() const noexcept { return bound_; }
+
+    // The text; valid until the next change.
+    [[nodiscard]] std::string_view view() const noexcept;
+
+    // The 4 bytes for `result` filled in, little-endian, and the text behind them: the reply frame.
+    // The text must be open. Valid until the next change.
+    [[nodiscard]] std::string_view frame(int32_t result) noexcept;
+
+  private:
+    struct free_deleter {
+        void operator()(char* block) const noexcept { std::free(block); }
+    };
+
+    std::unique_ptr<char, free_deleter> block_;  // frame_header bytes, then the text
+    std::size_t size_ = 0;
+    std::size_t allocated_ = 0;  // bytes of text that the block has room for
+    std::size_t bound_ = 0;
+};
+
+}  // namespace veltrancord

@@ -1,0 +1,100 @@
+// The document set: every file of the configuration directory, parsed in memory.
+//
+// Used by the server thread, and by the main thread before that one serves its first request.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+#include "store/xml_document.h"
+
+namespace veltrancord {
+
+enum save_flag : uint32_t {
+    DOC_SAVE_FLASH = 1,   // changed; written to its file after the current command
+    DOC_SAVE_MEMORY = 2,  // changed in memory only; written by syncmemtoflash or with a flash save
+};
+
+// One loaded file. Records live in the list from LoadXmlDir or AddXmlDocNode until
+// RemoveXmlDocNode, PruneXmlDocs or FreeXmlDocs. Walking the list, skip records without a document:
+// PruneXmlDocs may leave one at the head.
+struct XmlDocNode {
+    XmlDocNode* prev = nullptr;
+    XmlDocNode* next = nullptr;
+    std::unique_ptr<XmlDocument> doc;  // its value (name) is the file name
+    char path[128] = {};               // full path of the file
+    char name[64] = {};                // the file name, by which documents are found
+    uint32_t saveFlags = 0;            // bits of save_flag
+};
+
+// Head of the list; null when nothing is loaded. New records are always put at the head.
+extern XmlDocNode* g_xmlDocList;
+
+// What the process does around loading and freeing the set; set once by the process before
+// LoadXmlDir. The store itself owns no semaphore and no shared memory.
+struct store_hooks {
+    void (*loaded)() = nullptr;  // LoadXmlDir has read the last entry: set the semaphores
+    void (*freed)() = nullptr;   // FreeXmlDocs: detach and remove the shared-memory segments
+    // The first word of the second shared-memory segment, or null while it is not attached.
+    uint32_t* (*reply_length_word)() = nullptr;
+};
+extern store_hooks g_storeHooks;
+
+// Loads every file of the directory, which is also remembered as the configuration directory. A
+// file that cannot be read is reported and skipped; one that does not parse is kept, empty or
+// partial, under its name. A directory that cannot be opened is reported on standard error and
+// gives an empty set.
+//
+// Return: 0.
+int32_t LoadXmlDir(const char* dir);
+
+// The directory given to LoadXmlDir; documents are created in it.
+[[nodiscard]] const char* XmlConfigDir();
+
+// Memory handed out by LoadFile2Buf.
+struct free_file_text {
+    void operator()(char* text) const;
+};
+using file_text = std::unique_ptr<char, free_file_text>;
+
+// Reads a whole file into a new NUL-terminated text. The file must be writable too, and not empty.
+// Messages as printed by the routine go to standard output and standard error. Bytes that could not
+// be read are zero.
+//
+// Return: 0 with the text in `buf`, or -1.
+[[nodiscard]] int32_t LoadFile2Buf(const char* path, file_text& buf);
+
+// The first record of that name from the head (compared exactly), or null.
+[[nodiscard]] XmlDocument* FindXmlDoc(std::string_view name);
+[[nodiscard]] XmlDocNode* FindXmlDocNode(std::string_view name);
+
+// Puts a new record at the head of the list. Name and path over their fields are cut.
+//
+// Return: the record, or null when memory could not be had.
+XmlDocNode* AddXmlDocNode(std::string_view name, std::string_view path,
+                          std::unique_ptr<XmlDocument> doc);
+
+// Drops the record with its document; a record that is not in the list is ignored. Return: 0.
+int32_t RemoveXmlDocNode(XmlDocNode* node);
+
+// Drops every record whose file no longer exists. The head pointer stays as it is even when the
+// head's record is dropped: an emptied record without document, name and path then stays there,
+// which no lookup finds.
+void PruneXmlDocs();
+
+// Merges the element tree `from` into `into`: texts of `from` win, elements only in `into` stay.
+// Null arguments do nothing. Return: 0.
+int32_t MergeXmlNode(TiXmlNode* into, TiXmlNode* from);
+
+// Merges the first child node of the record's document, when that is an element. Return: 0.
+int32_t MergeXmlDoc(XmlDocNode* node, TiXmlNode* into);
+
+// Empties the set and runs the `freed` hook. Return: 0.
+int32_t FreeXmlDocs();
+
+// Return: 1 if stat() succeeds, else 0.
+[[nodiscard]] int32_t XmlFileExists(const char* path);
+
+}  // namespace veltrancord

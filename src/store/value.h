@@ -1,0 +1,54 @@
+// Finding an element by path, and reading and setting its value.
+#pragma once
+
+#include <tinyxml.h>
+
+#include <cstdint>
+#include <string_view>
+
+#include "encoding/secret.h"
+#include "store/path.h"
+
+namespace veltrancord {
+
+// Selects an element depth-first from `first` and its following siblings, with backtracking: where
+// an element of the right name does not hold the rest of the path, a later one of that name may.
+//
+// Return: the element, owned by its document, or null.
+[[nodiscard]] TiXmlElement* FindXmlElement(TiXmlElement* first, const XmlPath& list);
+
+// The text of the element's first child when that is a text node; a view without data otherwise.
+// Valid until the document changes.
+[[nodiscard]] std::string_view XmlElementText(const TiXmlElement& element);
+
+// Whether the name is "Password" in any case: such values are kept in "enc:" form.
+[[nodiscard]] bool IsSecretName(std::string_view name);
+
+// A value that was looked up. `text` points into the document or at `plain` below, and is valid
+// until either changes.
+struct XmlValue {
+    std::string_view text;
+    char plain[secret_text_size];  // the decoded form of a secret
+
+    XmlValue() { plain[0] = '\0'; }
+    XmlValue(const XmlValue&) = delete;
+    XmlValue& operator=(const XmlValue&) = delete;
+};
+
+// Looks up one setting; a secret is decoded into `out`.
+//
+// Return: the length of the stored text (for a secret that of its "enc:" form, though the text is
+// the plain one: clients rely on the length), result_not_found or result_bad_argument (a path that
+// does not split, or a wildcard).
+[[nodiscard]] int32_t ReadXmlValue(std::string_view path, XmlValue& out);
+
+// Sets the value at a path below `start`, a document, so that the first component names the root
+// element. Missing elements are created, each as the last child of its parent; there is no
+// backtracking. The element's first child node is removed, whatever it is, and the text appended. A
+// secret is stored in "enc:" form. Memory only: the caller marks the document for saving.
+//
+// Return: result_ok, or result_store_failed for a secret whose "enc:" form is over 255 bytes; the
+// element then keeps its old value.
+[[nodiscard]] int32_t SetXmlValue(TiXmlNode& start, const XmlPath& list, std::string_view value);
+
+}  // namespace veltrancord

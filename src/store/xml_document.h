@@ -1,0 +1,27 @@
+// A parsed XML document that can be loaded from text in memory.
+#pragma once
+
+#include <tinyxml.h>
+
+namespace veltrancord {
+
+class XmlDocument : public TiXmlDocument {
+  public:
+    // `name` becomes the document's value; for configuration documents it is the file name.
+    explicit XmlDocument(const char* name) : TiXmlDocument(name) {}
+
+    // Parses the NUL-terminated text into the document in place of what it held. "\r\n" and "\r"
+    // count as "\n". Never touches a file, and leaves the name as it was.
+    //
+    // Return: false when the text is empty (error TIXML_ERROR_DOCUMENT_EMPTY) or does not parse;
+    // the document is then empty or holds what was parsed before the error.
+    bool LoadXMLFile(const char* text);
+
+    // Whether the text began with a UTF-8 byte order mark, which a saved document repeats.
+    [[nodiscard]] bool HasByteOrderMark() const { return has_byte_order_mark_; }
+
+  private:
+    bool has_byte_order_mark_ = false;
+};
+
+}  // namespace veltrancord
