@@ -9,8 +9,14 @@ elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   target_compile_options(veltrancord_hardening INTERFACE -fstack-protector-strong
                                                          -fstack-clash-protection)
   target_compile_definitions(veltrancord_hardening INTERFACE _FORTIFY_SOURCE=2)
-  target_link_options(veltrancord_hardening INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack
-                      -Wl,--as-needed)
-  # -pie belongs to programs only.
-  set(CMAKE_EXE_LINKER_FLAGS "${CMAKE_EXE_LINKER_FLAGS} -pie")
+  target_link_options(
+    veltrancord_hardening
+    INTERFACE
+    -Wl,-z,relro
+    -Wl,-z,now
+    -Wl,-z,noexecstack
+    -Wl,--as-needed)
+  # Position-independent programs; the policy lets CMake pass -pie to the linker for programs alone.
+  include(CheckPIESupported)
+  check_pie_supported(LANGUAGES CXX)
 endif()

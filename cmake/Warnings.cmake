@@ -2,9 +2,39 @@
 add_library(veltrancord_warnings INTERFACE)
 target_compile_options(
   veltrancord_warnings
-  INTERFACE -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion -Wformat=2
-            -Wcast-align -Wcast-qual -Wundef -Wvla -Wnull-dereference -Wimplicit-fallthrough
+  INTERFACE -Wall
+            -Wextra
+            -Wpedantic
+            -Werror
+            -Wshadow
+            -Wconversion
+            -Wsign-conversion
+            -Wdouble-promotion
+            -Wformat=2
+            -Wcast-align
+            -Wcast-qual
+            -Wundef
+            -Wvla
+            -Wnull-dereference
+            -Wimplicit-fallthrough
+            -Wmissing-declarations
+            -Wunused)
+target_compile_options(
+  veltrancord_warnings
+  INTERFACE $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes
+            -Wmissing-prototypes>
             $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor
             -Wold-style-cast
             -Woverloaded-virtual
             -Wextra-semi>)
+# Some only one of the two compilers knows.
+target_compile_options(
+  veltrancord_warnings
+  INTERFACE $<$<C_COMPILER_ID:GNU>:-Wduplicated-cond
+            -Wduplicated-branches
+            -Wlogical-op
+            -Walloca>
+            $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wuseless-cast>
+            $<$<C_COMPILER_ID:Clang>:-Wcomma
+            -Wunreachable-code
+            -Wloop-analysis>)
