@@ -1,23 +1,94 @@
 // Replacing the content of a file so that at every instant the file is wholly the old one or wholly
-// the new one, whatever is cut.
+// the new one, whatever is cut. Why it is done this way is told at the top of file_replacer.cpp.
+//
+// The routines keep no state between calls. A helper file has one name for each file, so two
+// threads must not replace the same file at once; the service replaces files on the server thread,
+// and on the main thread before that one serves.
 #pragma once
 
+#include <climits>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
+#include "leaf/owned_fd.h"
+
 namespace veltrancord {
+
+// One replacement: prepare() writes the new content aside, commit() puts it in place in one step.
+// What was prepared and not committed vanishes with the object.
+//
+// Both print one line on standard error when they fail, "replace_file <path> error : <reason>".
+class file_replacement {
+  public:
+    file_replacement() = default;
+    file_replacement(const file_replacement&) = delete;
+    file_replacement& operator=(const file_replacement&) = delete;
+    ~file_replacement() { discard(); }
+
+    // Writes `content`, as the future content of the file at `path`, into a helper file beside it
+    // and flushes it to the device. A symbolic link is followed: its target is what will be
+    // replaced. Mode and owner are those of the file that is there. `path` and `content` must stay
+    // until commit(). To be called once.
+    //
+    // Return: result_ok, or result_failed when the content cannot be written: nothing has changed
+    // and nothing is left behind.
+    [[nodiscard]] int32_t prepare(const char* path, std::string_view content);
+
+    // Return: the path of the helper file, to read the content back from before it is committed;
+    // empty when no helper file can be made in that place, so that the content can only be read
+    // back from the file itself, after commit().
+    [[nodiscard]] std::string prepared_path() const;
+
+    // Puts the prepared content in place and flushes the directory. Where there can be no
+    // replacement (the directory is not writable, the file is a mount point), the file is written
+    // in place.
+    //
+    // Return: result_ok or result_failed; after a failure replaced() tells which content is there.
+    [[nodiscard]] int32_t commit();
+
+    // Whether the file has the new content. True after a failed commit() means that only the flush
+    // of its directory failed: a power cut may still bring the old content back.
+    [[nodiscard]] bool replaced() const { return replaced_; }
+
+  private:
+    [[nodiscard]] bool find_target();
+    [[nodiscard]] bool follow_link();
+    [[nodiscard]] bool open_directory();
+    [[nodiscard]] bool make_helper();
+    [[nodiscard]] bool keep_identity() const;
+    [[nodiscard]] bool fill_helper();
+    [[nodiscard]] int32_t commit_in_place();
+    void discard();
+
+    const char* path_ = nullptr;  // as the caller gave it
+    std::string_view content_;
+    char target_[PATH_MAX] = "";      // path_ with symbolic links followed
+    const char* name_ = target_;      // the file's name, within target_
+    char helper_[NAME_MAX + 1] = "";  // name of the helper file while there is one, else empty
+    owned_fd directory_;              // holds target and helper
+    owned_fd file_;                   // the helper file while it is being written
+    bool exists_ = false;             // there is a file, and the next four are its own:
+    bool regular_ = true;
+    uint32_t mode_ = 0666;
+    uint32_t owner_ = 0;
+    uint32_t group_ = 0;
+    bool replaced_ = false;
+};
 
 // Gives the file at `path` the content `content`; the file is created when it is missing.
 //
 // Return: result_ok, or result_failed after one line on standard error that names the file and the
-// reason; the old content is then still there, and nothing is left behind.
+// reason; the old content is then still there (but for a failed flush of the directory, see
+// file_replacement::replaced), and nothing is left behind.
 [[nodiscard]] int32_t replace_file(const char* path, std::string_view content);
 
 // Whether a directory entry's name is that of a helper file that a replacement cut in the middle
 // may have left: such an entry is never a document and is never counted.
 [[nodiscard]] bool is_replacement_leftover(std::string_view name);
 
-// Removes what interrupted replacements left in `directory`; called once before anything is loaded.
+// Removes what interrupted replacements left in `directory`: regular files of the name above and
+// nothing else. Called once before anything is loaded. Prints nothing.
 void clear_replacement_leftovers(const char* directory);
 
 }  // namespace veltrancord

@@ -1,0 +1,399 @@
+// How a file gets its new content.
+//
+// The device loses power at any moment, and its settings must not. So a file is never opened for
+// writing: the new content goes into a helper file in the same directory, is flushed to the device,
+// and takes the old file's name by rename(), which the file system does wholly or not at all. The
+// flush comes before the rename, because a file system may well write the new name to the device
+// before the data that it names: the file would then be empty after a power cut, which is how
+// settings are usually lost. The directory is flushed last, so that a client that holds its reply
+// can pull the plug.
+//
+// What was considered and rejected:
+// - Writing in place, even with a copy kept elsewhere. Every reader would have to know about the
+//   copy and to judge which of the two is whole; a rename leaves nothing to judge.
+// - An unnamed file (O_TMPFILE) given its name by linkat(). It would leave nothing behind after a
+//   cut, but linkat() refuses a name that exists, so that a second, named step would be needed.
+// - Helper files in one directory of their own. It need not be on the same file system (a document
+//   may be a link to a file elsewhere), and then there is no rename.
+// - A helper name with a random part. Each cut would leave another file, also in places that nobody
+//   sweeps, such as the directory that a link points to. With one name for each file there is at
+//   most one leftover, and the next save of that file removes it.
+// - Keeping the directories open between saves. It would spare two system calls, and keep writing
+//   into a directory that has meanwhile been replaced or mounted over.
+//
+// The helper's name begins with "." and holds further dots. No dotted path leads to such a name,
+// and no XML element can have it, so skipping it hides nobody's document.
+//
+// Where no replacement can be made but the file itself is writable (a directory without write
+// permission, a file that is a mount point, an owner that cannot be kept), the file is written in
+// place: room is reserved first, the old content is held in memory and put back if a write fails. A
+// power cut can tear such a file; there is no way in that place to prevent it. Conditions that more
+// room or better luck would mend (no space, quota, an input/output error, no descriptors) are no
+// reason to write in place: the old file stays, and the caller tries again later.
+//
+// System calls of one replacement: open the directory, stat the file, create the helper and stat
+// it, write, fsync, close, rename, fsync the directory, close it. The two stats keep mode and
+// owner; a change of either costs one call more.
+#include "leaf/file_replacer.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "leaf/result.h"
+
+namespace veltrancord {
+
+namespace {
+
+constexpr std::string_view helper_prefix = ".veltrancord-new.";
+constexpr int max_links = 40;  // as many as the kernel follows
+constexpr int max_interruptions =
+    100;  // a call that is interrupted more often than this has failed
+constexpr mode_t permission_bits = 07777;
+
+// Makes a system call again as long as it is interrupted, within reason.
+template <typename Call>
+auto uninterrupted(Call call) {
+    auto outcome = call();
+    for (int i = 0; i < max_interruptions && outcome < 0 && errno == EINTR; ++i) {
+        outcome = call();
+    }
+    return outcome;
+}
+
+// Return: false with errno set. What was written then is anybody's guess.
+bool write_whole(int fd, std::string_view content) {
+    while (!content.empty()) {
+        const ssize_t written =
+            uninterrupted([&] { return ::write(fd, content.data(), content.size()); });
+        if (written <= 0) {
+            errno = written == 0 ? ENOSPC : errno;
+            return false;
+        }
+        content.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+// A file system without such a flush has nothing to flush.
+//
+// Return: false with errno set.
+bool flush(int fd) {
+    return uninterrupted([&] { return ::fsync(fd); }) == 0 || errno == EINVAL || errno == ENOSYS ||
+           errno == EOPNOTSUPP;
+}
+
+// Whether an error in making a helper file or in renaming it means that this place allows no
+// replacement at all, while the file itself may be writable.
+bool forbids_replacement(int error) {
+    switch (error) {
+        case EACCES:
+        case EPERM:
+        case EROFS:
+        case EBUSY:
+        case EXDEV:
+        case EEXIST:
+        case ENAMETOOLONG:
+            return true;
+        default:
+            return false;
+    }
+}
+
+int32_t report_failure(const char* path, int error, bool damaged) {
+    std::fprintf(stderr, "replace_file %s error : %s%s\n", path, std::strerror(error),
+                 damaged ? ", the file may be damaged" : "");
+    return result_failed;
+}
+
+// Return: whether there was such a regular file, which is now gone.
+bool remove_leftover(int directory, const char* name) {
+    struct stat status {};
+    return ::fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISREG(status.st_mode) && ::unlinkat(directory, name, 0) == 0;
+}
+
+// The content of a file that is about to be written in place.
+class kept_content {
+  public:
+    // Return: false with errno set when it could not be read.
+    [[nodiscard]] bool read(int fd, std::size_t size) {
+        bytes_.reset(static_cast<char*>(std::malloc(size + 1)));
+        if (bytes_ == nullptr) {
+            return false;
+        }
+        while (size_ < size) {
+            const ssize_t count =
+                uninterrupted([&] { return ::read(fd, bytes_.get() + size_, size - size_); });
+            if (count < 0) {
+                return false;
+            }
+            if (count == 0) {
+                break;
+            }
+            size_ += static_cast<std::size_t>(count);
+        }
+        return true;
+    }
+
+    [[nodiscard]] std::string_view view() const { return {bytes_.get(), size_}; }
+
+  private:
+    struct free_bytes {
+        void operator()(char* bytes) const { std::free(bytes); }
+    };
+    std::unique_ptr<char, free_bytes> bytes_;
+    std::size_t size_ = 0;
+};
+
+// Return: false with errno set.
+bool overwrite(int fd, std::string_view content) {
+    return ::lseek(fd, 0, SEEK_SET) == 0 && write_whole(fd, content) &&
+           uninterrupted([&] { return ::ftruncate(fd, static_cast<off_t>(content.size())); }) ==
+               0 &&
+           flush(fd);
+}
+
+// Return: false with errno set; `damaged` tells whether the old content is lost, too.
+bool write_in_place(int directory, const char* name, std::string_view content, bool& damaged) {
+    const owned_fd file(uninterrupted([&] {
+        return ::openat(directory, name, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+    }));
+    struct stat status {};
+    if (!file || ::fstat(file.get(), &status) != 0) {
+        return false;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return write_whole(file.get(), content);
+    }
+    kept_content old;
+    if (!old.read(file.get(), static_cast<std::size_t>(status.st_size))) {
+        return false;
+    }
+    const auto length = static_cast<off_t>(content.size());
+    if (length > status.st_size && ::fallocate(file.get(), FALLOC_FL_KEEP_SIZE, 0, length) != 0 &&
+        (errno == ENOSPC || errno == EDQUOT || errno == EIO || errno == EFBIG)) {
+        return false;
+    }
+    if (overwrite(file.get(), content)) {
+        return true;
+    }
+    const int reason = errno;
+    damaged = !overwrite(file.get(), old.view());
+    errno = reason;
+    return false;
+}
+
+}  // namespace
+
+bool file_replacement::follow_link() {
+    char link[PATH_MAX];
+    const ssize_t count = ::readlinkat(directory_.get(), name_, link, sizeof link);
+    if (count < 0) {
+        return false;
+    }
+    const auto length = static_cast<std::size_t>(count);
+    // A relative link starts from the directory that holds it.
+    const std::size_t kept =
+        length > 0 && link[0] == '/' ? 0 : static_cast<std::size_t>(name_ - target_);
+    if (kept + length >= sizeof target_) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    std::memcpy(target_ + kept, link, length);
+    target_[kept + length] = '\0';
+    return true;
+}
+
+// Splits target_ into the directory, which is opened, and the name in it.
+bool file_replacement::open_directory() {
+    char* const slash = std::strrchr(target_, '/');
+    char* const name = slash != nullptr ? slash + 1 : target_;
+    const char first = std::exchange(*name, '\0');
+    const char* const place = slash != nullptr ? target_ : ".";
+    directory_.reset(
+        uninterrupted([&] { return ::open(place, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    *name = first;
+    name_ = name;
+    return static_cast<bool>(directory_);
+}
+
+// Links are followed by hand and not by realpath(), so that a link whose target is missing leads to
+// the place where the file is to be created.
+bool file_replacement::find_target() {
+    const std::size_t length = std::strlen(path_);
+    if (length >= sizeof target_) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    std::memcpy(target_, path_, length + 1);
+    for (int links = 0; links <= max_links; ++links) {
+        if (!open_directory()) {
+            return false;
+        }
+        struct stat status {};
+        if (::fstatat(directory_.get(), name_, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+            return errno == ENOENT;
+        }
+        if (!S_ISLNK(status.st_mode)) {
+            exists_ = true;
+            regular_ = S_ISREG(status.st_mode);
+            mode_ = status.st_mode & permission_bits;
+            owner_ = status.st_uid;
+            group_ = status.st_gid;
+            return true;
+        }
+        if (!follow_link()) {
+            return false;
+        }
+    }
+    errno = ELOOP;
+    return false;
+}
+
+// Owner first: a change of owner takes set-id bits away.
+bool file_replacement::keep_identity() const {
+    struct stat made {};
+    if (::fstat(file_.get(), &made) != 0) {
+        return false;
+    }
+    const bool owned_alike = made.st_uid == owner_ && made.st_gid == group_;
+    if (!owned_alike && ::fchown(file_.get(), owner_, group_) != 0) {
+        return false;
+    }
+    return (owned_alike && (made.st_mode & permission_bits) == mode_) ||
+           ::fchmod(file_.get(), mode_) == 0;
+}
+
+bool file_replacement::make_helper() {
+    const std::size_t room = sizeof helper_ - 1 - helper_prefix.size();
+    const std::string_view kept = std::string_view(name_).substr(0, room);
+    char helper[sizeof helper_];
+    std::memcpy(helper, helper_prefix.data(), helper_prefix.size());
+    std::memcpy(helper + helper_prefix.size(), kept.data(), kept.size());
+    helper[helper_prefix.size() + kept.size()] = '\0';
+
+    // Never readable by more than the old file, not even while it is still empty.
+    const auto create = [&] {
+        return ::openat(directory_.get(), helper,
+                        O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode_ & 0777);
+    };
+    file_.reset(uninterrupted(create));
+    if (!file_ && errno == EEXIST) {
+        if (!remove_leftover(directory_.get(), helper)) {
+            errno = EEXIST;
+            return false;
+        }
+        file_.reset(uninterrupted(create));
+    }
+    if (!file_) {
+        return false;
+    }
+    std::memcpy(helper_, helper, sizeof helper);
+    return !exists_ || keep_identity();
+}
+
+bool file_replacement::fill_helper() {
+    if (!write_whole(file_.get(), content_) || !flush(file_.get())) {
+        return false;
+    }
+    // Interrupted or not, the descriptor is closed, and the data are on the device.
+    return file_.close() == 0 || errno == EINTR;
+}
+
+int32_t file_replacement::prepare(const char* path, std::string_view content) {
+    path_ = path;
+    content_ = content;
+    if (!find_target()) {
+        return report_failure(path_, errno, false);
+    }
+    if (!regular_) {
+        return result_ok;
+    }
+    const bool made = make_helper();
+    if (made && fill_helper()) {
+        return result_ok;
+    }
+    const int reason = errno;
+    discard();
+    if (!made && exists_ && forbids_replacement(reason)) {
+        return result_ok;
+    }
+    return report_failure(path_, reason, false);
+}
+
+std::string file_replacement::prepared_path() const {
+    if (helper_[0] == '\0') {
+        return {};
+    }
+    return std::string(static_cast<const char*>(target_), name_).append(helper_);
+}
+
+int32_t file_replacement::commit_in_place() {
+    bool damaged = false;
+    if (!write_in_place(directory_.get(), name_, content_, damaged)) {
+        return report_failure(path_, errno, damaged);
+    }
+    replaced_ = true;
+    return result_ok;
+}
+
+int32_t file_replacement::commit() {
+    if (helper_[0] == '\0') {
+        return commit_in_place();
+    }
+    if (::renameat(directory_.get(), helper_, directory_.get(), name_) != 0) {
+        const int reason = errno;
+        discard();  // before the file is written in place: the helper takes the room
+        return exists_ && forbids_replacement(reason) ? commit_in_place()
+                                                      : report_failure(path_, reason, false);
+    }
+    helper_[0] = '\0';
+    replaced_ = true;
+    return flush(directory_.get()) ? result_ok : report_failure(path_, errno, false);
+}
+
+void file_replacement::discard() {
+    file_.reset();
+    if (helper_[0] != '\0') {
+        ::unlinkat(directory_.get(), helper_, 0);
+        helper_[0] = '\0';
+    }
+}
+
+int32_t replace_file(const char* path, std::string_view content) {
+    file_replacement replacement;
+    const int32_t prepared = replacement.prepare(path, content);
+    return prepared == result_ok ? replacement.commit() : prepared;
+}
+
+bool is_replacement_leftover(std::string_view name) {
+    return name.size() > helper_prefix.size() && name.starts_with(helper_prefix);
+}
+
+void clear_replacement_leftovers(const char* directory) {
+    struct close_directory {
+        void operator()(DIR* opened) const { ::closedir(opened); }
+    };
+    const std::unique_ptr<DIR, close_directory> opened(::opendir(directory));
+    if (opened == nullptr) {
+        return;
+    }
+    while (const dirent* entry = ::readdir(opened.get())) {
+        if (is_replacement_leftover(entry->d_name)) {
+            remove_leftover(::dirfd(opened.get()), entry->d_name);
+        }
+    }
+}
+
+}  // namespace veltrancord
