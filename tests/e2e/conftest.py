@@ -1,0 +1,118 @@
+"""Options, fixtures and safety nets of the end-to-end suite; README.md tells how to use them."""
+
+import faulthandler
+import os
+import resource
+import signal
+import threading
+
+import pytest
+
+import device as device_module
+from device import Device
+
+TEST_SECONDS = float(os.environ.get("E2E_TEST_SECONDS", "300"))
+
+
+def pytest_addoption(parser):
+    parser.addoption("--bin", metavar="PROGRAM", default=device_module.default_program,
+                     help="the program to test (default: %(default)s)")
+    parser.addoption("--slow", action="store_true", help="run the tests marked slow too")
+
+
+def pytest_configure(config):
+    device_module.default_program = os.path.realpath(config.getoption("--bin"))
+    if not os.access(device_module.default_program, os.X_OK):
+        raise pytest.UsageError(f"there is no program {device_module.default_program}: build it first")
+    # Some tests hold more connections than the usual soft limit allows.
+    soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+    if soft != resource.RLIM_INFINITY and soft < 8192:
+        wanted = 8192 if hard == resource.RLIM_INFINITY else min(8192, hard)
+        resource.setrlimit(resource.RLIMIT_NOFILE, (max(soft, wanted), hard))
+
+
+def pytest_collection_modifyitems(config, items):
+    if config.getoption("--slow"):
+        return
+    for item in items:
+        if item.get_closest_marker("slow"):
+            item.add_marker(pytest.mark.skip(reason="slow: run with --slow"))
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_protocol():
+    """Ends a test that hangs where no wait of its own has a limit."""
+    if threading.current_thread() is not threading.main_thread():
+        yield
+        return
+
+    def give_up(*_):
+        faulthandler.dump_traceback()
+        raise TimeoutError(f"the test has run for over {TEST_SECONDS} s")
+
+    before = signal.signal(signal.SIGALRM, give_up)
+    signal.setitimer(signal.ITIMER_REAL, TEST_SECONDS)
+    yield
+    signal.setitimer(signal.ITIMER_REAL, 0)
+    signal.signal(signal.SIGALRM, before)
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    """A failing test shows what the service printed."""
+    outcome = yield
+    report = outcome.get_result()
+    if not report.failed or call.when != "call":
+        return
+    for name, value in getattr(item, "funcargs", {}).items():
+        for one in value if isinstance(value, list) else [value]:
+            if isinstance(one, Device):
+                try:
+                    report.sections.append((f"output of {name}", one.output()[-8000:]))
+                except OSError:
+                    pass
+
+
+def _check_and_close(device):
+    findings = device.sanitizer_findings()
+    device.close()
+    if findings:
+        pytest.fail(f"a sanitizer found:\n{findings}", pytrace=False)
+
+
+@pytest.fixture
+def device():
+    """A fresh device: default directories empty, the service not started."""
+    with Device() as fresh:
+        yield fresh
+        _check_and_close(fresh)
+
+
+@pytest.fixture(scope="module")
+def shared_device():
+    """One device for all tests of a module (that run in one process), for tests that only read.
+    Start it in a module-scoped fixture of your own."""
+    with Device() as fresh:
+        yield fresh
+        _check_and_close(fresh)
+
+
+@pytest.fixture
+def service(device):
+    """A function that writes the given documents, starts the service and returns its device:
+    service({"Account": "<Account/>"}, "-t", "600")."""
+
+    def start(documents=None, *options, **start_arguments):
+        device.write_documents(documents or {})
+        device.start(*options, **start_arguments)
+        return device
+
+    return start
+
+
+@pytest.fixture
+def sample(device):
+    """A started service on the repository's sample configuration."""
+    device.copy_sample_database()
+    device.start()
+    return device
