@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Fails when a tracked file holds what means nothing to its reader: a folder of somebody's machine, a
+# reference to a document that does not lie in the tree, an unfinished mark.
+set -uo pipefail
+
+# Each pattern is written so that it does not match itself.
+patterns=(
+    '(^|[^A-Za-z0-9_.])/([w]ork|[f]arm|[h]ome/[a-z]+|[r]oot)/'
+    '\b[s]pec(ification)?\b|[s]pec\.md'
+    '\b[P]arts? [1-7]\.[1-9]\b|\b[P]art[0-9]'
+    '\b([T]ODO|[F]IXME|[X]XX)\b'
+)
+status=0
+for pattern in "${patterns[@]}"; do
+    if git grep -nIP "$pattern" -- . ':!*.svg'; then
+        status=1
+    fi
+done
+if ((status != 0)); then
+    echo 'These lines need other words.' >&2
+fi
+exit "$status"
