@@ -34,7 +34,6 @@ target_compile_options(
             -Wduplicated-branches
             -Wlogical-op
             -Walloca>
-            $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wuseless-cast>
             $<$<C_COMPILER_ID:Clang>:-Wcomma
             -Wunreachable-code
             -Wloop-analysis>)
