@@ -8,6 +8,7 @@
 #include <memory>
 #include <string_view>
 
+#include "store/file_text.h"
 #include "store/xml_document.h"
 
 namespace veltrancord {
@@ -44,7 +45,10 @@ extern store_hooks g_storeHooks;
 
 // Loads every file of the directory, which is also remembered as the configuration directory. A
 // file that cannot be read is reported and skipped; one that does not parse is kept, empty or
-// partial, under its name. A directory that cannot be opened is reported on standard error and
+// partial, under its name. What an interrupted replacement left behind is swept first, and never
+// loaded. A file whose name is over 63 bytes or whose path is over 127 is reported and skipped: a
+// cut name could hide another document, and a cut path be saved over another file. A directory that
+// cannot be opened is reported on standard error and
 // gives an empty set.
 //
 // Return: 0.
@@ -52,19 +56,6 @@ int32_t LoadXmlDir(const char* dir);
 
 // The directory given to LoadXmlDir; documents are created in it.
 [[nodiscard]] const char* XmlConfigDir();
-
-// Memory handed out by LoadFile2Buf.
-struct free_file_text {
-    void operator()(char* text) const;
-};
-using file_text = std::unique_ptr<char, free_file_text>;
-
-// Reads a whole file into a new NUL-terminated text. The file must be writable too, and not empty.
-// Messages as printed by the routine go to standard output and standard error. Bytes that could not
-// be read are zero.
-//
-// Return: 0 with the text in `buf`, or -1.
-[[nodiscard]] int32_t LoadFile2Buf(const char* path, file_text& buf);
 
 // The first record of that name from the head (compared exactly), or null.
 [[nodiscard]] XmlDocument* FindXmlDoc(std::string_view name);

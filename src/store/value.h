@@ -24,6 +24,11 @@ namespace veltrancord {
 // Whether the name is "Password" in any case: such values are kept in "enc:" form.
 [[nodiscard]] bool IsSecretName(std::string_view name);
 
+// Decodes the stored form of a secret into `plain` and gives the plain text, which is empty where
+// nothing can be decoded. Valid until `plain` changes.
+[[nodiscard]] std::string_view DecodeSecret(std::string_view stored,
+                                            char (&plain)[secret_text_size]);
+
 // A value that was looked up. `text` points into the document or at `plain` below, and is valid
 // until either changes.
 struct XmlValue {

@@ -8,13 +8,14 @@ namespace veltrancord {
 class XmlDocument : public TiXmlDocument {
   public:
     // `name` becomes the document's value; for configuration documents it is the file name.
-    explicit XmlDocument(const char* name) : TiXmlDocument(name) {}
+    explicit XmlDocument(const char* name);
 
     // Parses the NUL-terminated text into the document in place of what it held. "\r\n" and "\r"
     // count as "\n". Never touches a file, and leaves the name as it was.
     //
     // Return: false when the text is empty (error TIXML_ERROR_DOCUMENT_EMPTY) or does not parse;
-    // the document is then empty or holds what was parsed before the error.
+    // the document is then empty or holds what was parsed before the error. Text nested deeper than
+    // max_xml_nesting (store/nesting.h) is not parsed at all.
     bool LoadXMLFile(const char* text);
 
     // Whether the text began with a UTF-8 byte order mark, which a saved document repeats.

@@ -1,0 +1,64 @@
+#include "encoding/escape.h"
+
+#include <array>
+
+#include "encoding/hex_digit.h"
+
+namespace veltrancord {
+
+namespace {
+
+constexpr std::string_view safe_characters =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-.*";
+constexpr std::string_view escape_digits = "0123456789ABCDEF";
+
+constexpr std::array<bool, 256> safe_table = [] {
+    std::array<bool, 256> table{};
+    for (const char c : safe_characters) {
+        table[static_cast<unsigned char>(c)] = true;
+    }
+    return table;
+}();
+
+}  // namespace
+
+char* url_encode(char* out, std::size_t size, std::string_view in) {
+    std::size_t i = 0;
+    for (std::size_t j = 0; i + 1 < size && j < in.size() && in[j] != '\0'; ++j) {
+        const auto byte = static_cast<unsigned char>(in[j]);
+        if (safe_table[byte]) {
+            out[i++] = in[j];
+            continue;
+        }
+        if (i + 3 >= size) {
+            break;
+        }
+        out[i++] = '_';
+        out[i++] = escape_digits[byte >> 4];
+        out[i++] = escape_digits[byte & 15U];
+    }
+    out[i] = '\0';
+    return out;
+}
+
+char* url_decode(char* out, std::size_t size, std::string_view in) {
+    std::size_t i = 0;
+    for (std::size_t j = 0; i + 1 < size && j < in.size() && in[j] != '\0'; ++j) {
+        char decoded = in[j];
+        if (decoded == '+') {
+            decoded = ' ';
+        } else if (decoded == '_' && in.size() - j > 2) {
+            const int32_t high = hex_digit_value(in[j + 1]);
+            const int32_t low = hex_digit_value(in[j + 2]);
+            if (high >= 0 && low >= 0) {
+                decoded = static_cast<char>(high * 16 + low);
+                j += 2;
+            }
+        }
+        out[i++] = decoded;
+    }
+    out[i] = '\0';
+    return out;
+}
+
+}  // namespace veltrancord

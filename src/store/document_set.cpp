@@ -1,0 +1,164 @@
+#include "store/document_set.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "leaf/bounded_text.h"
+#include "leaf/file_replacer.h"
+
+namespace veltrancord {
+
+XmlDocNode* g_xmlDocList = nullptr;
+store_hooks g_storeHooks;
+
+namespace {
+
+char g_configDir[128] = {};
+
+void LoadEntry(const char* name) {
+    char path[sizeof(g_configDir) + sizeof(dirent::d_name)];
+    std::snprintf(path, sizeof(path), "%s/%s", g_configDir, name);
+    // A name that had to be cut could stand for another document, and a cut path be saved over
+    // another file.
+    if (std::strlen(name) >= sizeof(XmlDocNode::name) ||
+        std::strlen(path) >= sizeof(XmlDocNode::path)) {
+        std::fprintf(stderr, "%s name too long, skip strxmlPath=%s\n", "LoadXmlDir", path);
+        return;
+    }
+    file_text text;
+    if (LoadFile2Buf(path, text) != 0) {
+        std::fprintf(stderr, "skip strxmlPath=%s\n", path);
+        return;
+    }
+    auto doc = std::make_unique<XmlDocument>(name);
+    // A file that does not parse keeps its place in the set, so that its settings can be written
+    // anew.
+    static_cast<void>(doc->LoadXMLFile(text.get()));
+    AddXmlDocNode(name, path, std::move(doc));
+}
+
+void Unlink(XmlDocNode& node) {
+    if (node.prev != nullptr) {
+        node.prev->next = node.next;
+    }
+    if (node.next != nullptr) {
+        node.next->prev = node.prev;
+    }
+}
+
+}  // namespace
+
+int32_t LoadXmlDir(const char* dir) {
+    copy_bounded(g_configDir, dir);
+    clear_replacement_leftovers(g_configDir);
+    if (DIR* const entries = ::opendir(g_configDir); entries != nullptr) {
+        while (const dirent* const entry = ::readdir(entries)) {
+            const std::string_view name(entry->d_name);
+            if (name != "." && name != ".." && !is_replacement_leftover(name)) {
+                LoadEntry(entry->d_name);
+            }
+        }
+        ::closedir(entries);
+    } else {
+        std::fprintf(stderr, "%s can't open %s : %s\n", "LoadXmlDir", g_configDir,
+                     std::strerror(errno));
+    }
+    if (g_storeHooks.loaded != nullptr) {
+        g_storeHooks.loaded();
+    }
+    return 0;
+}
+
+const char* XmlConfigDir() {
+    return g_configDir;
+}
+
+XmlDocNode* FindXmlDocNode(std::string_view name) {
+    for (XmlDocNode* node = g_xmlDocList; node != nullptr; node = node->next) {
+        if (node->doc != nullptr && name == node->name) {
+            return node;
+        }
+    }
+    return nullptr;
+}
+
+XmlDocument* FindXmlDoc(std::string_view name) {
+    const XmlDocNode* const node = FindXmlDocNode(name);
+    return node != nullptr ? node->doc.get() : nullptr;
+}
+
+XmlDocNode* AddXmlDocNode(std::string_view name, std::string_view path,
+                          std::unique_ptr<XmlDocument> doc) {
+    auto* const node = new (std::nothrow) XmlDocNode;
+    if (node == nullptr) {
+        return nullptr;
+    }
+    copy_bounded(node->name, name);
+    copy_bounded(node->path, path);
+    node->doc = std::move(doc);
+    node->next = g_xmlDocList;
+    if (g_xmlDocList != nullptr) {
+        g_xmlDocList->prev = node;
+    }
+    g_xmlDocList = node;
+    return node;
+}
+
+int32_t RemoveXmlDocNode(XmlDocNode* node) {
+    for (XmlDocNode* listed = g_xmlDocList; listed != nullptr; listed = listed->next) {
+        if (listed != node) {
+            continue;
+        }
+        Unlink(*node);
+        if (g_xmlDocList == node) {
+            g_xmlDocList = node->next;
+        }
+        delete node;
+        break;
+    }
+    return 0;
+}
+
+void PruneXmlDocs() {
+    for (XmlDocNode* node = g_xmlDocList; node != nullptr;) {
+        XmlDocNode* const next = node->next;
+        if (XmlFileExists(node->path) != 0) {
+            node = next;
+            continue;
+        }
+        if (node == g_xmlDocList) {
+            // The head pointer stays, so its record must: empty, found and listed by nothing.
+            node->doc.reset();
+            copy_bounded(node->path, "");
+            copy_bounded(node->name, "");
+            node->saveFlags = 0;
+        } else {
+            Unlink(*node);
+            delete node;
+        }
+        node = next;
+    }
+}
+
+int32_t FreeXmlDocs() {
+    while (g_xmlDocList != nullptr) {
+        delete std::exchange(g_xmlDocList, g_xmlDocList->next);
+    }
+    if (g_storeHooks.freed != nullptr) {
+        g_storeHooks.freed();
+    }
+    return 0;
+}
+
+int32_t XmlFileExists(const char* path) {
+    struct stat status = {};
+    return ::stat(path, &status) == 0 ? 1 : 0;
+}
+
+}  // namespace veltrancord

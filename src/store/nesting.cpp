@@ -1,0 +1,217 @@
+#include "store/nesting.h"
+
+#include <strings.h>
+#include <tinyxml.h>
+
+#include <cstring>
+#include <string_view>
+
+namespace veltrancord {
+
+namespace {
+
+bool IsWhiteSpace(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+bool IsLetter(char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') || byte >= 127;
+}
+
+bool IsNameByte(char c) {
+    return IsLetter(c) || (c >= '0' && c <= '9') || c == '_' || c == '-' || c == '.' || c == ':';
+}
+
+// Reads text the way the library's parser does, building nothing. Each routine moves the position
+// past what it names and returns false where the parser gives the whole text up.
+class scanner {
+  public:
+    explicit scanner(const char* text) : p_(text) {
+        if (StartsWith("\xEF\xBB\xBF")) {
+            encoding_ = TIXML_ENCODING_UTF8;
+        }
+    }
+
+    bool NestsDeeper(int limit);
+
+  private:
+    enum class tag { open, empty, broken };
+
+    [[nodiscard]] bool StartsWith(std::string_view text) const {
+        return std::strncmp(p_, text.data(), text.size()) == 0;
+    }
+    void SkipWhiteSpace();
+    void SkipCharacter();
+    bool SkipPast(const char* end, std::size_t from);
+    bool SkipName();
+    bool SkipQuoted();
+    bool SkipAttribute();
+    bool SkipDeclaration(bool at_top);
+    bool SkipEndTag();
+    tag SkipStartTag();
+
+    const char* p_;
+    // The parser knows the encoding from a byte order mark, or from a declaration at the top.
+    TiXmlEncoding encoding_ = TIXML_ENCODING_UNKNOWN;
+};
+
+void scanner::SkipWhiteSpace() {
+    for (;;) {
+        if (IsWhiteSpace(*p_)) {
+            ++p_;
+        } else if (encoding_ == TIXML_ENCODING_UTF8 && *p_ == '\xEF' &&
+                   (StartsWith("\xEF\xBB\xBF") || StartsWith("\xEF\xBF\xBE") ||
+                    StartsWith("\xEF\xBF\xBF"))) {
+            p_ += 3;
+        } else {
+            return;
+        }
+    }
+}
+
+// One character of text or of a quoted value. In UTF-8 text whatever follows a leading byte belongs
+// to the character, even if it is a "<" or a quotation mark.
+void scanner::SkipCharacter() {
+    p_ += encoding_ == TIXML_ENCODING_UTF8
+              ? TiXmlBase::utf8ByteTable[static_cast<unsigned char>(*p_)]
+              : 1;
+}
+
+bool scanner::SkipPast(const char* end, std::size_t from) {
+    const char* const found = std::strstr(p_ + from, end);
+    if (found == nullptr) {
+        return false;
+    }
+    p_ = found + std::strlen(end);
+    return true;
+}
+
+bool scanner::SkipName() {
+    if (!IsLetter(*p_) && *p_ != '_') {
+        return false;
+    }
+    while (IsNameByte(*p_)) {
+        ++p_;
+    }
+    return *p_ != '\0';
+}
+
+bool scanner::SkipQuoted() {
+    const char quote = *p_++;
+    while (*p_ != '\0' && *p_ != quote) {
+        SkipCharacter();
+    }
+    return *p_++ != '\0';
+}
+
+bool scanner::SkipAttribute() {
+    if (!SkipName()) {
+        return false;
+    }
+    SkipWhiteSpace();
+    if (*p_ != '=') {
+        return false;
+    }
+    ++p_;
+    SkipWhiteSpace();
+    if (*p_ == '"' || *p_ == '\'') {
+        return SkipQuoted();
+    }
+    while (*p_ != '\0' && !IsWhiteSpace(*p_) && *p_ != '/' && *p_ != '>') {
+        if (*p_ == '"' || *p_ == '\'') {
+            return false;
+        }
+        ++p_;
+    }
+    return *p_ != '\0';
+}
+
+// Declarations are few, so the library reads them itself: their attributes may be quoted, and the
+// one at the top decides how the rest of the text is read.
+bool scanner::SkipDeclaration(bool at_top) {
+    TiXmlDeclaration declaration;
+    p_ = declaration.Parse(p_, nullptr, encoding_);
+    if (p_ == nullptr) {
+        return false;
+    }
+    if (at_top && encoding_ == TIXML_ENCODING_UNKNOWN) {
+        const char* const name = declaration.Encoding();
+        const bool utf8 = *name == '\0' || strncasecmp(name, "UTF-8", 5) == 0 ||
+                          strncasecmp(name, "UTF8", 4) == 0;
+        encoding_ = utf8 ? TIXML_ENCODING_UTF8 : TIXML_ENCODING_LEGACY;
+    }
+    return true;
+}
+
+// The name is not compared: where it is not the element's, the parser gives up.
+bool scanner::SkipEndTag() {
+    p_ += 2;
+    return SkipName() && *p_++ == '>';
+}
+
+scanner::tag scanner::SkipStartTag() {
+    ++p_;
+    SkipWhiteSpace();
+    if (!SkipName()) {
+        return tag::broken;
+    }
+    for (;;) {
+        SkipWhiteSpace();
+        if (*p_ == '/') {
+            ++p_;
+            return *p_++ == '>' ? tag::empty : tag::broken;
+        }
+        if (*p_ == '>') {
+            ++p_;
+            return tag::open;
+        }
+        if (!SkipAttribute()) {
+            return tag::broken;
+        }
+    }
+}
+
+bool scanner::NestsDeeper(int limit) {
+    int depth = 0;
+    bool going_on = true;
+    while (going_on) {
+        SkipWhiteSpace();
+        if (depth > 0 && *p_ != '<') {
+            while (*p_ != '\0' && *p_ != '<') {
+                SkipCharacter();
+            }
+        }
+        if (*p_ != '<') {
+            return false;
+        }
+        if (depth > 0 && p_[1] == '/') {
+            going_on = SkipEndTag();
+            --depth;
+        } else if (strncasecmp(p_, "<?xml", 5) == 0) {
+            going_on = SkipDeclaration(depth == 0);
+        } else if (StartsWith("<!--")) {
+            going_on = SkipPast("-->", 4);
+        } else if (StartsWith("<![CDATA[")) {
+            going_on = SkipPast("]]>", 9);
+        } else if (IsLetter(p_[1]) || p_[1] == '_') {
+            if (depth == limit) {
+                return true;
+            }
+            const tag start = SkipStartTag();
+            going_on = start != tag::broken;
+            depth += start == tag::open ? 1 : 0;
+        } else {
+            going_on = SkipPast(">", 1);
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+bool NestsDeeper(const char* text, int limit) {
+    return scanner(text).NestsDeeper(limit);
+}
+
+}  // namespace veltrancord

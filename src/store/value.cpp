@@ -1,0 +1,142 @@
+#include "store/value.h"
+
+#include <strings.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "leaf/result.h"
+#include "store/document_set.h"
+
+namespace veltrancord {
+
+namespace {
+
+constexpr std::string_view secret_name = "Password";
+
+// The first element of that name from `node` on among its siblings, in document order. Every
+// look-up of a child by its name comes here.
+TiXmlElement* ElementNamedFrom(TiXmlNode* node, std::string_view name) {
+    for (; node != nullptr; node = node->NextSibling()) {
+        if (node->Type() == TiXmlNode::TINYXML_ELEMENT && node->ValueStr() == name) {
+            return node->ToElement();
+        }
+    }
+    return nullptr;
+}
+
+// Gives the element `value` as its text: its first child node goes, whatever kind it is, and the
+// text comes last.
+void ReplaceText(TiXmlElement& element, std::string_view value) {
+    TiXmlNode* const first = element.FirstChild();
+    if (first != nullptr && first == element.LastChild() && first->ToText() != nullptr) {
+        // A lone text is changed where it is, which is the same without two allocations.
+        first->SetValue(std::string(value));
+        first->ToText()->SetCDATA(false);
+        return;
+    }
+    if (first != nullptr) {
+        element.RemoveChild(first);
+    }
+    element.LinkEndChild(std::make_unique<TiXmlText>(std::string(value)).release());
+}
+
+}  // namespace
+
+TiXmlElement* FindXmlElement(TiXmlElement* first, const XmlPath& list) {
+    if (first == nullptr || list.empty()) {
+        return nullptr;
+    }
+    // Components before `level` have matched, the last of them `within`. Where that one does not
+    // hold the rest of the path, the search goes on behind it, one level up.
+    std::size_t level = 0;
+    TiXmlElement* within = nullptr;
+    TiXmlNode* from = first;
+    for (;;) {
+        TiXmlElement* const match = ElementNamedFrom(from, list[level].text());
+        if (match != nullptr && level + 1 == list.size()) {
+            return match;
+        }
+        if (match != nullptr) {
+            within = match;
+            from = match->FirstChild();
+            ++level;
+        } else if (level > 0) {
+            --level;
+            from = within->NextSibling();
+            within = level > 0 ? within->Parent()->ToElement() : nullptr;
+        } else {
+            return nullptr;
+        }
+    }
+}
+
+std::string_view XmlElementText(const TiXmlElement& element) {
+    const char* const text = element.GetText();
+    return text != nullptr ? std::string_view(text) : std::string_view();
+}
+
+bool IsSecretName(std::string_view name) {
+    return name.size() == secret_name.size() &&
+           strncasecmp(name.data(), secret_name.data(), secret_name.size()) == 0;
+}
+
+std::string_view DecodeSecret(std::string_view stored, char (&plain)[secret_text_size]) {
+    std::memset(plain, 0, sizeof(plain));
+    // Where the stored form is damaged, what could be decoded is the value.
+    static_cast<void>(enc_value_decode(stored, plain));
+    return plain;
+}
+
+int32_t ReadXmlValue(std::string_view path, XmlValue& out) {
+    XmlPath list;
+    if (!SplitXmlPath(path, list) || path == ".*") {
+        return result_bad_argument;
+    }
+    XmlDocument* const document = FindXmlDoc(list[0].text());
+    if (document == nullptr) {
+        return result_not_found;
+    }
+    if (IsXmlPathWildcard(list)) {
+        return result_bad_argument;
+    }
+    const TiXmlElement* const element = FindXmlElement(document->RootElement(), list);
+    const std::string_view text =
+        element != nullptr ? XmlElementText(*element) : std::string_view();
+    if (text.data() == nullptr) {
+        return result_not_found;
+    }
+    out.text = text;
+    if (IsSecretName(element->ValueStr())) {
+        out.text = DecodeSecret(text, out.plain);
+    }
+    return static_cast<int32_t>(text.size());
+}
+
+int32_t SetXmlValue(TiXmlNode& start, const XmlPath& list, std::string_view value) {
+    if (list.empty()) {
+        return result_ok;
+    }
+    // A secret that cannot be stored must not leave half a path behind, so it is made first.
+    char secret[secret_text_size];
+    if (IsSecretName(XmlPathLast(list))) {
+        if (enc_value_encode(value, secret) < 0) {
+            return result_store_failed;
+        }
+        value = secret;
+    }
+    TiXmlNode* parent = &start;
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        TiXmlElement* element = ElementNamedFrom(parent->FirstChild(), list[i].text());
+        if (element == nullptr) {
+            element = std::make_unique<TiXmlElement>(list[i].name).release();
+            parent->LinkEndChild(element);
+        }
+        parent = element;
+    }
+    ReplaceText(*parent->ToElement(), value);
+    return result_ok;
+}
+
+}  // namespace veltrancord

@@ -1,0 +1,254 @@
+#include "store/value.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "leaf/result.h"
+#include "store/document_set.h"
+#include "store/xml_text.h"
+
+namespace veltrancord {
+namespace {
+
+class value : public testing::Test {
+  protected:
+    ~value() override { FreeXmlDocs(); }
+
+    static XmlDocument& Load(const char* name, const char* text) {
+        auto doc = std::make_unique<XmlDocument>(name);
+        EXPECT_TRUE(doc->LoadXMLFile(text));
+        return *AddXmlDocNode(name, "", std::move(doc))->doc;
+    }
+
+    static int32_t Set(XmlDocument& doc, std::string_view path, std::string_view text) {
+        XmlPath list;
+        EXPECT_TRUE(SplitXmlPath(path, list));
+        return SetXmlValue(doc, list, text);
+    }
+
+    // The text found at the path, or "-" and the result where there is none.
+    static std::string Read(std::string_view path) {
+        XmlValue out;
+        const int32_t result = ReadXmlValue(path, out);
+        return result < 0 ? "-" + std::to_string(-result) : std::string(out.text);
+    }
+
+    static TiXmlElement* Find(XmlDocument& doc, std::string_view path) {
+        XmlPath list;
+        EXPECT_TRUE(SplitXmlPath(path, list));
+        return FindXmlElement(doc.RootElement(), list);
+    }
+
+    static std::string Text(const XmlDocument& doc) {
+        std::string text;
+        TiXmlPrinter printer;
+        printer.SetStreamPrinting();
+        doc.Accept(&printer);
+        return printer.Str();
+    }
+};
+
+TEST_F(value, finds_elements_by_their_stored_names) {
+    XmlDocument& doc = Load("A", "<A><a_20b_5Fc>x</a_20b_5Fc><B>y</B><b>z</b></A>");
+    EXPECT_EQ(Read("A.a b_c"), "x");
+    EXPECT_EQ(Read("A.a_20b_5Fc"), "-4");
+    EXPECT_EQ(Read("A.B"), "y");
+    EXPECT_EQ(Read("A.b"), "z");
+    EXPECT_EQ(Find(doc, "A"), doc.RootElement());
+    EXPECT_EQ(Find(doc, "B"), nullptr);
+    EXPECT_EQ(FindXmlElement(nullptr, XmlPath()), nullptr);
+}
+
+TEST_F(value, finds_the_root_behind_declaration_and_comment) {
+    Load("A", "<?xml version=\"1.0\"?><!-- c --><A><B>x</B></A>");
+    EXPECT_EQ(Read("A.B"), "x");
+}
+
+TEST_F(value, reading_backtracks_where_writing_takes_the_first) {
+    XmlDocument& doc = Load("Account",
+                            "<Account><User><Name>a</Name></User><User><Level>2</Level></User>"
+                            "</Account>");
+    EXPECT_EQ(Read("Account.User.Level"), "2");
+    EXPECT_EQ(Set(doc, "Account.User.Level", "1"), result_ok);
+    EXPECT_EQ(Text(doc),
+              "<Account><User><Name>a</Name><Level>1</Level></User><User><Level>2</Level></User>"
+              "</Account>");
+    EXPECT_EQ(Read("Account.User.Level"), "1");
+}
+
+TEST_F(value, backtracks_over_several_levels) {
+    Load("A",
+         "<A><B><C><X/></C><C/></B><B/><B><C/><C><D>deep</D></C></B><B><C><D>late</D></C></B></A>");
+    EXPECT_EQ(Read("A.B.C.D"), "deep");
+    EXPECT_EQ(Read("A.B.C.D.E"), "-4");
+    EXPECT_EQ(Read("A.B.X"), "-4");
+}
+
+TEST_F(value, several_roots_are_searched_in_order) {
+    Load("A", "<A><B>1</B></A><A><C>2</C></A>");
+    EXPECT_EQ(Read("A.C"), "2");
+}
+
+TEST_F(value, search_does_not_leave_the_place_it_starts_at) {
+    XmlDocument& doc = Load("A", "<A><B><C>1</C></B><D><C>2</C></D></A>");
+    XmlPath list;
+    ASSERT_TRUE(SplitXmlPath("B.D", list));
+    EXPECT_EQ(FindXmlElement(doc.RootElement()->FirstChildElement(), list), nullptr);
+    ASSERT_TRUE(SplitXmlPath("D.C", list));
+    ASSERT_NE(FindXmlElement(doc.RootElement()->FirstChildElement(), list), nullptr);
+}
+
+TEST_F(value, results_of_reading) {
+    Load("Account",
+         "<Account><User1><Name>n</Name></User1><Empty/><Mixed><!--c-->t</Mixed></Account>");
+    EXPECT_EQ(Read(""), "-7");
+    EXPECT_EQ(Read("..."), "-7");
+    EXPECT_EQ(Read(".*"), "-7");
+    EXPECT_EQ(Read("Account.*"), "-7");
+    EXPECT_EQ(Read("Nope"), "-4");
+    EXPECT_EQ(Read("Nope.*"), "-4");
+    EXPECT_EQ(Read("*"), "-4");
+    EXPECT_EQ(Read("Account.Nope"), "-4");
+    EXPECT_EQ(Read("Account.User1"), "-4");
+    EXPECT_EQ(Read("Account.Empty"), "-4");
+    EXPECT_EQ(Read("Account.Mixed"), "-4");  // its first child is no text
+    EXPECT_EQ(Read("Account..User1.Name."), "n");
+    EXPECT_EQ(Read("account.User1.Name"), "-4");
+}
+
+TEST_F(value, document_with_a_dot_in_its_name_cannot_be_reached) {
+    Load("Account.xml", "<Account><A>1</A></Account>");
+    EXPECT_EQ(Read("Account.xml.A"), "-4");
+}
+
+TEST_F(value, only_the_first_511_bytes_of_a_path_count) {
+    Load("A", "<A><B>x</B></A>");
+    std::string path = "A.B";
+    path.append(508, '.');
+    EXPECT_EQ(Read(path + "C"), "x");
+    path.pop_back();
+    EXPECT_EQ(Read(path + "C"), "-4");
+}
+
+TEST_F(value, secret_is_stored_encoded_and_read_plain_with_its_stored_length) {
+    XmlDocument& doc = Load("Account", "<Account><User1/></Account>");
+    for (const char* const path : {"Account.User1.Password", "Account.User1.PASSWORD"}) {
+        EXPECT_EQ(Set(doc, path, "secret"), result_ok);
+        const std::string stored(XmlElementText(*Find(doc, path)));
+        EXPECT_EQ(stored.substr(0, 6), "enc:6:");
+        XmlValue out;
+        EXPECT_EQ(ReadXmlValue(path, out), static_cast<int32_t>(stored.size()));
+        EXPECT_EQ(out.text, "secret");
+    }
+    EXPECT_EQ(Set(doc, "Account.User1.Password2", "open"), result_ok);
+    EXPECT_EQ(XmlElementText(*Find(doc, "Account.User1.Password2")), "open");
+    EXPECT_EQ(Set(doc, "Account.Password.Hint", "open"), result_ok);
+    EXPECT_EQ(XmlElementText(*Find(doc, "Account.Password.Hint")), "open");
+}
+
+TEST_F(value, secret_whose_form_does_not_fit_changes_nothing) {
+    XmlDocument& doc = Load("A", "<A><Password>old</Password></A>");
+    EXPECT_EQ(Set(doc, "A.Password", std::string(184, 'x')), result_store_failed);
+    EXPECT_EQ(Set(doc, "A.New.Password", std::string(184, 'x')), result_store_failed);
+    EXPECT_EQ(Text(doc), "<A><Password>old</Password></A>");
+    EXPECT_EQ(Set(doc, "A.Password", std::string(183, 'x')), result_ok);
+    EXPECT_EQ(Read("A.Password"), std::string(183, 'x'));
+}
+
+TEST_F(value, secret_of_300_bytes_keeps_44_of_them) {
+    XmlDocument& doc = Load("A", "<A/>");
+    EXPECT_EQ(Set(doc, "A.Password", std::string(300, 'x')), result_ok);
+    EXPECT_EQ(Read("A.Password"), std::string(44, 'x'));
+}
+
+TEST_F(value, secret_that_cannot_be_decoded) {
+    Load("A", "<A><Password>enc:abc</Password></A>");
+    Load("B", "<B><Password>plain</Password></B>");
+    Load("C", "<C><Password>enc:5:****</Password></C>");
+    EXPECT_EQ(Read("A.Password"), "");
+    EXPECT_EQ(Read("B.Password"), "plain");
+    EXPECT_EQ(Read("C.Password"), "");
+}
+
+TEST_F(value, writing_creates_missing_elements_each_as_the_last_child) {
+    XmlDocument& doc = Load("Account", "<Account><User1>x</User1></Account>");
+    EXPECT_EQ(Set(doc, "Account.Wifi.SSID", "home"), result_ok);
+    EXPECT_EQ(Text(doc), "<Account><User1>x</User1><Wifi><SSID>home</SSID></Wifi></Account>");
+}
+
+TEST_F(value, writing_into_an_empty_document_creates_its_root) {
+    XmlDocument doc("A");
+    EXPECT_EQ(Set(doc, "A.B", "1"), result_ok);
+    EXPECT_EQ(Text(doc), "<A><B>1</B></A>");
+}
+
+TEST_F(value, writing_replaces_the_first_child_whatever_it_is) {
+    const auto after = [](const char* text) {
+        XmlDocument doc("A");
+        EXPECT_TRUE(doc.LoadXMLFile(text));
+        EXPECT_EQ(Set(doc, "A.B", "new"), result_ok);
+        return Text(doc);
+    };
+    EXPECT_EQ(after("<A><B>old</B></A>"), "<A><B>new</B></A>");
+    EXPECT_EQ(after("<A><B><C>1</C><D/></B></A>"), "<A><B><D />new</B></A>");
+    EXPECT_EQ(after("<A><B><!--c-->old</B></A>"), "<A><B>oldnew</B></A>");
+    EXPECT_EQ(after("<A><B>old<C/></B></A>"), "<A><B><C />new</B></A>");
+    EXPECT_EQ(after("<A><B><![CDATA[old]]></B></A>"), "<A><B>new</B></A>");
+    EXPECT_EQ(after("<A><B/><B>2</B></A>"), "<A><B>new</B><B>2</B></A>");
+    EXPECT_EQ(after("<A><C>B</C><!--B--></A>"), "<A><C>B</C><!--B--><B>new</B></A>");
+}
+
+TEST_F(value, writing_again_replaces_the_text_written_before) {
+    XmlDocument& doc = Load("A", "<A><B><C>1</C></B></A>");
+    EXPECT_EQ(Set(doc, "A.B", "first"), result_ok);
+    EXPECT_EQ(Read("A.B"), "first");
+    EXPECT_EQ(Set(doc, "A.B", "second"), result_ok);
+    EXPECT_EQ(Text(doc), "<A><B>second</B></A>");
+}
+
+TEST_F(value, empty_text_is_a_text_until_the_document_is_loaded_anew) {
+    XmlDocument& doc = Load("A", "<A><B>old</B></A>");
+    EXPECT_EQ(Set(doc, "A.B", ""), result_ok);
+    EXPECT_EQ(Read("A.B"), "");
+    EXPECT_EQ(Set(doc, "A.New", ""), result_ok);
+    EXPECT_EQ(Read("A.New"), "");
+    const std::string saved = SerialiseXmlDoc(doc);
+    EXPECT_EQ(saved, "<A>\n    <B></B>\n    <New></New>\n</A>\n");
+    EXPECT_TRUE(doc.LoadXMLFile(saved.c_str()));
+    EXPECT_EQ(Read("A.B"), "-4");
+    EXPECT_EQ(Read("A.New"), "-4");
+}
+
+TEST_F(value, path_without_components_changes_nothing) {
+    XmlDocument& doc = Load("A", "<A/>");
+    EXPECT_EQ(SetXmlValue(doc, XmlPath(), "x"), result_ok);
+    EXPECT_EQ(Text(doc), "<A />");
+}
+
+TEST_F(value, deepest_path_that_text_can_name) {
+    XmlDocument& doc = Load("a", "<a/>");
+    std::string path = "a";
+    for (int i = 1; i < 256; ++i) {
+        path += ".a";
+    }
+    EXPECT_EQ(Set(doc, path, "bottom"), result_ok);
+    EXPECT_EQ(Read(path), "bottom");
+}
+
+TEST_F(value, text_ends_at_a_nul) {
+    Load("A", "<A><B>x&#0;y</B></A>");
+    EXPECT_EQ(Read("A.B"), "x");
+}
+
+TEST_F(value, secret_name_in_any_case) {
+    EXPECT_TRUE(IsSecretName("Password"));
+    EXPECT_TRUE(IsSecretName("pASSWORD"));
+    EXPECT_FALSE(IsSecretName("Passwords"));
+    EXPECT_FALSE(IsSecretName("Passwor"));
+    EXPECT_FALSE(IsSecretName(""));
+}
+
+}  // namespace
+}  // namespace veltrancord
