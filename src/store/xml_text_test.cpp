@@ -125,7 +125,9 @@ class generator {
             case 0:
                 return Comment();
             case 1:
-                return new TiXmlDeclaration(AnyText(), Below(2) == 0 ? "" : "UTF-8", AnyText());
+                // Neither parsing nor the service puts a NUL into a declaration.
+                return new TiXmlDeclaration(AnyText().c_str(), Below(2) == 0 ? "" : "UTF-8",
+                                            AnyText().c_str());
             case 2: {
                 auto* const unknown = new TiXmlUnknown;
                 unknown->SetValue(AnyText());
