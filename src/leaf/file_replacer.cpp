@@ -110,12 +110,6 @@ bool forbids_replacement(int error) {
     }
 }
 
-int32_t report_failure(const char* path, int error, bool damaged) {
-    std::fprintf(stderr, "replace_file %s error : %s%s\n", path, std::strerror(error),
-                 damaged ? ", the file may be damaged" : "");
-    return result_failed;
-}
-
 // Return: whether there was such a regular file, which is now gone.
 bool remove_leftover(int directory, const char* name) {
     struct stat status {};
@@ -156,42 +150,20 @@ class kept_content {
     std::size_t size_ = 0;
 };
 
+// Makes sure that a file of `size` bytes can grow to `length`, where the file system can tell.
+//
+// Return: false with errno set.
+bool reserve(int fd, off_t size, off_t length) {
+    return length <= size || ::fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, length) == 0 ||
+           (errno != ENOSPC && errno != EDQUOT && errno != EIO && errno != EFBIG);
+}
+
 // Return: false with errno set.
 bool overwrite(int fd, std::string_view content) {
     return ::lseek(fd, 0, SEEK_SET) == 0 && write_whole(fd, content) &&
            uninterrupted([&] { return ::ftruncate(fd, static_cast<off_t>(content.size())); }) ==
                0 &&
            flush(fd);
-}
-
-// Return: false with errno set; `damaged` tells whether the old content is lost, too.
-bool write_in_place(int directory, const char* name, std::string_view content, bool& damaged) {
-    const owned_fd file(uninterrupted([&] {
-        return ::openat(directory, name, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
-    }));
-    struct stat status {};
-    if (!file || ::fstat(file.get(), &status) != 0) {
-        return false;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return write_whole(file.get(), content);
-    }
-    kept_content old;
-    if (!old.read(file.get(), static_cast<std::size_t>(status.st_size))) {
-        return false;
-    }
-    const auto length = static_cast<off_t>(content.size());
-    if (length > status.st_size && ::fallocate(file.get(), FALLOC_FL_KEEP_SIZE, 0, length) != 0 &&
-        (errno == ENOSPC || errno == EDQUOT || errno == EIO || errno == EFBIG)) {
-        return false;
-    }
-    if (overwrite(file.get(), content)) {
-        return true;
-    }
-    const int reason = errno;
-    damaged = !overwrite(file.get(), old.view());
-    errno = reason;
-    return false;
 }
 
 }  // namespace
@@ -311,11 +283,17 @@ bool file_replacement::fill_helper() {
     return file_.close() == 0 || errno == EINTR;
 }
 
+int32_t file_replacement::fail(int error) {
+    error_ = error;
+    return result_failed;
+}
+
 int32_t file_replacement::prepare(const char* path, std::string_view content) {
     path_ = path;
     content_ = content;
     if (!find_target()) {
-        return report_failure(path_, errno, false);
+        creation_failed_ = true;
+        return fail(errno);
     }
     if (!regular_) {
         return result_ok;
@@ -329,7 +307,8 @@ int32_t file_replacement::prepare(const char* path, std::string_view content) {
     if (!made && exists_ && forbids_replacement(reason)) {
         return result_ok;
     }
-    return report_failure(path_, reason, false);
+    creation_failed_ = !made;
+    return fail(reason);
 }
 
 std::string file_replacement::prepared_path() const {
@@ -339,10 +318,37 @@ std::string file_replacement::prepared_path() const {
     return std::string(static_cast<const char*>(target_), name_).append(helper_);
 }
 
+// Return: false with errno set.
+bool file_replacement::write_in_place() {
+    const owned_fd file(uninterrupted([this] {
+        return ::openat(directory_.get(), name_,
+                        O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+    }));
+    struct stat status {};
+    if (!file || ::fstat(file.get(), &status) != 0) {
+        creation_failed_ = true;
+        return false;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return write_whole(file.get(), content_);
+    }
+    kept_content old;
+    if (!old.read(file.get(), static_cast<std::size_t>(status.st_size)) ||
+        !reserve(file.get(), status.st_size, static_cast<off_t>(content_.size()))) {
+        return false;
+    }
+    if (overwrite(file.get(), content_)) {
+        return true;
+    }
+    const int reason = errno;
+    damaged_ = !overwrite(file.get(), old.view());
+    errno = reason;
+    return false;
+}
+
 int32_t file_replacement::commit_in_place() {
-    bool damaged = false;
-    if (!write_in_place(directory_.get(), name_, content_, damaged)) {
-        return report_failure(path_, errno, damaged);
+    if (!write_in_place()) {
+        return fail(errno);
     }
     replaced_ = true;
     return result_ok;
@@ -355,12 +361,16 @@ int32_t file_replacement::commit() {
     if (::renameat(directory_.get(), helper_, directory_.get(), name_) != 0) {
         const int reason = errno;
         discard();  // before the file is written in place: the helper takes the room
-        return exists_ && forbids_replacement(reason) ? commit_in_place()
-                                                      : report_failure(path_, reason, false);
+        return exists_ && forbids_replacement(reason) ? commit_in_place() : fail(reason);
     }
     helper_[0] = '\0';
     replaced_ = true;
-    return flush(directory_.get()) ? result_ok : report_failure(path_, errno, false);
+    return flush(directory_.get()) ? result_ok : fail(errno);
+}
+
+void file_replacement::report_failure() const {
+    std::fprintf(stderr, "replace_file %s error : %s%s\n", path_, std::strerror(error_),
+                 damaged_ ? ", the file may be damaged" : "");
 }
 
 void file_replacement::discard() {
@@ -373,8 +383,14 @@ void file_replacement::discard() {
 
 int32_t replace_file(const char* path, std::string_view content) {
     file_replacement replacement;
-    const int32_t prepared = replacement.prepare(path, content);
-    return prepared == result_ok ? replacement.commit() : prepared;
+    int32_t result = replacement.prepare(path, content);
+    if (result == result_ok) {
+        result = replacement.commit();
+    }
+    if (result != result_ok) {
+        replacement.report_failure();
+    }
+    return result;
 }
 
 bool is_replacement_leftover(std::string_view name) {

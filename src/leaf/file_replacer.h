@@ -16,9 +16,8 @@
 namespace veltrancord {
 
 // One replacement: prepare() writes the new content aside, commit() puts it in place in one step.
-// What was prepared and not committed vanishes with the object.
-//
-// Both print one line on standard error when they fail, "replace_file <path> error : <reason>".
+// What was prepared and not committed vanishes with the object. Nothing is printed but by
+// report_failure(): whether a failure is worth a line is the caller's to say.
 class file_replacement {
   public:
     file_replacement() = default;
@@ -51,6 +50,13 @@ class file_replacement {
     // of its directory failed: a power cut may still bring the old content back.
     [[nodiscard]] bool replaced() const { return replaced_; }
 
+    // After a failure: whether it was already impossible to create the new file or to open the old
+    // one for writing, so that not one byte was written anywhere.
+    [[nodiscard]] bool creation_failed() const { return creation_failed_; }
+
+    // After a failure: prints "replace_file <path> error : <reason>" on standard error.
+    void report_failure() const;
+
   private:
     [[nodiscard]] bool find_target();
     [[nodiscard]] bool follow_link();
@@ -58,7 +64,9 @@ class file_replacement {
     [[nodiscard]] bool make_helper();
     [[nodiscard]] bool keep_identity() const;
     [[nodiscard]] bool fill_helper();
+    [[nodiscard]] bool write_in_place();
     [[nodiscard]] int32_t commit_in_place();
+    int32_t fail(int error);
     void discard();
 
     const char* path_ = nullptr;  // as the caller gave it
@@ -74,6 +82,9 @@ class file_replacement {
     uint32_t owner_ = 0;
     uint32_t group_ = 0;
     bool replaced_ = false;
+    bool creation_failed_ = false;
+    bool damaged_ = false;  // writing in place has failed and the old content could not be put back
+    int error_ = 0;         // why the last step failed
 };
 
 // Gives the file at `path` the content `content`; the file is created when it is missing.

@@ -402,11 +402,15 @@ TEST_F(FileReplacer, TellsOfAFailedFlushOfTheDirectory) {
     plan_failure("fsync directory", EIO);
     file_replacement replacement;
     const std::string file = path("Account");
-    CaptureStderr();
     ASSERT_EQ(replacement.prepare(file.c_str(), "new"), result_ok);
+    CaptureStderr();
     EXPECT_EQ(replacement.commit(), result_failed);
+    EXPECT_EQ(GetCapturedStderr(), "");
+    CaptureStderr();
+    replacement.report_failure();
     EXPECT_EQ(GetCapturedStderr(), line("Account", EIO));
     EXPECT_TRUE(replacement.replaced());
+    EXPECT_FALSE(replacement.creation_failed());
     EXPECT_EQ(get("Account"), "new");
 }
 
@@ -618,6 +622,30 @@ TEST_F(FileReplacer, WithoutAHelperThereIsNothingToReadBackFrom) {
     EXPECT_EQ(get("Account"), "old");
     EXPECT_EQ(replacement.commit(), result_ok);
     EXPECT_EQ(get("Account"), "new");
+}
+
+TEST_F(FileReplacer, TellsAFailureToCreateFromAFailureToWrite) {
+    const std::string file = path("Account");
+    for (const auto& [call, creation] :
+         {std::pair("openat", true), std::pair("write", false), std::pair("fsync", false)}) {
+        plan_failure(call, ENOSPC);
+        file_replacement replacement;
+        EXPECT_EQ(replacement.prepare(file.c_str(), "new"), result_failed);
+        EXPECT_EQ(replacement.creation_failed(), creation) << call;
+        EXPECT_FALSE(replacement.replaced());
+    }
+    g_plan.recording = false;
+    const std::string missing = path("missing/Account");
+    file_replacement replacement;
+    EXPECT_EQ(replacement.prepare(missing.c_str(), "new"), result_failed);
+    EXPECT_TRUE(replacement.creation_failed());
+
+    put("Account", "old");
+    plan_failure("openat", EACCES);
+    file_replacement refused;
+    EXPECT_EQ(refused.prepare(file.c_str(), "new"), result_ok);
+    EXPECT_EQ(refused.commit(), result_failed);
+    EXPECT_TRUE(refused.creation_failed());
 }
 
 TEST_F(FileReplacer, KnowsItsLeftoversByName) {

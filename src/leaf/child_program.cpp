@@ -1,0 +1,109 @@
+#include "leaf/child_program.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+
+namespace veltrancord {
+
+namespace {
+
+constexpr int exec_failed_status = 1;
+constexpr int first_private_descriptor = 3;
+
+// Where the kernel has no close_range, closing stops here: a process that may open millions of
+// descriptors would otherwise spend seconds on closing numbers that were never open.
+constexpr long most_descriptors_closed = 65536;
+
+void write_text(const char* text) {
+    // Nothing can be done about a standard error that takes no text.
+    [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, text, std::strlen(text));
+}
+
+void close_private_descriptors(long descriptor_limit) {
+    if (::close_range(first_private_descriptor, UINT_MAX, 0) == 0) {
+        return;
+    }
+    for (int fd = first_private_descriptor; fd < descriptor_limit; ++fd) {
+        ::close(fd);
+    }
+}
+
+// The child's way from the fork to the other program. It runs in the memory of the parent, which
+// waits meanwhile: only async-signal-safe calls, nothing that is changed but the stack, errno and
+// what the kernel keeps for the child alone.
+[[noreturn]] void become_program(const program_start& start, long descriptor_limit) {
+    struct sigaction standard = {};  // all zero: the default disposition
+    for (int number = 1; number < NSIG; ++number) {
+        ::sigaction(number, &standard, nullptr);
+    }
+    if (start.standard_input > STDIN_FILENO) {
+        ::dup2(start.standard_input, STDIN_FILENO);
+    }
+    close_private_descriptors(descriptor_limit);
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+
+    ::execve(start.path, start.arguments, start.environment);
+    if (start.report_exec_failure) {
+        const char* const reason = ::strerrordesc_np(errno);
+        write_text("execve: ");
+        write_text(reason != nullptr ? reason : "Unknown error");
+        write_text("\n");
+    }
+    ::_exit(exec_failed_status);
+}
+
+long closing_limit() {
+    const long limit = ::sysconf(_SC_OPEN_MAX);
+    return limit < 0 || limit > most_descriptors_closed ? most_descriptors_closed : limit;
+}
+
+}  // namespace
+
+// The child borrows the parent's memory until it has become the other program: copying the page
+// tables of a process that holds a configuration of many megabytes would cost more than all the
+// rest of a command. Signals are blocked across the fork, so that none of the service's handlers
+// can run in the child before its dispositions are the default ones.
+pid_t start_program(const program_start& start) {
+    const long descriptor_limit = closing_limit();
+    sigset_t every;
+    sigset_t before;
+    ::sigfillset(&every);
+    ::pthread_sigmask(SIG_SETMASK, &every, &before);
+    const pid_t child = ::vfork();
+    if (child == 0) {
+        become_program(start, descriptor_limit);
+    }
+    const int fork_errno = errno;
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    errno = fork_errno;
+    return child;
+}
+
+int32_t run_shell(const char* command) {
+    char name[] = "sh";
+    char option[] = "-c";
+    // execve takes pointers to non-const for historical reasons and never writes through them.
+    char* const arguments[] = {name, option, const_cast<char*>(command), nullptr};
+    program_start shell;
+    shell.path = "/bin/sh";
+    shell.arguments = arguments;
+    shell.environment = ::environ;
+    const pid_t child = start_program(shell);
+    if (child < 0) {
+        return -1;
+    }
+    // ECHILD means that the main loop has reaped the shell first, so it has ended all the same.
+    while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    return 0;
+}
+
+}  // namespace veltrancord

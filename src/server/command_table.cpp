@@ -1,0 +1,77 @@
+#include "server/command_table.h"
+
+#include <algorithm>
+#include <array>
+
+namespace veltrancord {
+
+namespace {
+
+// The order of the rows is part of the interface: a handler is told its row. Descriptions stand as
+// they always did, the misspelt and the doubled one too, since tools print them.
+constexpr std::array rows = std::to_array<command_row>({
+    {"read", nullptr, "read xml value"},
+    {"readAndFilter", nullptr, "read xml and filter"},
+    {"readwithlevel", nullptr, "read xml value with level"},
+    {"write", nullptr, "write xml value"},
+    {"upload", nullptr, "upload xml"},
+    {"download", nullptr, "download xml"},
+    {"remove", nullptr, "remove xml item"},
+    {"readlog", nullptr, "read event log"},
+    {"writelog", nullptr, "write event log"},
+    {"readvalue", nullptr, "read one xml item value"},
+    {"cleanlog", nullptr, "clean event log"},
+    {"geteventcount", nullptr, "get event total count"},
+    {"maxlogcount", nullptr, "get event log max count"},
+    {"readattr", nullptr, "read xml attr"},
+    {"writeattr", nullptr, "write xml attr"},
+    {"readsingleattr", nullptr, "read single attr"},
+    {"syncxml", nullptr, "sync xml from flash"},
+    {"writedbmem", nullptr, "write xml to memory"},
+    {"syncmemtoflash", nullptr, "sync memory to flash"},
+    {"restore", nullptr, "resotre xml to flash"},
+    {"writelogwithtime", nullptr, "write log with time"},
+    {"XMLDBCallBack", nullptr, "call back to system for backup xml"},
+    {"SyncPermit", nullptr, "sync permit handle"},
+    {"isPermitAllow", nullptr, "check permit is allow to use this function"},
+    {"listPermits", nullptr, "list permits"},
+    {"getPermitValue", nullptr, "get permit value"},
+    {"isPermitAllowByUser", nullptr, "check permit is allow by username"},
+    {"GetCGIPermitFilter", nullptr, "Permit filter for cgi command"},
+    {"SetCaptcha", nullptr, "Set Captcha handle"},
+    {"CompareCaptcha", nullptr, "Compare Captcha handle"},
+    {"getGroupName", nullptr, "Get User Group handle"},
+    {"SetSession", nullptr, "Set session handle"},
+    {"CheckSession", nullptr, "Set session handle"},
+    {"UpdateCaptchaTime", nullptr, "Update Capcha life time"},
+    {"DelCaptchaItem", nullptr, "Delete Captcha Item"},
+});
+
+constexpr bool names_are_unique() {
+    for (std::size_t row = 0; row < rows.size(); ++row) {
+        for (std::size_t other = row + 1; other < rows.size(); ++other) {
+            if (rows[row].name == rows[other].name) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+static_assert(rows.size() == 35);
+static_assert(names_are_unique());
+
+}  // namespace
+
+std::span<const command_row> command_table() {
+    return rows;
+}
+
+int32_t find_command(std::span<const command_row> table, std::string_view name) {
+    const auto found = std::find_if(table.begin(), table.end(), [name](const command_row& row) {
+        return row.handler != nullptr && row.name == name;
+    });
+    return found != table.end() ? static_cast<int32_t>(found - table.begin()) : -1;
+}
+
+}  // namespace veltrancord

@@ -1,0 +1,71 @@
+#include "server/dispatch.h"
+
+#include <exception>
+#include <string_view>
+
+#include "leaf/result.h"
+#include "server/command_table.h"
+#include "server/reply_writer.h"
+#include "server/request_server.h"
+
+namespace veltrancord {
+
+namespace {
+
+// The service throws nothing, but the XML library and the C++ library do when memory runs out. A
+// handler that meets this is over: the client is told that the request was too large, what the
+// handler had changed so far stays, and the service goes on.
+int32_t run_handler(const command_row& row, connection& client, command_argument argument,
+                    int32_t index) {
+    try {
+        return row.handler(client, argument, index);
+    } catch (const std::exception&) {
+        client.reply.close();
+        return result_too_large;
+    }
+}
+
+// What a follow-up step could not do for want of memory is tried again after the next command,
+// since the marks that called for it are still set.
+void run_follow_up(void (*follow_up)()) {
+    try {
+        if (follow_up != nullptr) {
+            follow_up();
+        }
+    } catch (const std::exception&) {
+        return;
+    }
+}
+
+}  // namespace
+
+void dispatch(connection* client) {
+    const request_server& server = *client->server;
+    char* const payload = client->payload.get();
+    const std::string_view text(payload);  // a NUL byte among the payload ends it
+    const std::size_t colon = text.find(':');
+    if (colon == std::string_view::npos) {
+        release_item(client);
+        return;
+    }
+    const int32_t row = find_command(server.commands, text.substr(0, colon));
+    if (row < 0) {
+        client->result = result_not_found;
+        write_code(client);
+        return;
+    }
+    const command_argument argument{payload + colon + 1, client->payload_size - colon - 1};
+    client->result =
+        run_handler(server.commands[static_cast<std::size_t>(row)], *client, argument, row);
+    const bool queued = queue_reply(*client) == 0;
+    if (!queued) {
+        release_item(client);
+    }
+    // The reply goes out only now: a client that holds it finds its change saved.
+    run_follow_up(server.follow_up);
+    if (queued) {
+        write_reply(client);
+    }
+}
+
+}  // namespace veltrancord

@@ -1,0 +1,107 @@
+// The event loop of the server thread: timers and watched descriptors, one callback each.
+//
+// Server thread only; nothing here is locked. The source begins with the design.
+#pragma once
+
+#include <poll.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <vector>
+
+namespace veltrancord {
+
+// A moment of the wall clock.
+struct loop_time {
+    int64_t seconds = 0;
+    int64_t microseconds = 0;  // 0 to 999999
+};
+
+// The wall clock now.
+[[nodiscard]] loop_time wall_clock_now();
+
+// Return: `expiry` minus `now` in milliseconds, to the nearest; what is below 5 counts as 0.
+[[nodiscard]] int64_t milliseconds_left(const loop_time& expiry, const loop_time& now);
+
+using event_callback = void (*)(void* argument);
+
+enum class watch_direction { read, write };
+
+// One timer or watched descriptor. Made, owned and freed by the loop; whoever added it may keep the
+// pointer until it calls event_loop::remove, or, for a one-shot event, until its callback begins.
+struct loop_event {
+    enum flag : uint32_t {
+        active = 1,
+        deleted = 2,   // freed at the end of the pass
+        one_shot = 4,  // marked deleted when it fires
+        armed = 8,     // takes part in this pass
+    };
+
+    uint32_t flags = 0;
+    event_callback callback = nullptr;
+    void* argument = nullptr;
+
+    loop_time expiry;      // timers
+    int32_t interval = 0;  // timers; milliseconds
+
+    int fd = -1;  // watched descriptors; not owned
+    watch_direction direction = watch_direction::read;
+    std::size_t slot = 0;  // where this pass asks about it
+};
+
+class event_loop {
+  public:
+    // `now` is the clock that timers go by.
+    explicit event_loop(loop_time (*now)() = wall_clock_now) : now_(now) {}
+    event_loop(const event_loop&) = delete;
+    event_loop& operator=(const event_loop&) = delete;
+
+    // Fires `interval` milliseconds from now: once, or again and again.
+    //
+    // Return: the event, or null when memory could not be had.
+    [[nodiscard]] loop_event* add_timer(int32_t interval, bool one_shot, event_callback callback,
+                                        void* argument);
+
+    // Fires in every pass in which `fd` can be read or written without blocking, or has failed.
+    // The event must be removed before the descriptor is closed.
+    //
+    // Return: the event, or null when memory could not be had.
+    [[nodiscard]] loop_event* add_descriptor(int fd, watch_direction direction,
+                                             event_callback callback, void* argument);
+
+    // Marks the event for freeing and clears the caller's pointer; null does nothing. Its callback
+    // is not called any more, not even in this pass.
+    void remove(loop_event*& event);
+
+    // Makes run() return after this pass, whose callbacks not yet called are left out.
+    void stop() { stopped_ = true; }
+
+    // Runs passes until stop() is called.
+    void run();
+
+    // One pass; waits for at most as long as the nearest timer has left.
+    void run_pass();
+
+  private:
+    using event_list = std::list<loop_event>;
+
+    loop_event* add(event_list& list, event_callback callback, void* argument);
+    int arm_timers();
+    void arm_descriptors();
+    void fire(loop_event& event);
+    void fire_timers();
+    void fire_descriptors();
+    void sweep();
+    void sweep(event_list& list);
+
+    loop_time (*now_)();
+    event_list timers_;       // newest first
+    event_list descriptors_;  // newest first
+    event_list spare_;        // freed events, kept so that a request allocates none
+    std::vector<pollfd> watched_;
+    bool any_deleted_ = false;
+    bool stopped_ = false;
+};
+
+}  // namespace veltrancord

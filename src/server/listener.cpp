@@ -1,0 +1,185 @@
+#include "server/listener.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "leaf/bounded_text.h"
+#include "server/connection.h"
+#include "server/request_reader.h"
+
+namespace veltrancord {
+
+namespace {
+
+constexpr const char* log_name = "do_accept";
+constexpr int backlog = 128;
+
+// Milliseconds for which the listening socket is left alone after a newcomer could be neither taken
+// nor turned away: long enough not to spin, short enough not to be felt.
+constexpr int32_t accept_pause = 100;
+
+owned_fd accept_client(const request_server& server) {
+    // SO_REUSEADDR, usual for accepted sockets, would be a system call for nothing: a local socket
+    // has no address that anyone could use again.
+    return owned_fd(::accept4(server.listener.fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+}
+
+void open_reserve(request_server& server) {
+    if (!server.reserve) {
+        server.reserve.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    }
+}
+
+void resume_accepting(void* argument) {
+    request_server& server = *static_cast<request_server*>(argument);
+    server.accept_pause = nullptr;  // it has fired
+    open_reserve(server);
+    if (!start_listening(server)) {
+        server.accept_pause = server.loop.add_timer(accept_pause, true, resume_accepting, &server);
+    }
+}
+
+// Without memory for the timer the socket stays watched: better to spin than to be deaf.
+void pause_accepting(request_server& server) {
+    server.accept_pause = server.loop.add_timer(accept_pause, true, resume_accepting, &server);
+    if (server.accept_pause != nullptr) {
+        server.loop.remove(server.accept_event);
+    }
+}
+
+// No descriptor is left for a newcomer. One is kept in reserve to accept it with and close it at
+// once: left in the backlog it would wake the loop for ever.
+void turn_away(request_server& server) {
+    server.reserve.reset();
+    const bool turned_away = static_cast<bool>(accept_client(server));
+    open_reserve(server);
+    if (!turned_away) {
+        pause_accepting(server);
+    }
+}
+
+void report_accept_failure(request_server& server, int error) {
+    if (!server.refusal_reported) {
+        std::fprintf(stderr, "%s accept: %s!!\n", log_name, std::strerror(error));
+        server.refusal_reported = true;
+    }
+}
+
+void accept_failed(request_server& server, int error) {
+    report_accept_failure(server, error);
+    switch (error) {
+        case EMFILE:
+        case ENFILE:
+            turn_away(server);
+            break;
+        case EAGAIN:
+        case EINTR:
+        case ECONNABORTED:
+            break;  // nobody is waiting, or someone still is and the next pass tries again
+        case EINVAL:
+        case EBADF:
+        case ENOTSOCK:
+            // Another process has shut the shared socket down: nobody can come any more.
+            server.loop.remove(server.accept_event);
+            break;
+        default:
+            pause_accepting(server);
+    }
+}
+
+int failed(const char* what, owned_fd socket) {
+    const int error = errno;
+    socket.reset();
+    std::fprintf(stderr, "%s: %s", what, std::strerror(error));
+    return -1;
+}
+
+}  // namespace
+
+int create_local_server(const char* path) {
+    owned_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!socket) {
+        return failed("socket", std::move(socket));
+    }
+    const int on = 1;
+    if (::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) < 0) {
+        return failed("unable to set reuse", std::move(socket));
+    }
+    ::unlink(path);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (!copy_bounded(address.sun_path, path)) {
+        errno = ENAMETOOLONG;
+        return failed("unable to bind", std::move(socket));
+    }
+    if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0) {
+        return failed("unable to bind", std::move(socket));
+    }
+    if (::listen(socket.get(), backlog) < 0) {
+        return failed("listen", std::move(socket));
+    }
+    return socket.release();
+}
+
+void process_release(int fd) {
+    static constexpr char text[] = "process release....\n";
+    [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, text, sizeof text - 1);
+    if (fd >= 0) {
+        ::shutdown(fd, SHUT_RDWR);
+        ::close(fd);
+    }
+}
+
+void do_accept(void* argument) {
+    request_server& server = *static_cast<request_server*>(argument);
+    owned_fd fd = accept_client(server);
+    if (!fd) {
+        accept_failed(server, errno);
+        return;
+    }
+    server.refusal_reported = false;
+    connection* const client = open_connection(server, std::move(fd));
+    // Most clients have sent their request by now, so it is looked for at once; only for those that
+    // have not are the events needed.
+    if (client == nullptr ||
+        (do_read(*client) == read_outcome::waiting && !await_request(*client))) {
+        std::fprintf(stderr, "%s Allocate memory fail!!\n", log_name);
+        if (client != nullptr) {
+            release_item(client);
+        }
+    }
+}
+
+bool start_listening(request_server& server) {
+    server.accept_event =
+        server.loop.add_descriptor(server.listener.fd, watch_direction::read, do_accept, &server);
+    return server.accept_event != nullptr;
+}
+
+void* server_thread(void* argument) {
+    server_start& start = *static_cast<server_start*>(argument);
+    if (start.fd < 1) {
+        return nullptr;
+    }
+    request_server server;
+    server.listener.fd = start.fd;
+    server.listener.change_counter = start.change_counter;
+    server.listener.sessions = start.sessions;
+    start.lists_ready.wait();
+    open_reserve(server);
+    if (!start_listening(server)) {
+        std::fprintf(stderr, "%s Allocate memory fail!!\n", log_name);
+        return nullptr;
+    }
+    server.loop.run();
+    return nullptr;
+}
+
+}  // namespace veltrancord

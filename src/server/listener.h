@@ -1,0 +1,43 @@
+// The listening socket and the thread that serves it.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <latch>
+
+#include "server/request_server.h"
+
+namespace veltrancord {
+
+// Creates the local socket at `path` and listens on it; a socket that an earlier run left there is
+// replaced. Failures are printed on standard error: "socket: ", "unable to set reuse: ", "unable to
+// bind: " or "listen: " and the reason. A path that does not fit a socket address cannot be bound.
+//
+// Return: the descriptor, non-blocking and close-on-exec, owned by the caller; or -1.
+[[nodiscard]] int create_local_server(const char* path);
+
+// Prints "process release....", shuts the listening socket down for every process that shares it,
+// and closes it here. Async-signal-safe; -1 is printed for, too, but nothing is closed.
+void process_release(int fd);
+
+// Accepts one client and reads what it has sent already. `argument` is the request_server.
+void do_accept(void* argument);
+
+// Starts watching server.listener.fd, which must be set.
+//
+// Return: false when memory could not be had. Nothing is printed.
+[[nodiscard]] bool start_listening(request_server& server);
+
+// What the server thread is started with; lives as long as the process.
+struct server_start {
+    int fd = -1;  // the listening socket
+    std::atomic<uint32_t>* change_counter = nullptr;
+    session_lists* sessions = nullptr;
+    std::latch lists_ready{1};  // counted down when handlers may run; clients wait until then
+};
+
+// The server thread; `argument` is its server_start. Returns at once when the listening descriptor
+// is below 1, else never.
+void* server_thread(void* argument);
+
+}  // namespace veltrancord

@@ -1,0 +1,29 @@
+// What one worker's server thread works with.
+#pragma once
+
+#include <span>
+
+#include "leaf/handler.h"
+#include "leaf/owned_fd.h"
+#include "server/command_table.h"
+#include "server/event_loop.h"
+
+namespace veltrancord {
+
+// Server thread only. Lives longer than every connection.
+struct request_server {
+    event_loop loop;
+    listener_record listener;
+    std::span<const command_row> commands = command_table();
+
+    // What is done after every command that reached a handler, once its reply is queued and before
+    // it is sent; null: nothing.
+    void (*follow_up)() = nullptr;
+
+    loop_event* accept_event = nullptr;
+    loop_event* accept_pause = nullptr;
+    owned_fd reserve;               // given up to be able to turn a newcomer away
+    bool refusal_reported = false;  // since the last newcomer that was taken
+};
+
+}  // namespace veltrancord

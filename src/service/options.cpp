@@ -1,0 +1,64 @@
+#include "service/options.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string_view>
+
+#include "leaf/bounded_text.h"
+#include "leaf/decimal_number.h"
+
+namespace veltrancord {
+
+namespace {
+
+constexpr const char* option_letters = "P:E:t:hHLl";
+
+// One less than the fields could hold: start scripts rely on the longer ones being ignored.
+constexpr std::size_t longest_path = 62;
+
+void take_path(char (&field)[64], std::string_view path) {
+    if (path.size() <= longest_path) {
+        copy_bounded(field, path);
+    }
+}
+
+}  // namespace
+
+int32_t backup_interval_of(const char* text) {
+    return std::max(shortest_backup_interval, decimal_number(text));
+}
+
+command_line parse_options(int argc, char* const* argv, service_options& options) {
+    ::optind = 0;  // begins afresh, whatever was parsed before
+    for (int letter = 0; (letter = ::getopt(argc, argv, option_letters)) != -1;) {
+        switch (letter) {
+            case 'P':
+                take_path(options.xml_path, ::optarg);
+                break;
+            case 'E':
+                take_path(options.event_log_path, ::optarg);
+                break;
+            case 't':
+                options.backup_interval = backup_interval_of(::optarg);
+                break;
+            case 'L':
+            case 'l':
+                options.restart = true;
+                break;
+            case 'h':
+            case 'H':
+                return command_line::usage;
+            default:
+                break;  // getopt has said what is wrong
+        }
+    }
+    return command_line::run;
+}
+
+void print_usage(const char* program) {
+    std::fprintf(stderr, "%s -t[databse backup time] -P[xml path] -h[help]\n", program);
+}
+
+}  // namespace veltrancord

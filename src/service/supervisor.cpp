@@ -1,0 +1,66 @@
+#include "service/supervisor.h"
+
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "server/listener.h"
+#include "service/semaphore.h"
+#include "service/signals.h"
+#include "service/worker.h"
+
+namespace veltrancord {
+
+namespace {
+
+constexpr const char* socket_path = "/tmp/Veltrancord.unix";
+constexpr int failed_status = 1;
+
+// Keeps a worker running. Any other child than the worker would be one that nobody here started,
+// and ends the service as the worker's end does when it is not to be restarted.
+int keep_worker_running(const service_options& options) {
+    for (;;) {
+        const pid_t worker = ::fork();
+        if (worker < 0) {
+            return failed_status;
+        }
+        if (worker == 0) {
+            return run_worker(options);
+        }
+        if (::wait(nullptr) != worker || !options.restart) {
+            std::fprintf(stderr, "Veltracord Exiting....\n");
+            return failed_status;
+        }
+        std::fprintf(stderr, "restart Veltracord....\n");
+    }
+}
+
+int run_supervisor(const service_options& options) {
+    const int listening_fd = create_local_server(socket_path);
+    if (listening_fd < 0) {
+        std::fprintf(stderr, "create local server socket error!!\n");
+        return 0;
+    }
+    g_listeningFd.store(listening_fd);
+    return keep_worker_running(options);
+}
+
+}  // namespace
+
+int run_service(const service_options& options) {
+    // A post that an earlier run left over must not release the starter before this one is ready.
+    semaphore_create(readiness_semaphore, 0);
+    // Before the first fork, so that from their first instruction all processes end in the same
+    // way.
+    install_termination_handling();
+    const pid_t supervisor = ::fork();
+    if (supervisor == 0) {
+        return run_supervisor(options);
+    }
+    semaphore_pend(readiness_semaphore);
+    return 0;
+}
+
+}  // namespace veltrancord
