@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <array>
 
+#include "access/captcha_handlers.h"
+#include "access/session_handlers.h"
+
 namespace veltrancord {
 
 namespace {
@@ -38,13 +41,13 @@ constexpr std::array rows = std::to_array<command_row>({
     {"getPermitValue", nullptr, "get permit value"},
     {"isPermitAllowByUser", nullptr, "check permit is allow by username"},
     {"GetCGIPermitFilter", nullptr, "Permit filter for cgi command"},
-    {"SetCaptcha", nullptr, "Set Captcha handle"},
-    {"CompareCaptcha", nullptr, "Compare Captcha handle"},
+    {"SetCaptcha", SetCaptcha_handle, "Set Captcha handle"},
+    {"CompareCaptcha", CompareCaptcha_handle, "Compare Captcha handle"},
     {"getGroupName", nullptr, "Get User Group handle"},
-    {"SetSession", nullptr, "Set session handle"},
-    {"CheckSession", nullptr, "Set session handle"},
-    {"UpdateCaptchaTime", nullptr, "Update Capcha life time"},
-    {"DelCaptchaItem", nullptr, "Delete Captcha Item"},
+    {"SetSession", SetSession_handle, "Set session handle"},
+    {"CheckSession", CheckSession_handle, "Set session handle"},
+    {"UpdateCaptchaTime", UpdateCaptchaTime_handle, "Update Capcha life time"},
+    {"DelCaptchaItem", DelCaptchaItem_handle, "Delete Captcha Item"},
 });
 
 constexpr bool names_are_unique() {

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "access/session_lists.h"
 #include "server/listener.h"
 #include "service/semaphore.h"
 #include "service/shared_memory.h"
@@ -48,6 +49,7 @@ bool start_thread(void* (*routine)(void*), void* argument, std::size_t stack_siz
 // What lives as long as the worker and is shared between its threads.
 struct worker_state {
     std::atomic<uint32_t> change_counter{0};
+    session_lists sessions;
     server_start server;
 };
 
@@ -74,9 +76,11 @@ int run_worker(const service_options& /*options*/) {
     worker_state state;
     state.server.fd = g_listeningFd.load();
     state.server.change_counter = &state.change_counter;
+    state.server.sessions = &state.sessions;
     if (!start_thread(server_thread, &state.server, server_stack_size)) {
         return thread_failed_status;
     }
+    init_session_lists(state.sessions);
     state.server.lists_ready.count_down();
     run_main_loop();
 }

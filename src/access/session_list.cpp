@@ -1,0 +1,43 @@
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "access/session_lists.h"
+
+namespace veltrancord {
+
+void init_session_lists(session_lists& lists) {
+    lists.captcha_list.clear();
+    lists.session_list.clear();
+    lists.captcha_count = 0;
+    lists.session_count = 0;
+}
+
+bool add_session(session_lists& lists, std::string_view session, int64_t now) {
+    std::unique_ptr<SessionItem> item(new (std::nothrow) SessionItem);
+    if (!item || !item->session.assign(session)) {
+        return false;
+    }
+    item->created = now;
+    lists.session_list.append(std::move(item));
+    ++lists.session_count;
+    if (lists.session_count > max_sessions) {
+        lists.session_list.remove_first();
+        --lists.session_count;
+    }
+    return true;
+}
+
+bool is_session_valid(const session_lists& lists, std::string_view session, int32_t lifetime,
+                      int64_t now) {
+    for (const SessionItem& item : lists.session_list) {
+        // The same token may have been set again later, so an expired one does not end the search.
+        if (now < item.created + lifetime &&
+            equals_in_constant_time(item.session.view(), session)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace veltrancord
