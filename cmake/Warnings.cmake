@@ -15,7 +15,6 @@ target_compile_options(
             -Wcast-qual
             -Wundef
             -Wvla
-            -Wnull-dereference
             -Wimplicit-fallthrough
             -Wmissing-declarations
             -Wunused)

@@ -124,10 +124,11 @@ bool fill_payload(connection& client, std::size_t have) {
 // Memory for `length` bytes and a NUL. It is neither cleared nor touched: a client that announces
 // four gigabytes and sends nothing costs addresses only.
 bool allocate_payload(connection& client, uint32_t length) {
-    if (length == std::numeric_limits<std::size_t>::max()) {
+    const std::size_t size = length;
+    if (size == std::numeric_limits<std::size_t>::max()) {
         return false;
     }
-    client.payload_size = length;
+    client.payload_size = size;
     client.payload.reset(static_cast<char*>(std::malloc(client.payload_size + 1)));
     return client.payload != nullptr;
 }
