@@ -6,6 +6,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "encoding/hex_digit.h"
+
 namespace veltrancord {
 
 namespace {
@@ -19,8 +21,12 @@ bool IsLetter(char c) {
     return (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') || byte >= 127;
 }
 
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
 bool IsNameByte(char c) {
-    return IsLetter(c) || (c >= '0' && c <= '9') || c == '_' || c == '-' || c == '.' || c == ':';
+    return IsLetter(c) || IsDigit(c) || c == '_' || c == '-' || c == '.' || c == ':';
 }
 
 // Reads text the way the library's parser does, building nothing. Each routine moves the position
@@ -42,7 +48,8 @@ class scanner {
         return std::strncmp(p_, text.data(), text.size()) == 0;
     }
     void SkipWhiteSpace();
-    void SkipCharacter();
+    bool SkipCharacter();
+    bool SkipReference();
     bool SkipPast(const char* end, std::size_t from);
     bool SkipName();
     bool SkipQuoted();
@@ -72,10 +79,34 @@ void scanner::SkipWhiteSpace() {
 
 // One character of text or of a quoted value. In UTF-8 text whatever follows a leading byte belongs
 // to the character, even if it is a "<" or a quotation mark.
-void scanner::SkipCharacter() {
+bool scanner::SkipCharacter() {
+    if (*p_ == '&' && p_[1] == '#' && p_[2] != '\0') {
+        return SkipReference();
+    }
     p_ += encoding_ == TIXML_ENCODING_UTF8
               ? TiXmlBase::utf8ByteTable[static_cast<unsigned char>(*p_)]
               : 1;
+    return true;
+}
+
+// A character reference. The parser reads its digits from the next ";" backwards to the nearest "x"
+// or "#", so a reference without ";" of its own swallows everything up to the end of the next one.
+bool scanner::SkipReference() {
+    const bool hexadecimal = p_[2] == 'x';
+    const char* const end = std::strchr(p_ + (hexadecimal ? 3 : 2), ';');
+    if (end == nullptr) {
+        return false;
+    }
+    const char* digit = end - 1;
+    while (*digit != (hexadecimal ? 'x' : '#')) {
+        const bool valid = hexadecimal ? hex_digit_value(*digit) >= 0 : IsDigit(*digit);
+        if (!valid) {
+            return false;
+        }
+        --digit;
+    }
+    p_ = end + 1;
+    return true;
 }
 
 bool scanner::SkipPast(const char* end, std::size_t from) {
@@ -100,7 +131,9 @@ bool scanner::SkipName() {
 bool scanner::SkipQuoted() {
     const char quote = *p_++;
     while (*p_ != '\0' && *p_ != quote) {
-        SkipCharacter();
+        if (!SkipCharacter()) {
+            return false;
+        }
     }
     return *p_++ != '\0';
 }
@@ -179,7 +212,9 @@ bool scanner::NestsDeeper(int limit) {
         SkipWhiteSpace();
         if (depth > 0 && *p_ != '<') {
             while (*p_ != '\0' && *p_ != '<') {
-                SkipCharacter();
+                if (!SkipCharacter()) {
+                    return false;
+                }
             }
         }
         if (*p_ != '<') {

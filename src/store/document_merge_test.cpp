@@ -1,0 +1,124 @@
+#include <gtest/gtest.h>
+#include <tinyxml.h>
+
+#include <memory>
+#include <string>
+
+#include "store/document_set.h"
+
+namespace veltrancord {
+namespace {
+
+std::string Text(const TiXmlNode& node) {
+    TiXmlPrinter printer;
+    printer.SetStreamPrinting();
+    node.Accept(&printer);
+    return printer.Str();
+}
+
+// What `into` becomes when `from` is merged into it; both are children of the tree that is merged.
+std::string Merge(const std::string& into, const std::string& from) {
+    XmlDocument target("T");
+    XmlDocument source("S");
+    EXPECT_TRUE(target.LoadXMLFile(("<R>" + into + "</R>").c_str()));
+    EXPECT_TRUE(source.LoadXMLFile(("<R>" + from + "</R>").c_str()));
+    EXPECT_EQ(MergeXmlNode(target.RootElement(), source.RootElement()), 0);
+    const std::string text = Text(*target.RootElement());
+    return text == "<R />" ? "" : text.substr(3, text.size() - 7);
+}
+
+TEST(document_merge, text_wins_over_the_text_that_is_there) {
+    EXPECT_EQ(Merge("<A>old</A>", "<A>new</A>"), "<A>new</A>");
+    EXPECT_EQ(Merge("<A>old<B/></A>", "<A>new</A>"), "<A>new<B /></A>");
+}
+
+TEST(document_merge, text_is_appended_to_an_element_without_children) {
+    EXPECT_EQ(Merge("<A/>", "<A>new</A>"), "<A>new</A>");
+}
+
+TEST(document_merge, text_does_not_replace_an_element) {
+    EXPECT_EQ(Merge("<A><B>1</B></A>", "<A>new</A>"), "<A><B>1</B></A>");
+    EXPECT_EQ(Merge("<A><B>1</B></A>", "<A>new<B>2</B><C>3</C></A>"), "<A><B>2</B><C>3</C></A>");
+}
+
+TEST(document_merge, element_without_text_leaves_the_text_that_is_there) {
+    EXPECT_EQ(Merge("<A>old</A>", "<A/>"), "<A>old</A>");
+    EXPECT_EQ(Merge("<A>old</A>", "<A><B>1</B></A>"), "<A>old<B>1</B></A>");
+}
+
+TEST(document_merge, elements_only_in_the_target_stay) {
+    EXPECT_EQ(Merge("<A>1</A><B>2</B>", "<B>3</B>"), "<A>1</A><B>3</B>");
+    EXPECT_EQ(Merge("<A><B><C>1</C><D>2</D></B></A>", "<A><B><C>9</C></B></A>"),
+              "<A><B><C>9</C><D>2</D></B></A>");
+}
+
+TEST(document_merge, missing_elements_are_appended_in_order) {
+    EXPECT_EQ(Merge("<Z>0</Z>", "<A>1</A><B><C>2</C></B><E/>"),
+              "<Z>0</Z><A>1</A><B><C>2</C></B><E />");
+}
+
+TEST(document_merge, attributes_travel_only_with_a_new_element_that_has_text) {
+    EXPECT_EQ(Merge("", "<A x='1' y=''>t</A>"), "<A x=\"1\" y=\"\">t</A>");
+    EXPECT_EQ(Merge("", "<A x='1'><B y='2'>t</B></A>"), "<A><B y=\"2\">t</B></A>");
+    EXPECT_EQ(Merge("", "<A x='1'/>"), "<A />");
+    EXPECT_EQ(Merge("<A z='0'>old</A>", "<A x='1'>new</A>"), "<A z=\"0\">new</A>");
+}
+
+TEST(document_merge, only_the_first_element_of_a_name_is_met) {
+    EXPECT_EQ(Merge("<A>1</A><A>2</A>", "<A>x</A>"), "<A>x</A><A>2</A>");
+    EXPECT_EQ(Merge("", "<A>1</A><A>2</A>"), "<A>2</A>");
+    EXPECT_EQ(Merge("<A>0</A>", "<A>1</A><A>2</A>"), "<A>2</A>");
+}
+
+TEST(document_merge, new_element_with_text_takes_nothing_but_the_text) {
+    EXPECT_EQ(Merge("", "<A>t<B>1</B></A>"), "<A>t</A>");
+}
+
+TEST(document_merge, other_nodes_do_not_count) {
+    EXPECT_EQ(Merge("<!--c--><A>1</A>", "<!--d--><A>2</A>loose"), "<!--c--><A>2</A>");
+    EXPECT_EQ(Merge("<A><!--c-->old</A>", "<A>new</A>"), "<A><!--c-->old</A>");
+}
+
+TEST(document_merge, names_are_compared_exactly) {
+    EXPECT_EQ(Merge("<a>1</a>", "<A>2</A>"), "<a>1</a><A>2</A>");
+}
+
+TEST(document_merge, missing_arguments_do_nothing) {
+    XmlDocument document("D");
+    EXPECT_TRUE(document.LoadXMLFile("<A/>"));
+    EXPECT_EQ(MergeXmlNode(nullptr, document.RootElement()), 0);
+    EXPECT_EQ(MergeXmlNode(document.RootElement(), nullptr), 0);
+    EXPECT_EQ(MergeXmlDoc(nullptr, document.RootElement()), 0);
+    EXPECT_EQ(Text(document), "<A />");
+}
+
+TEST(document_merge, document_is_merged_from_its_first_node_if_that_is_an_element) {
+    const auto merge = [](const char* text) {
+        auto doc = std::make_unique<XmlDocument>("D");
+        static_cast<void>(doc->LoadXMLFile(text));
+        XmlDocNode* const node = AddXmlDocNode("D", "/d", std::move(doc));
+        XmlDocument into("I");
+        EXPECT_TRUE(into.LoadXMLFile("<D><A>file</A><B>file</B></D>"));
+        EXPECT_EQ(MergeXmlDoc(node, into.RootElement()), 0);
+        EXPECT_EQ(MergeXmlDoc(node, nullptr), 0);
+        FreeXmlDocs();
+        return Text(into);
+    };
+    EXPECT_EQ(merge("<D><A>loaded</A></D>"), "<D><A>loaded</A><B>file</B></D>");
+    EXPECT_EQ(merge("<?xml version='1.0'?><D><A>loaded</A></D>"), "<D><A>file</A><B>file</B></D>");
+    EXPECT_EQ(merge("<!--c--><D><A>loaded</A></D>"), "<D><A>file</A><B>file</B></D>");
+    EXPECT_EQ(merge(""), "<D><A>file</A><B>file</B></D>");
+}
+
+// With a look-up that walks all children for each one, this would take minutes.
+TEST(document_merge, many_children_are_merged_in_linear_time) {
+    std::string from;
+    for (int i = 0; i < 100000; ++i) {
+        const std::string number = std::to_string(i);
+        from.append("<E").append(number).append(">1</E").append(number).append(">");
+    }
+    EXPECT_EQ(Merge("", from), from);
+}
+
+}  // namespace
+}  // namespace veltrancord
