@@ -1,0 +1,81 @@
+#include "update/argument_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+namespace veltrancord {
+
+namespace {
+
+owned_fd make_unnamed_file() {
+    char name[] = "/tmp/xmltemp-XXXXXX";
+    owned_fd file(::mkostemp(name, O_CLOEXEC));
+    if (!file) {
+        std::perror("mkstemp");
+        return {};
+    }
+    if (::unlink(name) != 0) {
+        const int reason = errno;
+        file.reset();
+        errno = reason;
+        std::perror("unlink temp file");
+    }
+    return file;
+}
+
+// Return: false after a message when not all of `content` could be written.
+bool write_body(const owned_fd& file, std::string_view content) {
+    while (file && !content.empty()) {
+        const ssize_t written = ::write(file.get(), content.data(), content.size());
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            std::perror("write body");
+            return false;
+        }
+        content.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+owned_fd copy_argument_file(const owned_fd& file) {
+    owned_fd copy = make_unnamed_file();
+    char block[4096];
+    off_t position = 0;
+    while (copy) {
+        const ssize_t count = ::pread(file.get(), block, sizeof block, position);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0 || !write_body(copy, {block, static_cast<std::size_t>(count)})) {
+            break;
+        }
+        position += count;
+    }
+    return copy && ::lseek(copy.get(), 0, SEEK_SET) == 0 ? std::move(copy) : owned_fd();
+}
+
+}  // namespace
+
+owned_fd make_argument_file(std::string_view content) {
+    owned_fd file = make_unnamed_file();
+    static_cast<void>(write_body(file, content));
+    return file;
+}
+
+owned_fd open_argument_file(const owned_fd& file) {
+    if (!file) {
+        return {};
+    }
+    char name[32];
+    std::snprintf(name, sizeof name, "/proc/self/fd/%d", file.get());
+    owned_fd opened(::open(name, O_RDONLY | O_CLOEXEC));
+    return opened ? std::move(opened) : copy_argument_file(file);
+}
+
+}  // namespace veltrancord

@@ -1,0 +1,88 @@
+#include "update/document_creation.h"
+
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+
+#include "leaf/file_replacer.h"
+#include "leaf/result.h"
+#include "store/xml_text.h"
+
+namespace veltrancord {
+
+namespace {
+
+std::unique_ptr<XmlDocument> read_back(const char* path, const std::string& name) {
+    file_text text;
+    if (LoadFile2Buf(path, text) < 0) {
+        return nullptr;
+    }
+    auto doc = std::make_unique<XmlDocument>(name.c_str());
+    // What was printed parses; were it not to, the document would be kept as a loaded file's is.
+    static_cast<void>(doc->LoadXMLFile(text.get()));
+    return doc;
+}
+
+int32_t answer_failure(const file_replacement& replacement) {
+    if (replacement.creation_failed()) {
+        return result_ok;
+    }
+    replacement.report_failure();
+    return result_failed;
+}
+
+int32_t put_into_list(const std::string& name, const std::string& path,
+                      std::unique_ptr<XmlDocument> doc) {
+    XmlDocNode* const old = find_document_of(name);
+    if (AddXmlDocNode(name, path, std::move(doc)) == nullptr) {
+        return result_failed;
+    }
+    if (old != nullptr) {
+        if (path != old->path) {
+            ::unlink(old->path);
+        }
+        RemoveXmlDocNode(old);
+    }
+    return result_ok;
+}
+
+}  // namespace
+
+XmlDocNode* find_document_of(std::string_view element_name) {
+    return FindXmlDocNode(element_name.substr(0, sizeof(XmlDocNode::name) - 1));
+}
+
+int32_t create_document(const TiXmlElement& element) {
+    const std::string& name = element.ValueStr();
+    const std::string path = std::string(XmlConfigDir()).append("/").append(name);
+    if (path.size() >= sizeof(XmlDocNode::path)) {
+        return result_ok;  // skipped: its record would cut the path and be saved to another file
+    }
+    std::string text;
+    PrintXml(element, 1, text);
+    file_replacement replacement;
+    if (replacement.prepare(path.c_str(), text) < 0) {
+        return answer_failure(replacement);
+    }
+    std::unique_ptr<XmlDocument> doc;
+    const std::string aside = replacement.prepared_path();
+    if (!aside.empty()) {
+        doc = read_back(aside.c_str(), name);
+        if (doc == nullptr) {
+            return result_failed;
+        }
+    }
+    if (replacement.commit() < 0) {
+        if (!replacement.replaced()) {
+            return answer_failure(replacement);
+        }
+        replacement.report_failure();
+    }
+    if (doc == nullptr) {
+        doc = read_back(path.c_str(), name);
+    }
+    return doc != nullptr ? put_into_list(name, path, std::move(doc)) : result_failed;
+}
+
+}  // namespace veltrancord

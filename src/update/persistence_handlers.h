@@ -1,0 +1,16 @@
+// Handlers of the commands that move documents to and from files.
+#pragma once
+
+#include "leaf/handler.h"
+
+namespace veltrancord {
+
+command_handler upload_handle;          // upload
+command_handler download_handle;        // download
+command_handler restore_handle;         // restore
+command_handler syncxml_handle;         // syncxml
+command_handler remove_handle;          // remove
+command_handler syncmemtoflash_handle;  // syncmemtoflash
+command_handler xmldb_callback_handle;  // XMLDBCallBack
+
+}  // namespace veltrancord

@@ -1,0 +1,18 @@
+// Merging one element's settings into a loaded document, each at its own place.
+#pragma once
+
+#include <tinyxml.h>
+
+namespace veltrancord {
+
+// Each element of the tree `from` that has text gives it to the element at the same place in
+// `into`, a document: `from` itself stands for the root element of its name. Elements are matched
+// by their names as stored, the first of a name; those that a text needs are created, each as the
+// last child of its parent. Elements without text, attributes, and everything that only `into` has
+// are left alone.
+//
+// A secret that is already in "enc:" form is taken as it stands, so that its plain value stays what
+// it was; another one is brought into that form. One whose form would be too long is left out.
+void merge_subtree(TiXmlNode& into, const TiXmlElement& from);
+
+}  // namespace veltrancord

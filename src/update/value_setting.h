@@ -1,0 +1,26 @@
+// Applying one line of a write command to the loaded documents. Server thread only.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace veltrancord {
+
+// Sets the text of the element at `path`, creates missing elements, and marks the document: to be
+// saved after the command when `to_flash`, else as changed in memory only.
+//
+// Return: result_ok; result_bad_argument for a path that does not split, or a path or value over
+// its bound; result_not_found when no such document is loaded; result_store_failed when the store
+// could not apply the value. After a failure nothing of the line is applied.
+[[nodiscard]] int32_t set_element_value(std::string_view path, std::string_view value,
+                                        bool to_flash);
+
+// Sets the attribute that the last component of `path` names, on the element before it, and marks
+// the document to be saved. An attribute is added where there is none, an element never: clients
+// use this to annotate what exists.
+//
+// Return: result_ok; result_bad_argument and result_not_found as above; result_store_failed when
+// there is no such element.
+[[nodiscard]] int32_t set_attribute_value(std::string_view path, std::string_view value);
+
+}  // namespace veltrancord
