@@ -5,6 +5,8 @@
 
 #include "access/captcha_handlers.h"
 #include "access/session_handlers.h"
+#include "update/persistence_handlers.h"
+#include "update/write_handlers.h"
 
 namespace veltrancord {
 
@@ -16,10 +18,10 @@ constexpr std::array rows = std::to_array<command_row>({
     {"read", nullptr, "read xml value"},
     {"readAndFilter", nullptr, "read xml and filter"},
     {"readwithlevel", nullptr, "read xml value with level"},
-    {"write", nullptr, "write xml value"},
-    {"upload", nullptr, "upload xml"},
-    {"download", nullptr, "download xml"},
-    {"remove", nullptr, "remove xml item"},
+    {"write", write_handle, "write xml value"},
+    {"upload", upload_handle, "upload xml"},
+    {"download", download_handle, "download xml"},
+    {"remove", remove_handle, "remove xml item"},
     {"readlog", nullptr, "read event log"},
     {"writelog", nullptr, "write event log"},
     {"readvalue", nullptr, "read one xml item value"},
@@ -27,14 +29,14 @@ constexpr std::array rows = std::to_array<command_row>({
     {"geteventcount", nullptr, "get event total count"},
     {"maxlogcount", nullptr, "get event log max count"},
     {"readattr", nullptr, "read xml attr"},
-    {"writeattr", nullptr, "write xml attr"},
+    {"writeattr", writeattr_handle, "write xml attr"},
     {"readsingleattr", nullptr, "read single attr"},
-    {"syncxml", nullptr, "sync xml from flash"},
-    {"writedbmem", nullptr, "write xml to memory"},
-    {"syncmemtoflash", nullptr, "sync memory to flash"},
-    {"restore", nullptr, "resotre xml to flash"},
+    {"syncxml", syncxml_handle, "sync xml from flash"},
+    {"writedbmem", writedbmem_handle, "write xml to memory"},
+    {"syncmemtoflash", syncmemtoflash_handle, "sync memory to flash"},
+    {"restore", restore_handle, "resotre xml to flash"},
     {"writelogwithtime", nullptr, "write log with time"},
-    {"XMLDBCallBack", nullptr, "call back to system for backup xml"},
+    {"XMLDBCallBack", xmldb_callback_handle, "call back to system for backup xml"},
     {"SyncPermit", nullptr, "sync permit handle"},
     {"isPermitAllow", nullptr, "check permit is allow to use this function"},
     {"listPermits", nullptr, "list permits"},

@@ -29,9 +29,7 @@ int32_t run_handler(const command_row& row, connection& client, command_argument
 // since the marks that called for it are still set.
 void run_follow_up(void (*follow_up)()) {
     try {
-        if (follow_up != nullptr) {
-            follow_up();
-        }
+        follow_up();
     } catch (const std::exception&) {
         return;
     }
@@ -62,7 +60,9 @@ void dispatch(connection* client) {
         release_item(client);
     }
     // The reply goes out only now: a client that holds it finds its change saved.
-    run_follow_up(server.follow_up);
+    for (void (*const follow_up)() : server.follow_ups) {
+        run_follow_up(follow_up);
+    }
     if (queued) {
         write_reply(client);
     }

@@ -1,12 +1,15 @@
 // What one worker's server thread works with.
 #pragma once
 
+#include <array>
 #include <span>
 
 #include "leaf/handler.h"
 #include "leaf/owned_fd.h"
 #include "server/command_table.h"
 #include "server/event_loop.h"
+#include "update/dispatch_queue.h"
+#include "update/document_saving.h"
 
 namespace veltrancord {
 
@@ -17,8 +20,8 @@ struct request_server {
     std::span<const command_row> commands = command_table();
 
     // What is done after every command that reached a handler, once its reply is queued and before
-    // it is sent; null: nothing.
-    void (*follow_up)() = nullptr;
+    // it is sent, in this order: a started program finds what it is told of in the file.
+    std::array<void (*)(), 2> follow_ups = {save_changed_documents, run_dispatch_queue};
 
     loop_event* accept_event = nullptr;
     loop_event* accept_pause = nullptr;

@@ -14,6 +14,7 @@
 #include "service/semaphore.h"
 #include "service/shared_memory.h"
 #include "service/signals.h"
+#include "update/backup.h"
 
 namespace veltrancord {
 
@@ -50,8 +51,14 @@ bool start_thread(void* (*routine)(void*), void* argument, std::size_t stack_siz
 struct worker_state {
     std::atomic<uint32_t> change_counter{0};
     session_lists sessions;
+    int32_t backup_interval = 0;  // seconds
     server_start server;
 };
+
+void* start_backups(void* argument) {
+    worker_state& state = *static_cast<worker_state*>(argument);
+    backup_thread(state.change_counter, state.backup_interval);
+}
 
 [[noreturn]] void run_main_loop() {
     bool ready_posted = false;
@@ -70,14 +77,16 @@ struct worker_state {
 
 }  // namespace
 
-int run_worker(const service_options& /*options*/) {
+int run_worker(const service_options& options) {
     install_worker_signals();
 
     worker_state state;
     state.server.fd = g_listeningFd.load();
     state.server.change_counter = &state.change_counter;
     state.server.sessions = &state.sessions;
-    if (!start_thread(server_thread, &state.server, server_stack_size)) {
+    state.backup_interval = options.backup_interval;
+    if (!start_thread(start_backups, &state, 0) ||
+        !start_thread(server_thread, &state.server, server_stack_size)) {
         return thread_failed_status;
     }
     init_session_lists(state.sessions);
