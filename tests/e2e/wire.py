@@ -6,8 +6,15 @@
 
 import socket
 import struct
+import sys
 import time
+from pathlib import Path
 from typing import NamedTuple, Optional
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "client/python"))
+
+import veltrancord
+from veltrancord.exchange import exchange as shipped_exchange
 
 START_CODE = b"?"
 
@@ -137,7 +144,21 @@ class Client:
 
 
 def exchange(path, payload, timeout=60.0):
-    """One whole request on a connection of its own. Return: the `Reply`."""
-    with Client(path, timeout) as client:
-        client.send_request(payload)
-        return client.receive_reply()
+    """One whole request on a connection of its own, by the client module that is shipped. A server
+    that cannot be reached raises the system's own OSError at once.
+
+    Return: the `Reply`.
+    """
+    if isinstance(payload, str):
+        payload = payload.encode()
+    try:
+        return Reply(*shipped_exchange(path, payload, timeout=timeout, cap=1 << 30, retry=False,
+                                       until_end=True))
+    except veltrancord.Unreachable as failure:
+        raise failure.__cause__
+    except veltrancord.Error as failure:
+        if failure.code == veltrancord.Result.NO_REPLY:
+            return NO_REPLY
+        if failure.code == veltrancord.Result.BROKEN_REPLY:
+            raise ProtocolError(str(failure)) from failure
+        raise
