@@ -42,7 +42,7 @@ struct seen_by_handlers {
     std::size_t size = 0;
     bool absent = false;
     int32_t row = -1;
-    int follow_ups = 0;
+    std::string follow_ups;  // the numbers of those that ran
 };
 inline seen_by_handlers g_seen;
 
@@ -102,7 +102,7 @@ class exchange : public testing::Test {
     exchange() {
         g_seen = {};
         server_.commands = test_handlers::rows;
-        server_.follow_up = [] { ++g_seen.follow_ups; };
+        server_.follow_ups = {[] { g_seen.follow_ups += '1'; }, [] { g_seen.follow_ups += '2'; }};
         int ends[2] = {-1, -1};
         EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
         client_.reset(ends[0]);
