@@ -67,14 +67,20 @@ def parse_reply(data):
 
 
 class Client:
-    """One connection to the service; also a context manager that closes it."""
+    """One connection to the service; also a context manager that closes it.
 
-    def __init__(self, path, timeout=60.0):
+    Unless `wait`, connecting raises BlockingIOError when the backlog is full.
+    """
+
+    def __init__(self, path, timeout=60.0, wait=True):
         self.timeout = timeout
         self.was_reset = False  # the server closed while bytes of ours lay unread
         self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM | socket.SOCK_CLOEXEC)
         try:
-            self.socket.settimeout(timeout)
+            # A full backlog is waited for only by a blocking connect; the kernel bounds it.
+            limit = struct.pack("@ll", int(timeout), int(timeout % 1 * 1e6))
+            self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_SNDTIMEO, limit)
+            self.socket.setblocking(wait)
             self.socket.connect(path)
         except OSError:
             self.socket.close()
