@@ -26,22 +26,6 @@ TiXmlElement* ElementNamedFrom(TiXmlNode* node, std::string_view name) {
     return nullptr;
 }
 
-// Gives the element `value` as its text: its first child node goes, whatever kind it is, and the
-// text comes last.
-void ReplaceText(TiXmlElement& element, std::string_view value) {
-    TiXmlNode* const first = element.FirstChild();
-    if (first != nullptr && first == element.LastChild() && first->ToText() != nullptr) {
-        // A lone text is changed where it is, which is the same without two allocations.
-        first->SetValue(std::string(value));
-        first->ToText()->SetCDATA(false);
-        return;
-    }
-    if (first != nullptr) {
-        element.RemoveChild(first);
-    }
-    element.LinkEndChild(std::make_unique<TiXmlText>(std::string(value)).release());
-}
-
 }  // namespace
 
 TiXmlElement* FindXmlElement(TiXmlElement* first, const XmlPath& list) {
@@ -102,10 +86,8 @@ int32_t ReadXmlValue(std::string_view path, XmlValue& out) {
         return result_bad_argument;
     }
     const TiXmlElement* const element = FindXmlElement(document->RootElement(), list);
-    if (element == nullptr) {
-        return result_not_found;
-    }
-    const std::string_view text = XmlElementText(*element);
+    const std::string_view text =
+        element != nullptr ? XmlElementText(*element) : std::string_view();
     if (text.data() == nullptr) {
         return result_not_found;
     }
@@ -114,6 +96,20 @@ int32_t ReadXmlValue(std::string_view path, XmlValue& out) {
         out.text = DecodeSecret(text, out.plain);
     }
     return static_cast<int32_t>(text.size());
+}
+
+void SetXmlElementText(TiXmlElement& element, std::string_view value) {
+    TiXmlNode* const first = element.FirstChild();
+    if (first != nullptr && first == element.LastChild() && first->ToText() != nullptr) {
+        // A lone text is changed where it is, which is the same without two allocations.
+        first->SetValue(std::string(value));
+        first->ToText()->SetCDATA(false);
+        return;
+    }
+    if (first != nullptr) {
+        element.RemoveChild(first);
+    }
+    element.LinkEndChild(std::make_unique<TiXmlText>(std::string(value)).release());
 }
 
 int32_t SetXmlValue(TiXmlNode& start, const XmlPath& list, std::string_view value) {
@@ -137,7 +133,7 @@ int32_t SetXmlValue(TiXmlNode& start, const XmlPath& list, std::string_view valu
         }
         parent = element;
     }
-    ReplaceText(*parent->ToElement(), value);
+    SetXmlElementText(*parent->ToElement(), value);
     return result_ok;
 }
 

@@ -47,6 +47,10 @@ struct XmlValue {
 // does not split, or a wildcard).
 [[nodiscard]] int32_t ReadXmlValue(std::string_view path, XmlValue& out);
 
+// Gives the element `value` as its text: its first child node is removed, whatever it is, and the
+// text comes last. What SetXmlValue does with the element that it has found.
+void SetXmlElementText(TiXmlElement& element, std::string_view value);
+
 // Sets the value at a path below `start`, a document, so that the first component names the root
 // element. Missing elements are created, each as the last child of its parent; there is no
 // backtracking. The element's first child node is removed, whatever it is, and the text appended. A

@@ -200,6 +200,17 @@ TEST_F(value, writing_replaces_the_first_child_whatever_it_is) {
     EXPECT_EQ(after("<A><C>B</C><!--B--></A>"), "<A><C>B</C><!--B--><B>new</B></A>");
 }
 
+TEST_F(value, text_of_an_element_at_hand_is_set_as_by_its_path) {
+    for (const char* text : {"<A><B/></A>", "<A><B>x</B></A>", "<A><B><![CDATA[x]]></B></A>",
+                             "<A><B><C/>x</B></A>", "<A><B><!-- c -->x</B></A>"}) {
+        XmlDocument& by_path = Load("A", text);
+        EXPECT_EQ(Set(by_path, "A.B", "new"), result_ok);
+        XmlDocument& at_hand = Load("A", text);
+        SetXmlElementText(*Find(at_hand, "A.B"), "new");
+        EXPECT_EQ(SerialiseXmlDoc(at_hand), SerialiseXmlDoc(by_path)) << text;
+    }
+}
+
 TEST_F(value, writing_again_replaces_the_text_written_before) {
     XmlDocument& doc = Load("A", "<A><B><C>1</C></B></A>");
     EXPECT_EQ(Set(doc, "A.B", "first"), result_ok);
