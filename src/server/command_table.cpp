@@ -5,8 +5,7 @@
 
 #include "access/captcha_handlers.h"
 #include "access/session_handlers.h"
-#include "store/attribute_handlers.h"
-#include "store/read_handlers.h"
+#include "eventlog/log_handlers.h"
 #include "update/persistence_handlers.h"
 #include "update/write_handlers.h"
 
@@ -17,27 +16,27 @@ namespace {
 // The order of the rows is part of the interface: a handler is told its row. Descriptions stand as
 // they always did, the misspelt and the doubled one too, since tools print them.
 constexpr std::array rows = std::to_array<command_row>({
-    {"read", read_handle, "read xml value"},
-    {"readAndFilter", read_filter_handle, "read xml and filter"},
-    {"readwithlevel", readwithlevel_handle, "read xml value with level"},
+    {"read", nullptr, "read xml value"},
+    {"readAndFilter", nullptr, "read xml and filter"},
+    {"readwithlevel", nullptr, "read xml value with level"},
     {"write", write_handle, "write xml value"},
     {"upload", upload_handle, "upload xml"},
     {"download", download_handle, "download xml"},
     {"remove", remove_handle, "remove xml item"},
-    {"readlog", nullptr, "read event log"},
-    {"writelog", nullptr, "write event log"},
-    {"readvalue", readvalue_handle, "read one xml item value"},
-    {"cleanlog", nullptr, "clean event log"},
-    {"geteventcount", nullptr, "get event total count"},
-    {"maxlogcount", nullptr, "get event log max count"},
-    {"readattr", readattr_handle, "read xml attr"},
+    {"readlog", readlog_handle, "read event log"},
+    {"writelog", writelog_handle, "write event log"},
+    {"readvalue", nullptr, "read one xml item value"},
+    {"cleanlog", cleanlog_handle, "clean event log"},
+    {"geteventcount", geteventcount_handle, "get event total count"},
+    {"maxlogcount", maxlogcount_handle, "get event log max count"},
+    {"readattr", nullptr, "read xml attr"},
     {"writeattr", writeattr_handle, "write xml attr"},
-    {"readsingleattr", readsingleattr_handle, "read single attr"},
+    {"readsingleattr", nullptr, "read single attr"},
     {"syncxml", syncxml_handle, "sync xml from flash"},
     {"writedbmem", writedbmem_handle, "write xml to memory"},
     {"syncmemtoflash", syncmemtoflash_handle, "sync memory to flash"},
     {"restore", restore_handle, "resotre xml to flash"},
-    {"writelogwithtime", nullptr, "write log with time"},
+    {"writelogwithtime", writelogwithtime_handle, "write log with time"},
     {"XMLDBCallBack", xmldb_callback_handle, "call back to system for backup xml"},
     {"SyncPermit", nullptr, "sync permit handle"},
     {"isPermitAllow", nullptr, "check permit is allow to use this function"},

@@ -1,0 +1,166 @@
+#include "eventlog/event_log.h"
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "eventlog/log_capacity.h"
+#include "leaf/bounded_text.h"
+#include "leaf/file_replacer.h"
+#include "leaf/result.h"
+#include "leaf/termination.h"
+#include "store/document_set.h"
+
+namespace veltrancord {
+
+event_log g_event_log;
+
+namespace {
+
+// Everything before the last "/"; empty for a file at the top or a bare name.
+std::string directory_of(std::string_view path) {
+    const std::size_t slash = path.rfind('/');
+    return std::string(path.substr(0, slash == std::string_view::npos ? 0 : slash));
+}
+
+bool is_terminating() {
+    return g_terminating.load(std::memory_order_relaxed);
+}
+
+}  // namespace
+
+int32_t event_log::start(const char* path) {
+    copy_bounded(path_, path);
+    int32_t size = 0;
+    const int32_t result = read_log_file_system_size(directory_of(path_).c_str(), size);
+    if (result < 0) {
+        return result;
+    }
+    const int32_t capacity = log_capacity_for_size(size);
+    std::fprintf(stderr, "event log max number = %d iAvailHddSize=0x%x\n", capacity,
+                 static_cast<uint32_t>(size));
+    return start_with_capacity(path, capacity);
+}
+
+int32_t event_log::start_with_capacity(const char* path, int32_t capacity) {
+    copy_bounded(path_, path);
+    ring_.capacity = capacity;
+    clear_replacement_leftovers(directory_of(path_).c_str());
+    document_ = load(path_);
+    if (!document_) {
+        // What the replacer could not do shows when the file is read again.
+        static_cast<void>(replace_file(path_, log_document::empty_file));
+        document_ = load(path_);
+    }
+    if (!document_) {
+        return result_failed;
+    }
+    find_ring();
+    return result_ok;
+}
+
+std::unique_ptr<log_document> event_log::load(const char* path) const {
+    file_text text;
+    if (LoadFile2Buf(path, text) < 0) {
+        return nullptr;
+    }
+    auto document = std::make_unique<log_document>(ring_.capacity);
+    document->load(text.get());
+    return document;
+}
+
+void event_log::find_ring() {
+    const int32_t capacity = ring_.capacity;
+    const int32_t elements = document_->element_count();
+    if (!log_starts_full(capacity, elements)) {
+        ring_ = partial_log_ring(capacity, elements);
+        return;
+    }
+    newest_log_entry newest;
+    for (int32_t position = 1; position <= capacity; ++position) {
+        log_record record;
+        const log_entry_state state = document_->decode(position, record);
+        if (state == log_entry_state::missing) {
+            break;
+        }
+        if (state == log_entry_state::readable) {
+            newest.consider(position, record);
+        }
+    }
+    ring_ = full_log_ring(capacity, newest.position());
+}
+
+int32_t event_log::add(const log_record& record, const log_time_text& time) {
+    if (!document_ || is_terminating()) {
+        return result_denied;
+    }
+    const int32_t result =
+        document_->set(ring_.write_position(), format_log_entry(record, time).view());
+    if (result < 0) {
+        return result;
+    }
+    ring_.advance();
+    static_cast<void>(save());
+    return result_ok;
+}
+
+int32_t event_log::read(const log_request& request, reply_text& reply) {
+    return document_ ? log_read(*document_, ring_, cursor_, request, reply) : result_denied;
+}
+
+int32_t event_log::clean() {
+    file_replacement replacement;
+    if (replacement.prepare(path_, log_document::empty_file) < 0) {
+        replacement.report_failure();
+        return result_failed;
+    }
+    std::unique_ptr<log_document> fresh;
+    const std::string aside = replacement.prepared_path();
+    if (!aside.empty()) {
+        fresh = load(aside.c_str());
+        if (!fresh) {
+            return result_failed;
+        }
+    }
+    if (replacement.commit() < 0) {
+        replacement.report_failure();
+        // Where only the flush of the directory failed, the file is the empty one, and the document
+        // has to agree with it.
+        if (!replacement.replaced()) {
+            return result_failed;
+        }
+    }
+    if (!fresh) {
+        fresh = load(path_);
+        if (!fresh) {
+            return result_failed;
+        }
+    }
+    document_ = std::move(fresh);
+    ring_.clear();
+    cursor_.reset();
+    return result_ok;
+}
+
+bool event_log::save() {
+    if (!document_ || is_terminating()) {
+        return false;
+    }
+    static_cast<void>(replace_file(path_, document_->file_text()));
+    return true;
+}
+
+int32_t init_event_log(const char* path) {
+    return g_event_log.start(path);
+}
+
+void SystemHaltEventLog() {
+    if (!g_event_log.save()) {
+        // The same words when the process is terminating: readers of the device's boot log look
+        // for them.
+        std::fprintf(stderr, "%s logdoc == NULL\n", "SystemHaltEventLog");
+    }
+}
+
+}  // namespace veltrancord

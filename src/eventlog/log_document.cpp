@@ -1,0 +1,262 @@
+#include "eventlog/log_document.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <optional>
+
+#include "eventlog/entry_text.h"
+#include "leaf/result.h"
+#include "store/path.h"
+#include "store/value.h"
+#include "store/xml_text.h"
+
+namespace veltrancord {
+
+namespace {
+
+constexpr const char* log_name = "Log";
+constexpr std::size_t readable_text = 95;
+// What follows the last entry in the file.
+constexpr std::string_view file_tail = "\n</Log>\n";
+
+using entry_name = std::array<char, 16>;
+
+entry_name name_of(int32_t position) {
+    entry_name name{'E'};
+    std::to_chars(name.data() + 1, name.data() + name.size() - 1, position);
+    return name;
+}
+
+// The position that an element's name stands for, when it is written as name_of() writes it.
+std::optional<int32_t> position_of(const std::string& name) {
+    int32_t position = 0;
+    if (name.size() < 2 || name[0] != 'E') {
+        return std::nullopt;
+    }
+    const char* const end = name.data() + name.size();
+    const auto parsed = std::from_chars(name.data() + 1, end, position);
+    if (parsed.ec != std::errc() || parsed.ptr != end || name != name_of(position).data()) {
+        return std::nullopt;
+    }
+    return position;
+}
+
+bool split_entry_path(int32_t position, XmlPath& path) {
+    return SplitXmlPath(std::string(log_name) + '.' + name_of(position).data(), path);
+}
+
+log_entry_state read_element(const TiXmlElement& element, std::size_t longest, log_record& record) {
+    const std::string_view text = XmlElementText(element);
+    if (text.data() == nullptr) {
+        return log_entry_state::empty;
+    }
+    return decode_log_entry(text.substr(0, longest), record) ? log_entry_state::readable
+                                                             : log_entry_state::unreadable;
+}
+
+log_entry_state read_element_bytes(const TiXmlElement& element, log_record_bytes& bytes) {
+    log_record record;
+    const log_entry_state state = read_element(element, readable_text, record);
+    if (state == log_entry_state::readable) {
+        bytes = pack_log_record(record);
+    }
+    return state;
+}
+
+}  // namespace
+
+log_document::log_document(int32_t capacity)
+    : document_(std::make_unique<XmlDocument>(log_name)),
+      slots_(static_cast<std::size_t>(std::max(capacity, 1))) {}
+
+void log_document::load(const char* text) {
+    document_->LoadXMLFile(text);
+    forget_file_text();
+    build_index();
+}
+
+int32_t log_document::element_count() const {
+    int32_t count = 0;
+    const TiXmlElement* const root = document_->RootElement();
+    if (root != nullptr) {
+        for (const TiXmlElement* element = root->FirstChildElement(); element != nullptr;
+             element = element->NextSiblingElement()) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+bool log_document::indexed(int32_t position) const {
+    return position >= 1 && static_cast<std::size_t>(position) <= slots_.size();
+}
+
+log_document::slot& log_document::slot_at(int32_t position) {
+    return slots_[static_cast<std::size_t>(position) - 1];
+}
+
+const log_document::slot& log_document::slot_at(int32_t position) const {
+    return slots_[static_cast<std::size_t>(position) - 1];
+}
+
+// A look-up goes through the top elements "Log" in order and takes the first E<n> in them; setting
+// a value looks only into the first of them.
+void log_document::build_index() {
+    std::fill(slots_.begin(), slots_.end(), slot{});
+    log_ = document_->FirstChildElement(log_name);
+    for (TiXmlElement* top = log_; top != nullptr; top = top->NextSiblingElement(log_name)) {
+        for (TiXmlElement* element = top->FirstChildElement(); element != nullptr;
+             element = element->NextSiblingElement()) {
+            const std::optional<int32_t> position = position_of(element->ValueStr());
+            if (!position || !indexed(*position)) {
+                continue;
+            }
+            slot& entry = slot_at(*position);
+            if (entry.element == nullptr) {
+                entry.element = element;
+                entry.state = read_element_bytes(*element, entry.record);
+            }
+        }
+    }
+}
+
+bool log_document::read(int32_t position, log_entry_state& state, log_record_bytes& record) const {
+    if (indexed(position)) {
+        const slot& entry = slot_at(position);
+        state = entry.state;
+        record = entry.record;
+        return true;
+    }
+    // The cursor stands at -1 before the first page: E-1 is a name that a file may hold.
+    XmlPath path;
+    if (!split_entry_path(position, path)) {
+        return false;
+    }
+    const TiXmlElement* const element = FindXmlElement(document_->RootElement(), path);
+    state = element != nullptr ? read_element_bytes(*element, record) : log_entry_state::missing;
+    return true;
+}
+
+log_entry_state log_document::decode(int32_t position, log_record& record) const {
+    if (!indexed(position) || slot_at(position).element == nullptr) {
+        return log_entry_state::missing;
+    }
+    return read_element(*slot_at(position).element, std::string_view::npos, record);
+}
+
+void log_document::create_entry(slot& entry, int32_t position) {
+    if (log_ == nullptr) {
+        log_ = document_->LinkEndChild(std::make_unique<TiXmlElement>(log_name).release())
+                   ->ToElement();
+    }
+    entry.element =
+        log_->LinkEndChild(std::make_unique<TiXmlElement>(name_of(position).data()).release())
+            ->ToElement();
+    entry.at = nowhere;
+}
+
+int32_t log_document::set_by_path(int32_t position, std::string_view text) {
+    XmlPath path;
+    if (!split_entry_path(position, path)) {
+        return result_bad_argument;
+    }
+    forget_file_text();
+    const int32_t result = SetXmlValue(*document_, path, text);
+    log_ = document_->FirstChildElement(log_name);
+    return result;
+}
+
+int32_t log_document::set(int32_t position, std::string_view text) {
+    if (!indexed(position)) {
+        return set_by_path(position, text);
+    }
+    slot& entry = slot_at(position);
+    if (entry.element == nullptr || entry.element->Parent() != log_) {
+        create_entry(entry, position);
+    }
+    SetXmlElementText(*entry.element, text);
+    entry.state = read_element_bytes(*entry.element, entry.record);
+    replace_in_file_text(entry);
+    return result_ok;
+}
+
+// Whether the file is one element "Log" with a line for each child, as the service itself writes
+// it. In any other file entries are not looked for.
+bool log_document::is_plain() const {
+    const TiXmlNode* const top = document_->FirstChild();
+    if (top == nullptr || top != log_ || top != document_->LastChild() ||
+        top->FirstChild() == nullptr) {
+        return false;
+    }
+    for (const TiXmlNode* child = top->FirstChild(); child != nullptr;
+         child = child->NextSibling()) {
+        if (child->ToElement() == nullptr) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void log_document::build_file_text() {
+    file_text_ = SerialiseXmlDoc(*document_);
+    pieces_known_ = false;
+    if (!is_plain()) {
+        return;
+    }
+    // What is printed child by child must be the whole file: the same text, at the same places.
+    std::size_t at = file_text_.find('\n');
+    for (const TiXmlElement* child = log_->FirstChildElement(); child != nullptr;
+         child = child->NextSiblingElement()) {
+        piece_.assign(1, '\n');
+        PrintXml(*child, 1, piece_);
+        if (at == std::string::npos || file_text_.compare(at, piece_.size(), piece_) != 0) {
+            return;
+        }
+        const std::optional<int32_t> position = position_of(child->ValueStr());
+        if (position && indexed(*position) && slot_at(*position).element == child) {
+            slot_at(*position).at = at;
+            slot_at(*position).length = piece_.size();
+        }
+        at += piece_.size();
+    }
+    pieces_known_ = file_text_.compare(at, std::string::npos, file_tail) == 0;
+}
+
+// Printing a log of 1000 entries costs more than writing the file does, and one entry is all that
+// has changed.
+void log_document::replace_in_file_text(slot& entry) {
+    if (!pieces_known_) {
+        forget_file_text();
+        return;
+    }
+    piece_.assign(1, '\n');
+    PrintXml(*entry.element, 1, piece_);
+    if (entry.at == nowhere) {
+        entry.at = file_text_.size() - file_tail.size();
+        entry.length = 0;
+    }
+    file_text_.replace(entry.at, entry.length, piece_);
+    if (piece_.size() != entry.length) {
+        for (slot& other : slots_) {
+            if (other.at != nowhere && other.at > entry.at) {
+                other.at += piece_.size() - entry.length;
+            }
+        }
+    }
+    entry.length = piece_.size();
+}
+
+void log_document::forget_file_text() {
+    file_text_.clear();
+    pieces_known_ = false;
+}
+
+std::string_view log_document::file_text() {
+    if (file_text_.empty()) {
+        build_file_text();
+    }
+    return file_text_;
+}
+
+}  // namespace veltrancord

@@ -1,0 +1,100 @@
+// The log document: the XML document that holds the entries, with an index of the ring's elements.
+//
+// Entries are found and set exactly as FindXmlElement and SetXmlValue would for the path
+// "Log.E<n>", whatever a file brought in (several elements of one name, gaps, foreign elements,
+// another root, elements nested in entries), but without walking the document: for the positions of
+// the ring the elements' addresses, their decoded records and where their text is in the file are
+// kept. All three can only stay true because nobody else gets at the document; so it is never
+// handed out.
+//
+// Used by the server thread, and by the main thread before that one serves its first request.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "eventlog/log_record.h"
+#include "store/xml_document.h"
+
+namespace veltrancord {
+
+enum class log_entry_state : uint8_t {
+    missing,     // there is no such element
+    empty,       // an element without text
+    unreadable,  // its text is no entry
+    readable,
+};
+
+class log_document {
+  public:
+    // The file of an empty log.
+    static constexpr std::string_view empty_file = "<Log>\n</Log>";
+
+    // An empty document with an index for the positions 1 to `capacity`, but at least for 1.
+    explicit log_document(int32_t capacity);
+
+    // Parses the text of a log file in place of what the document held. Text that does not parse
+    // gives an empty or partial log.
+    void load(const char* text);
+
+    // The number of elements in the root element, whatever their names are.
+    [[nodiscard]] int32_t element_count() const;
+
+    // What "Log.E<position>" holds. `record` gets the bytes for clients when it is readable; at
+    // most 95 characters of the text count.
+    //
+    // Return: false when the path cannot be formed.
+    [[nodiscard]] bool read(int32_t position, log_entry_state& state,
+                            log_record_bytes& record) const;
+
+    // As read(), for the positions of the index and all of the text.
+    [[nodiscard]] log_entry_state decode(int32_t position, log_record& record) const;
+
+    // Sets the text of "Log.E<position>"; elements that are missing are created.
+    //
+    // Return: result_ok, result_bad_argument when the path cannot be formed, or
+    // result_store_failed.
+    [[nodiscard]] int32_t set(int32_t position, std::string_view text);
+
+    // The bytes of the document's file, as SerialiseXmlDoc gives them; valid until the next change.
+    [[nodiscard]] std::string_view file_text();
+
+  private:
+    static constexpr std::size_t nowhere = static_cast<std::size_t>(-1);
+
+    struct slot {
+        TiXmlElement* element = nullptr;  // the first one of that name; owned by the document
+        std::size_t at = nowhere;         // where its text begins in file_text_
+        std::size_t length = 0;           // of its text there
+        log_entry_state state = log_entry_state::missing;
+        log_record_bytes record{};
+    };
+
+    [[nodiscard]] bool indexed(int32_t position) const;
+    [[nodiscard]] slot& slot_at(int32_t position);
+    [[nodiscard]] const slot& slot_at(int32_t position) const;
+
+    void build_index();
+    void create_entry(slot& entry, int32_t position);
+    [[nodiscard]] int32_t set_by_path(int32_t position, std::string_view text);
+
+    [[nodiscard]] bool is_plain() const;
+    void build_file_text();
+    void replace_in_file_text(slot& entry);
+    void forget_file_text();
+
+    std::unique_ptr<XmlDocument> document_;
+    TiXmlElement* log_ = nullptr;  // the first element "Log" at the top, where entries are created
+    std::vector<slot> slots_;      // of position 1 and on
+
+    std::string file_text_;  // empty: to be built
+    std::string piece_;      // one entry of it; kept for its memory
+    bool pieces_known_ =
+        false;  // each slot that has an element in log_ has its place in file_text_
+};
+
+}  // namespace veltrancord

@@ -1,0 +1,85 @@
+#include "eventlog/notification.h"
+
+#include <strings.h>
+
+#include <cstdio>
+#include <string>
+
+#include "encoding/hex_digit.h"
+#include "leaf/decimal_number.h"
+
+namespace veltrancord {
+
+namespace {
+
+constexpr std::size_t longest_name = 127;
+constexpr std::size_t longest_bits = 8;
+
+bool begins_with(std::string_view value, std::string_view word) {
+    return value.size() >= word.size() && strncasecmp(value.data(), word.data(), word.size()) == 0;
+}
+
+std::string definition_key(int32_t number, std::string_view field) {
+    return std::string("Notification.Log.BitDefine.Def")
+        .append(std::to_string(number))
+        .append(field);
+}
+
+// The bits of a definition; 0 when it is absent or has no "x".
+uint32_t definition_bits(int32_t number, notification_settings& settings) {
+    const std::string_view bits = settings.value(definition_key(number, ".Bit"));
+    const std::size_t x = bits.find('x');
+    return x != std::string_view::npos ? parse_event_bits(bits.substr(x + 1)) : 0;
+}
+
+bool is_wanted(std::string_view branch, std::string_view name, notification_settings& settings) {
+    return is_switched_on(settings.value(std::string(branch).append(name)));
+}
+
+}  // namespace
+
+uint32_t parse_event_bits(std::string_view digits) {
+    if (digits.empty() || digits.size() > longest_bits) {
+        std::fputs("Data is overflow!!\n", stderr);
+        return 0;
+    }
+    uint32_t bits = 0;
+    for (const char digit : digits) {
+        const int32_t value = hex_digit_value(digit);
+        bits = bits << 4U | (value > 0 ? static_cast<uint32_t>(value) : 0U);
+    }
+    return bits;
+}
+
+bool is_switched_on(std::string_view value) {
+    return begins_with(value, "ON") || begins_with(value, "YES");
+}
+
+bool should_notify(int32_t type, notification_settings& settings) {
+    const int32_t defined = decimal_number(settings.value("Notification.Log.BitDefine.Num"));
+    const bool email_on = is_switched_on(settings.value("Notification.Log.Email.Action"));
+    const bool push_on = is_switched_on(settings.value("Notification.Log.Push.Action"));
+
+    bool matched = false;
+    bool email_hit = false;
+    bool push_hit = false;
+    for (const int32_t number : settings.definitions(defined)) {
+        if ((static_cast<uint32_t>(type) & definition_bits(number, settings)) == 0) {
+            continue;
+        }
+        matched = true;
+        const std::string name(
+            settings.value(definition_key(number, ".Name")).substr(0, longest_name));
+        if (name.empty()) {
+            continue;
+        }
+        email_hit |= email_on && is_wanted("Notification.Log.Email.Events.", name, settings);
+        push_hit |= push_on && is_wanted("Notification.Log.Push.Events.", name, settings);
+    }
+    if (push_hit && !email_hit) {
+        return settings.push_gate() >= 1;
+    }
+    return email_hit || !matched;
+}
+
+}  // namespace veltrancord
