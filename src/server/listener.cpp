@@ -1,6 +1,7 @@
 #include "server/listener.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <utility>
 
 #include "leaf/bounded_text.h"
+#include "leaf/termination.h"
 #include "server/connection.h"
 #include "server/request_reader.h"
 
@@ -65,8 +67,17 @@ void turn_away(request_server& server) {
     }
 }
 
+// Whether a process that shares the listening socket has shut it down. The error does not say so:
+// without waiting, accept fails on such a socket as it does when nobody wants to connect, while
+// poll calls it readable for ever.
+bool is_shut_down(int fd) {
+    pollfd state = {fd, 0, 0};
+    return ::poll(&state, 1, 0) > 0 && (state.revents & (POLLHUP | POLLNVAL)) != 0;
+}
+
+// This process has shut the socket down itself when it is being terminated: no failure then.
 void report_accept_failure(request_server& server, int error) {
-    if (!server.refusal_reported) {
+    if (!server.refusal_reported && !g_terminating.load()) {
         std::fprintf(stderr, "%s accept: %s!!\n", log_name, std::strerror(error));
         server.refusal_reported = true;
     }
@@ -74,6 +85,10 @@ void report_accept_failure(request_server& server, int error) {
 
 void accept_failed(request_server& server, int error) {
     report_accept_failure(server, error);
+    if (is_shut_down(server.listener.fd)) {
+        server.loop.remove(server.accept_event);  // nobody can come any more
+        return;
+    }
     switch (error) {
         case EMFILE:
         case ENFILE:
@@ -83,12 +98,6 @@ void accept_failed(request_server& server, int error) {
         case EINTR:
         case ECONNABORTED:
             break;  // nobody is waiting, or someone still is and the next pass tries again
-        case EINVAL:
-        case EBADF:
-        case ENOTSOCK:
-            // Another process has shut the shared socket down: nobody can come any more.
-            server.loop.remove(server.accept_event);
-            break;
         default:
             pause_accepting(server);
     }
