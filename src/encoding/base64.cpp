@@ -14,7 +14,7 @@ constexpr char padding = '=';
 constexpr int8_t invalid = -1;
 
 // Indexed by the low 7 bits of a character.
-constexpr std::array<int8_t, 128> decode_table = [] {
+constexpr std::array<int8_t, 128> decode_table = []() {
     std::array<int8_t, 128> table{};
     table.fill(invalid);
     for (std::size_t i = 0; i < alphabet.size(); ++i) {

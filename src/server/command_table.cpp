@@ -6,6 +6,8 @@
 #include "access/captcha_handlers.h"
 #include "access/session_handlers.h"
 #include "eventlog/log_handlers.h"
+#include "store/attribute_handlers.h"
+#include "store/read_handlers.h"
 #include "update/persistence_handlers.h"
 #include "update/write_handlers.h"
 
@@ -16,22 +18,22 @@ namespace {
 // The order of the rows is part of the interface: a handler is told its row. Descriptions stand as
 // they always did, the misspelt and the doubled one too, since tools print them.
 constexpr std::array rows = std::to_array<command_row>({
-    {"read", nullptr, "read xml value"},
-    {"readAndFilter", nullptr, "read xml and filter"},
-    {"readwithlevel", nullptr, "read xml value with level"},
+    {"read", read_handle, "read xml value"},
+    {"readAndFilter", read_filter_handle, "read xml and filter"},
+    {"readwithlevel", readwithlevel_handle, "read xml value with level"},
     {"write", write_handle, "write xml value"},
     {"upload", upload_handle, "upload xml"},
     {"download", download_handle, "download xml"},
     {"remove", remove_handle, "remove xml item"},
     {"readlog", readlog_handle, "read event log"},
     {"writelog", writelog_handle, "write event log"},
-    {"readvalue", nullptr, "read one xml item value"},
+    {"readvalue", readvalue_handle, "read one xml item value"},
     {"cleanlog", cleanlog_handle, "clean event log"},
     {"geteventcount", geteventcount_handle, "get event total count"},
     {"maxlogcount", maxlogcount_handle, "get event log max count"},
-    {"readattr", nullptr, "read xml attr"},
+    {"readattr", readattr_handle, "read xml attr"},
     {"writeattr", writeattr_handle, "write xml attr"},
-    {"readsingleattr", nullptr, "read single attr"},
+    {"readsingleattr", readsingleattr_handle, "read single attr"},
     {"syncxml", syncxml_handle, "sync xml from flash"},
     {"writedbmem", writedbmem_handle, "write xml to memory"},
     {"syncmemtoflash", syncmemtoflash_handle, "sync memory to flash"},

@@ -21,6 +21,6 @@ struct command_row {
 // The first row of that name, compared exactly, that has a handler.
 //
 // Return: the row's index, or -1.
-[[nodiscard]] int32_t find_command(std::span<const command_row> rows, std::string_view name);
+[[nodiscard]] int32_t find_command(std::span<const command_row> table, std::string_view name);
 
 }  // namespace veltrancord

@@ -15,6 +15,9 @@ namespace veltrancord {
 
 // Server thread only. Lives longer than every connection.
 struct request_server {
+    // `now` is the clock of the loop's timers.
+    explicit request_server(loop_time (*now)() = wall_clock_now) : loop(now) {}
+
     event_loop loop;
     listener_record listener;
     std::span<const command_row> commands = command_table();

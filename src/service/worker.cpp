@@ -8,13 +8,19 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <string_view>
 
 #include "access/session_lists.h"
 #include "eventlog/event_log.h"
+#include "leaf/file_replacer.h"
 #include "server/listener.h"
 #include "service/semaphore.h"
 #include "service/shared_memory.h"
 #include "service/signals.h"
+#include "service/store_hooks.h"
+#include "store/document_set.h"
+#include "store/reply_capacity.h"
 #include "update/backup.h"
 
 namespace veltrancord {
@@ -23,6 +29,10 @@ namespace {
 
 constexpr int thread_failed_status = 1;
 constexpr unsigned pass_seconds = 10;
+
+// The reply capacity goes by the size of this directory, wherever the configuration is loaded from:
+// products that load another one count on replies being bounded as they are on the device.
+constexpr const char* default_xml_path = "/mnt/database/xml";
 
 // Handlers walk documents recursively, and documents may nest 512 elements deep. The widest frame
 // on such a walk holds a key and a line of a few hundred bytes; a sanitizer triples it. Four
@@ -61,6 +71,28 @@ void* start_backups(void* argument) {
     backup_thread(state.change_counter, state.backup_interval);
 }
 
+std::string directory_of(std::string_view path) {
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string_view::npos) {
+        return ".";
+    }
+    return std::string(path.substr(0, slash > 0 ? slash : 1));
+}
+
+// Loads the document set and computes the reply capacity.
+//
+// Return: what LoadXmlDir returned.
+int32_t load_configuration(const service_options& options) {
+    clear_replacement_leftovers(options.xml_path);
+    clear_replacement_leftovers(directory_of(options.event_log_path).c_str());
+    install_store_hooks();
+    const int32_t loaded = LoadXmlDir(options.xml_path);
+    if (loaded >= 0) {
+        scan_reply_capacity(default_xml_path);
+    }
+    return loaded;
+}
+
 [[noreturn]] void run_main_loop() {
     bool ready_posted = false;
     for (;;) {
@@ -78,7 +110,12 @@ void* start_backups(void* argument) {
 
 }  // namespace
 
+// The order is fixed: each step stands on the ones before it, and clients that connect meanwhile
+// wait until all is there.
 int run_worker(const service_options& options) {
+    if (load_configuration(options) < 0) {
+        return 0;
+    }
     install_worker_signals();
     // Without a log the service serves everything else.
     init_event_log(options.event_log_path);

@@ -1,18 +1,19 @@
 // Read queries: settings as "key=value" lines.
 #pragma once
 
-#include <tinyxml.h>
-
+#include <array>
 #include <cstdint>
-#include <span>
 #include <string_view>
 
 #include "leaf/reply_text.h"
+#include "store/subtree_listing.h"
 
 namespace veltrancord {
 
-// Key prefixes that a filtered read hides; empty: nothing is filtered.
-using hidden_prefixes = std::span<const std::string_view>;
+// What readAndFilter hides.
+inline constexpr std::array<std::string_view, 5> readFilterList = {
+    "Account.User", "Account.Cloud", "Account.CGIPermitDenyFilter", "Account.LocalPassword",
+    "Account.OperatorPassword"};
 
 // Room that a reply needs above the reply capacity: the test that decides whether a line of a
 // listing fits leaves the key out on purpose.
@@ -23,18 +24,28 @@ inline constexpr uint32_t reply_key_slack = 512;
 // Return: false when memory could not be had; the handler's message is the caller's.
 [[nodiscard]] bool open_read_reply(reply_text& reply);
 
+// The same for the handler of that log name, with its message on standard error. A handler that
+// gets false returns result_ok.
+[[nodiscard]] bool open_read_reply(reply_text& reply, const char* handler);
+
+// The reply capacity that `reply` was opened with: one request keeps to one value, though the
+// backup thread may change the capacity meanwhile.
+[[nodiscard]] uint32_t read_reply_capacity(const reply_text& reply);
+
 // Runs a read for `path`: one value, a subtree ("....*") or everything ("*"), appended to `out`,
-// which the caller has opened and which is empty.
+// which open_read_reply has opened. A level above 0 refuses what is not marked for it: a single
+// value and the top of a subtree must carry a Level not below it.
 //
 // Return: the length appended (0: a subtree without any text), result_not_found,
-// result_bad_argument or result_too_large.
+// result_bad_argument or result_too_large; nothing is appended then.
 [[nodiscard]] int32_t ReadXmlTree(std::string_view path, reply_text& out, int32_t level,
                                   hidden_prefixes filter);
 
-// Writes what a read of `path` returns into `file` (created or truncated).
+// Writes what a read of `path` returns into `file` (created or truncated; a symbolic link in its
+// place is not followed). Messages go to standard error.
 //
 // Return: the read's result, or result_too_large when nothing could be allocated or the file could
-// not be opened. Messages are printed as for the read.
-[[nodiscard]] int32_t DumpXmlToFile(const char* path, const char* file);
+// not be opened.
+int32_t DumpXmlToFile(const char* path, const char* file);
 
 }  // namespace veltrancord

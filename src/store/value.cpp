@@ -86,8 +86,10 @@ int32_t ReadXmlValue(std::string_view path, XmlValue& out) {
         return result_bad_argument;
     }
     const TiXmlElement* const element = FindXmlElement(document->RootElement(), list);
-    const std::string_view text =
-        element != nullptr ? XmlElementText(*element) : std::string_view();
+    if (element == nullptr) {
+        return result_not_found;
+    }
+    const std::string_view text = XmlElementText(*element);
     if (text.data() == nullptr) {
         return result_not_found;
     }

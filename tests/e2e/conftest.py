@@ -21,7 +21,9 @@ def pytest_addoption(parser):
 
 
 def pytest_configure(config):
-    device_module.default_program = os.path.realpath(config.getoption("--bin"))
+    # The options are there only when pytest was called with this folder's path.
+    program = config.getoption("--bin", default=device_module.default_program)
+    device_module.default_program = os.path.realpath(program)
     if not os.access(device_module.default_program, os.X_OK):
         raise pytest.UsageError(f"there is no program {device_module.default_program}: build it first")
     # Some tests hold more connections than the usual soft limit allows.
@@ -32,11 +34,11 @@ def pytest_configure(config):
 
 
 def pytest_collection_modifyitems(config, items):
-    if config.getoption("--slow"):
+    if config.getoption("--slow", default=False) or os.environ.get("E2E_SLOW"):
         return
     for item in items:
         if item.get_closest_marker("slow"):
-            item.add_marker(pytest.mark.skip(reason="slow: run with --slow"))
+            item.add_marker(pytest.mark.skip(reason="slow: run with --slow or E2E_SLOW=1"))
 
 
 @pytest.hookimpl(hookwrapper=True)
@@ -83,15 +85,6 @@ def _check_and_close(device):
 @pytest.fixture
 def device():
     """A fresh device: default directories empty, the service not started."""
-    with Device() as fresh:
-        yield fresh
-        _check_and_close(fresh)
-
-
-@pytest.fixture(scope="module")
-def shared_device():
-    """One device for all tests of a module (that run in one process), for tests that only read.
-    Start it in a module-scoped fixture of your own."""
     with Device() as fresh:
         yield fresh
         _check_and_close(fresh)

@@ -284,7 +284,7 @@ class Device:
             limits=limits, obey_permissions=obey_permissions, directory=directory,
             fake_clock=fake_clock)
         variables = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL": "C"}
-        variables.update(self._sanitizer_environment())
+        variables.update(self._sanitizer_environment(under))
         if fake_clock:
             self.move_clock(0)
             variables.update(LD_PRELOAD=FAKETIME_LIBRARY, FAKETIME_TIMESTAMP_FILE=FAKETIME_OFFSET,
@@ -301,21 +301,29 @@ class Device:
             self.wait_ready()
         return self.starter
 
-    def _sanitizer_environment(self):
+    def _sanitizer_environment(self, under):
         if self.sanitizer is None:
             return {}
+        options = _SANITIZER_OPTIONS
+        if under:  # a tracer is there already, and the leak check would be a second one
+            options += ":detect_leaks=0"
         names = ("ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS")
-        return {name: _SANITIZER_OPTIONS for name in names}
+        return {name: ":".join(filter(None, (os.environ.get(name), options))) for name in names}
 
     def wait_ready(self, timeout=None):
         """Waits until the starter has ended and asserts that its status is 0."""
         status = self.starter.wait(timeout)
         assert status == 0, f"the starter ended with {status}:\n{self.output()}"
 
-    def start_traced(self, *options, calls=None, **start_arguments):
+    def start_traced(self, *options, calls=None, trace_options=(), **start_arguments):
         """Starts it under strace, with all its processes and threads; `trace` gives the lines.
-        `calls` limits the trace, as strace's option -e does ("openat,fsync,rename")."""
-        under = ["strace", "-f", "-qq", "-s", "256", "-o", f"{LOGS}/trace"]
+        `calls` limits the trace, as strace's option -e does ("openat,fsync,rename");
+        `trace_options` are further options of strace, to inject failures for example."""
+        if shutil.which("strace") is None:
+            import pytest
+
+            pytest.skip("strace is not installed")
+        under = ["strace", "-DDD", "-f", "-q", "-s", "256", "-o", f"{LOGS}/trace", *trace_options]
         under += ["-e", f"trace={calls}"] if calls else []
         return self.start(*options, under=under, **start_arguments)
 

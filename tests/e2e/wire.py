@@ -6,8 +6,15 @@
 
 import socket
 import struct
+import sys
 import time
+from pathlib import Path
 from typing import NamedTuple, Optional
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "client/python"))
+
+import veltrancord
+from veltrancord.exchange import exchange as shipped_exchange
 
 START_CODE = b"?"
 
@@ -60,14 +67,20 @@ def parse_reply(data):
 
 
 class Client:
-    """One connection to the service; also a context manager that closes it."""
+    """One connection to the service; also a context manager that closes it.
 
-    def __init__(self, path, timeout=60.0):
+    Unless `wait`, connecting raises BlockingIOError when the backlog is full.
+    """
+
+    def __init__(self, path, timeout=60.0, wait=True):
         self.timeout = timeout
         self.was_reset = False  # the server closed while bytes of ours lay unread
         self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM | socket.SOCK_CLOEXEC)
         try:
-            self.socket.settimeout(timeout)
+            # A full backlog is waited for only by a blocking connect; the kernel bounds it.
+            limit = struct.pack("@ll", int(timeout), int(timeout % 1 * 1e6))
+            self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_SNDTIMEO, limit)
+            self.socket.setblocking(wait)
             self.socket.connect(path)
         except OSError:
             self.socket.close()
@@ -137,7 +150,21 @@ class Client:
 
 
 def exchange(path, payload, timeout=60.0):
-    """One whole request on a connection of its own. Return: the `Reply`."""
-    with Client(path, timeout) as client:
-        client.send_request(payload)
-        return client.receive_reply()
+    """One whole request on a connection of its own, by the client module that is shipped. A server
+    that cannot be reached raises the system's own OSError at once.
+
+    Return: the `Reply`.
+    """
+    if isinstance(payload, str):
+        payload = payload.encode()
+    try:
+        return Reply(*shipped_exchange(path, payload, timeout=timeout, cap=1 << 30, retry=False,
+                                       until_end=True))
+    except veltrancord.Unreachable as failure:
+        raise failure.__cause__
+    except veltrancord.Error as failure:
+        if failure.code == veltrancord.Result.NO_REPLY:
+            return NO_REPLY
+        if failure.code == veltrancord.Result.BROKEN_REPLY:
+            raise ProtocolError(str(failure)) from failure
+        raise

@@ -253,7 +253,8 @@ VELTRANCORD_API int32_t veltrancord_log_read(struct veltrancord_client* client,
                                              enum veltrancord_log_mode mode, int32_t mask,
                                              struct veltrancord_log_record* records, size_t count);
 
-/* Return: how many events there are; how many fit. */
+/* Return: how many events there are; how many fit. On a file system too small for a log the
+ * service's capacity is below 0, and looks like a failure. */
 VELTRANCORD_API int32_t veltrancord_log_count(struct veltrancord_client* client);
 VELTRANCORD_API int32_t veltrancord_log_capacity(struct veltrancord_client* client);
 

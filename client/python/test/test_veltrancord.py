@@ -1,0 +1,255 @@
+"""The Python module against a service that answers as each test says."""
+
+import re
+import socket
+import struct
+import sys
+import threading
+import time
+from pathlib import Path
+
+import pytest
+
+HERE = Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE.parent))
+
+import veltrancord
+from veltrancord import Client, LogMode, LogRecord, Result, bounds
+
+
+def reply(code, body=b""):
+    return struct.pack("<i", code) + body
+
+
+class FakeService:
+    """Answers each connection with the same bytes and keeps the requests."""
+
+    def __init__(self, path, answer=b"", serve=None):
+        self.path = str(path)
+        self.answer = answer
+        self.serve = serve or self.serve_answer
+        self.requests = []
+        self.listener = socket.socket(socket.AF_UNIX)
+        self.listener.bind(self.path)
+        self.listener.listen(64)
+        self.thread = threading.Thread(target=self.run, daemon=True)
+        self.thread.start()
+
+    def serve_answer(self, connection):
+        head = connection.recv(5, socket.MSG_WAITALL)
+        (length,) = struct.unpack("<I", head[1:])
+        assert head[:1] == b"?"
+        self.requests.append(connection.recv(length, socket.MSG_WAITALL) if length else b"")
+        connection.sendall(self.answer)
+
+    def run(self):
+        while True:
+            try:
+                connection, _ = self.listener.accept()
+            except OSError:
+                return
+            with connection:
+                try:
+                    self.serve(connection)
+                except OSError:
+                    pass
+
+    def close(self):
+        self.listener.shutdown(socket.SHUT_RDWR)
+        self.listener.close()
+        self.thread.join()
+
+
+@pytest.fixture
+def serve(tmp_path):
+    services = []
+
+    def start(answer=b"", **arguments):
+        services.append(FakeService(tmp_path / f"socket{len(services)}", answer, **arguments))
+        return services[-1]
+
+    yield start
+    for service in services:
+        service.close()
+
+
+def client_of(service, **arguments):
+    return Client(service.path, **{"timeout": 30, **arguments})
+
+
+CALLS = [
+    (lambda c: c.read("A.*"), reply(8, b"A.B=1\n\n\n"), b"read:A.*", [("A.B", "1\n\n")]),
+    (lambda c: c.read("A.*"), reply(0), b"read:A.*", []),
+    (lambda c: c.read("A.B"), reply(7, b"A.B=x=y"), b"read:A.B", [("A.B", "x=y")]),
+    (lambda c: c.read("A.*", level=2), reply(6, b"A.B=1\n"), b"readwithlevel:A.*&2",
+     [("A.B", "1")]),
+    (lambda c: c.read_visible("A.*"), reply(0), b"readAndFilter:A.*", []),
+    (lambda c: c.get("A.Password"), reply(4, b"ab\0\0"), b"readvalue:A.Password", "ab"),
+    (lambda c: c.get_attribute("A.B.Level"), reply(1, b"3"), b"readsingleattr:A.B.Level", "3"),
+    (lambda c: c.read_attributes("A.#"), reply(6, b"A.L=3\n"), b"readattr:A.#", [("A.L", "3")]),
+    (lambda c: c.write({"A.B": "1", "A.C": "x=y"}), reply(2), b"write:A.B=1\nA.C=x=y\n", 2),
+    (lambda c: c.set("A.B", "ä"), reply(1), "write:A.B=ä\n".encode(), None),
+    (lambda c: c.write_memory([("A.B", "1")]), reply(1), b"writedbmem:A.B=1\n", 1),
+    (lambda c: c.write_attributes({"A.L": "1"}), reply(1), b"writeattr:A.L=1\n", 1),
+    (lambda c: c.sync_memory(), reply(0), b"syncmemtoflash:", None),
+    (lambda c: c.remove(".*"), reply(0), b"remove:.*", None),
+    (lambda c: c.upload("/f"), reply(0), b"upload:/f", None),
+    (lambda c: c.restore("/f"), reply(0), b"restore:/f", None),
+    (lambda c: c.sync_file("/f"), reply(0), b"syncxml:/f", None),
+    (lambda c: c.download("/f"), reply(0), b"download:/f", None),
+    (lambda c: c.backup("now"), reply(0), b"XMLDBCallBack:now", None),
+    (lambda c: c.log_count(), reply(1000), b"geteventcount:", 1000),
+    (lambda c: c.log_capacity(), reply(-512), b"maxlogcount:", -512),
+    (lambda c: c.log_clear(), reply(0), b"cleanlog:", None),
+    (lambda c: c.log_read(5, mask=3, mode=LogMode.OLDER), reply(0), b"readlog:2&3&5", []),
+    (lambda c: c.group_may("g", "p"), reply(0), b"isPermitAllow:g&p", True),
+    (lambda c: c.user_may("u", "p", "1&2"), reply(-12), b"isPermitAllowByUser:u&p&1&2", False),
+    (lambda c: c.user_may_cgi("u", "apply", ""), reply(0), b"GetCGIPermitFilter:u&apply&", True),
+    (lambda c: c.permit_value("g", "p"), reply(3, b"1,3"), b"getPermitValue:g&p", "1,3"),
+    (lambda c: c.user_group("u&v"), reply(1, b"G"), b"getGroupName:u&v", "G"),
+    (lambda c: c.sync_permits(), reply(0), b"SyncPermit:", None),
+    (lambda c: c.list_permits(), reply(32, b"permit2=N&type=Switch&value=YES\n"), b"listPermits:",
+     [veltrancord.Permit(2, "N", "Switch", "YES")]),
+    (lambda c: c.set_session("s"), reply(0), b"SetSession:s", None),
+    (lambda c: c.check_session("s"), reply(-4), b"CheckSession:s", False),
+    (lambda c: c.check_session("s", 90), reply(0), b"CheckSession:s&90", True),
+    (lambda c: c.set_captcha("v", "c"), reply(0), b"SetCaptcha:v&c", None),
+    (lambda c: c.compare_captcha("v", "c", remove=True, lifetime=9), reply(2),
+     b"CompareCaptcha:v&c&1&9", Result.CAPTCHA_WRONG),
+    (lambda c: c.compare_captcha("v", "c"), reply(-4), b"CompareCaptcha:v&c&0",
+     Result.NOT_FOUND),
+    (lambda c: c.refresh_captcha("v", "c"), reply(0), b"UpdateCaptchaTime:v&c", None),
+    (lambda c: c.delete_captcha("v", "c"), reply(-4), b"DelCaptchaItem:v&c", None),
+    (lambda c: c.ping(), reply(-4), b"ping:", None),
+    (lambda c: c.wait(30), reply(-4), b"ping:", None),
+]
+
+
+@pytest.mark.parametrize("call, answer, request_, result", CALLS)
+def test_each_call_sends_and_understands(serve, call, answer, request_, result):
+    service = serve(answer)
+    assert call(client_of(service)) == result
+    assert service.requests == [request_]
+
+
+REFUSED = [
+    (lambda c: c.set("A", "1\n2"), Result.VALUE_HAS_LINE_FEED),
+    (lambda c: c.set("A=B", "1"), Result.PATH_HAS_EQUALS),
+    (lambda c: c.set("A\nB", "1"), Result.PATH_HAS_LINE_FEED),
+    (lambda c: c.get(".."), Result.PATH_EMPTY),
+    (lambda c: c.get("A\0B"), Result.TEXT_HAS_NUL),
+    (lambda c: c.write({}), Result.INVALID_USE),
+    (lambda c: c.group_may("a&b", "p"), Result.FIELD_HAS_SEPARATOR),
+    (lambda c: c.set_session(""), Result.FIELD_EMPTY),
+    (lambda c: c.upload(""), Result.FIELD_EMPTY),
+    (lambda c: c.log_add(LogRecord(1, "a:b")), Result.LOG_TEXT_UNREADABLE),
+    (lambda c: c.log_add(LogRecord(1, "")), Result.LOG_TEXT_UNREADABLE),
+    (lambda c: c.log_read(mask=10000000), Result.FIELD_OVER_BOUND),
+    (lambda c: c.exchange("a:b"), Result.COMMAND_HAS_SEPARATOR),
+]
+
+
+@pytest.mark.parametrize("call, code", REFUSED)
+def test_what_would_be_misread_is_refused_unsent(call, code):
+    with pytest.raises(veltrancord.Refused) as caught:
+        call(Client("/nonexistent/socket", timeout=None))
+    assert caught.value.code is code
+
+
+BOUNDS = [
+    (511, lambda c, text: c.get(text)),
+    (255, lambda c, text: c.set(text, "")),
+    (4095, lambda c, text: c.set("A.B", text)),
+    (183, lambda c, text: c.set("A.PASSWORD", text)),
+    (63, lambda c, text: c.get_attribute("A." + text)),
+    (255, lambda c, text: c.write_attributes({"A.B": text})),
+    (255, lambda c, text: c.upload(text)),
+    (255, lambda c, text: c.download(text)),
+    (127, lambda c, text: c.restore(text)),
+    (127, lambda c, text: c.sync_file(text)),
+    (256, lambda c, text: c.backup(text)),
+]
+
+
+@pytest.mark.parametrize("bound, call", BOUNDS)
+def test_each_bound_is_exact(bound, call):
+    client = Client("/nonexistent/socket", timeout=None)
+    with pytest.raises(veltrancord.Unreachable):
+        call(client, "x" * bound)
+    with pytest.raises(veltrancord.Refused) as caught:
+        call(client, "x" * (bound + 1))
+    assert (caught.value.bound, caught.value.found) == (bound, bound + 1)
+
+
+def test_the_refused_one_of_several_is_told():
+    with pytest.raises(veltrancord.Refused) as caught:
+        Client("/nonexistent/socket").write([("A", "1"), ("B", "\n")])
+    assert caught.value.index == 1
+
+
+@pytest.mark.parametrize("answer, code", [
+    (b"", Result.NO_REPLY),
+    (b"\5\0", Result.BROKEN_REPLY),
+    (reply(5, b"abcd"), Result.BROKEN_REPLY),
+    (reply(5), Result.BROKEN_REPLY),
+    (reply(101, b"x" * 101), Result.REPLY_OVER_CAP),
+    (reply(-8), Result.TOO_LARGE),
+])
+def test_broken_and_failed_replies(serve, answer, code):
+    with pytest.raises(veltrancord.Error) as caught:
+        client_of(serve(answer), cap=100).read("A.*")
+    assert caught.value.code is code
+
+
+def test_raw_exchange_returns_failures_counts_and_texts(serve):
+    for answer in (reply(-12), reply(1000), reply(2, b"\0\n")):
+        got = client_of(serve(answer), cap=100).exchange("x", b"\0y")
+        assert reply(*got) == answer
+
+
+def test_kinds_of_errors(serve, tmp_path):
+    with pytest.raises(LookupError):
+        client_of(serve(reply(-4))).get("A")
+    with pytest.raises(PermissionError):
+        client_of(serve(reply(-12))).user_group("u")
+    with pytest.raises(ConnectionError):
+        Client(str(tmp_path / "missing"), timeout=None).get("A")
+    with pytest.raises(TimeoutError):
+        client_of(serve(serve=lambda connection: time.sleep(0.2)), timeout=0.02).get("A")
+
+
+def test_refused_connection_is_tried_again_until_the_deadline(tmp_path):
+    listener = socket.socket(socket.AF_UNIX)
+    listener.bind(str(tmp_path / "socket"))
+    with pytest.raises(veltrancord.Unreachable):
+        Client(str(tmp_path / "socket"), timeout=0.03).ping()
+    threading.Timer(0.05, lambda: listener.listen(1)).start()
+    threading.Timer(0.1, lambda: listener.accept()[0].close()).start()
+    with pytest.raises(veltrancord.Error) as caught:
+        Client(str(tmp_path / "socket"), timeout=None).ping()
+    assert caught.value.code is Result.NO_REPLY  # connected in the end
+
+
+def test_the_environment_names_the_socket(monkeypatch):
+    monkeypatch.setenv("VELTRANCORD_SOCKET", "/some/where")
+    assert Client().socket_path == "/some/where"
+    assert Client("/else").socket_path == "/else"
+    monkeypatch.delenv("VELTRANCORD_SOCKET")
+    assert Client().socket_path == veltrancord.DEFAULT_SOCKET
+
+
+def test_records_to_bytes_and_back():
+    record = LogRecord(-2, "fifteen letters", 3, 255, 0x01020304, 2024, 1, 31, 23, 5, 9)
+    data = record.pack()
+    assert data == (b"\xfe\xff\xff\xff\x18\0\x1f\x17\5\x09\3fifteen letters\0\xff\4\3\2\1")
+    assert LogRecord.unpack(data) == record
+
+
+def test_results_and_bounds_are_those_of_the_c_library():
+    include = HERE.parents[1] / "include/veltrancord"
+    names = dict(re.findall(r"VELTRANCORD_(\w+) = (-?\d+)", (include / "result.h").read_text()))
+    ours = {result.name: str(int(result)) for result in Result if result.name != "TEXT_HAS_NUL"}
+    names.pop("NO_MEMORY")  # Python raises MemoryError
+    assert ours == names
+    sizes = re.findall(r"VELTRANCORD_(MAX_\w+) = (\d+)", (include / "client.h").read_text())
+    assert {name: getattr(bounds, name) for name, _ in sizes} == {n: int(v) for n, v in sizes}

@@ -1,0 +1,33 @@
+"""Client of the configuration service Veltrancord.
+
+    import veltrancord
+
+    service = veltrancord.Client()
+    print(service.get("Account.User1.Username"))
+    service.write({"Network.Lan.Mtu": "1500", "Network.Lan.Dhcp": "YES"})
+
+Every call is one exchange on a connection of its own; a `Client` holds settings only, no connection,
+and may be used by many threads at once. What fails raises `Error`, or the kind of it that a program
+may want to tell apart: `NotFound`, `Denied`, `Unreachable`, `TimedOut`.
+"""
+
+from .client import Client, Permit
+from .errors import Denied, Error, NotFound, Refused, Result, TimedOut, Unreachable
+from .event_log import LogMode, LogRecord
+from .exchange import DEFAULT_SOCKET, Reply
+
+__all__ = [
+    "DEFAULT_SOCKET",
+    "Client",
+    "Denied",
+    "Error",
+    "LogMode",
+    "LogRecord",
+    "NotFound",
+    "Permit",
+    "Refused",
+    "Reply",
+    "Result",
+    "TimedOut",
+    "Unreachable",
+]

@@ -1,0 +1,349 @@
+#include "server/event_loop.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "leaf/owned_fd.h"
+
+namespace veltrancord {
+namespace {
+
+loop_time g_now;  // what the loops under test take for the time
+
+loop_time test_clock() {
+    return g_now;
+}
+
+void advance(int64_t milliseconds) {
+    g_now.microseconds += milliseconds * 1000;
+    g_now.seconds += g_now.microseconds / 1'000'000;
+    g_now.microseconds %= 1'000'000;
+}
+
+// Counts its calls and does what the test wants meanwhile.
+struct probe {
+    int calls = 0;
+    void (*meanwhile)(probe&) = nullptr;
+    event_loop* loop = nullptr;
+    loop_event* own = nullptr;
+    loop_event* other = nullptr;
+    int fd = -1;
+
+    static void call(void* argument) {
+        probe& self = *static_cast<probe*>(argument);
+        ++self.calls;
+        if (self.meanwhile != nullptr) {
+            self.meanwhile(self);
+        }
+    }
+};
+
+struct socket_pair {
+    owned_fd near;
+    owned_fd far;
+
+    socket_pair() {
+        int ends[2] = {-1, -1};
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
+        near.reset(ends[0]);
+        far.reset(ends[1]);
+    }
+    void make_readable() const { EXPECT_EQ(::write(far.get(), "x", 1), 1); }
+};
+
+class event_loop_time : public testing::Test {
+  protected:
+    event_loop_time() { g_now = {1'000'000, 999'000}; }
+    event_loop loop_{test_clock};
+};
+
+TEST(milliseconds_left, is_rounded_to_the_nearest) {
+    EXPECT_EQ(milliseconds_left({10, 0}, {9, 0}), 1000);
+    EXPECT_EQ(milliseconds_left({10, 7'499}, {10, 0}), 7);
+    EXPECT_EQ(milliseconds_left({10, 7'500}, {10, 0}), 8);
+}
+
+TEST(milliseconds_left, counts_what_is_below_5_as_0) {
+    EXPECT_EQ(milliseconds_left({10, 5'000}, {10, 0}), 5);
+    EXPECT_EQ(milliseconds_left({10, 4'500}, {10, 0}), 5);
+    EXPECT_EQ(milliseconds_left({10, 4'499}, {10, 0}), 0);
+    EXPECT_EQ(milliseconds_left({10, 0}, {10, 0}), 0);
+    EXPECT_EQ(milliseconds_left({9, 0}, {10, 0}), 0);
+}
+
+TEST(milliseconds_left, divides_negative_microseconds_towards_zero) {
+    // 1000 + (-900'000 + 500) / 1000, where -899.5 becomes -899
+    EXPECT_EQ(milliseconds_left({11, 0}, {10, 900'000}), 101);
+    EXPECT_EQ(milliseconds_left({11, 0}, {10, 990'000}), 11);
+}
+
+TEST(milliseconds_left, survives_a_clock_that_was_set) {
+    EXPECT_EQ(milliseconds_left({4'000'000'000, 0}, {0, 0}), 4'000'000'000'000);
+    EXPECT_EQ(milliseconds_left({0, 0}, {4'000'000'000, 0}), 0);
+}
+
+TEST_F(event_loop_time, one_shot_timer_fires_once_when_less_than_5_ms_are_left) {
+    probe timer;
+    ASSERT_NE(loop_.add_timer(30'000, true, probe::call, &timer), nullptr);
+    advance(29'995);
+    loop_.run_pass();
+    EXPECT_EQ(timer.calls, 0);
+    advance(1);
+    loop_.run_pass();
+    EXPECT_EQ(timer.calls, 1);
+    // Nothing else is in the loop: only a timer to end the wait.
+    probe next;
+    ASSERT_NE(loop_.add_timer(0, true, probe::call, &next), nullptr);
+    advance(60'000);
+    loop_.run_pass();
+    EXPECT_EQ(next.calls, 1);
+    EXPECT_EQ(timer.calls, 1);
+}
+
+TEST_F(event_loop_time, periodic_timer_keeps_its_beat) {
+    probe timer;
+    ASSERT_NE(loop_.add_timer(1'000, false, probe::call, &timer), nullptr);
+    advance(1'300);
+    loop_.run_pass();
+    EXPECT_EQ(timer.calls, 1);
+    advance(694);  // 6 ms before two intervals have passed
+    loop_.run_pass();
+    EXPECT_EQ(timer.calls, 1);
+    advance(2);
+    loop_.run_pass();
+    EXPECT_EQ(timer.calls, 2);
+}
+
+TEST_F(event_loop_time, removed_timer_does_not_fire) {
+    probe timer;
+    loop_event* event = loop_.add_timer(10, true, probe::call, &timer);
+    probe other;
+    ASSERT_NE(loop_.add_timer(10, true, probe::call, &other), nullptr);
+    loop_.remove(event);
+    EXPECT_EQ(event, nullptr);
+    advance(10);
+    loop_.run_pass();
+    EXPECT_EQ(timer.calls, 0);
+    EXPECT_EQ(other.calls, 1);
+}
+
+TEST_F(event_loop_time, timer_may_remove_itself_and_one_that_is_due_too) {
+    probe first;
+    probe second;
+    // The newest is visited first.
+    second.own = loop_.add_timer(10, false, probe::call, &second);
+    first.own = loop_.add_timer(10, false, probe::call, &first);
+    first.loop = &loop_;
+    first.other = second.own;
+    first.meanwhile = [](probe& self) {
+        self.loop->remove(self.own);
+        self.loop->remove(self.other);
+    };
+    advance(10);
+    loop_.run_pass();
+    EXPECT_EQ(first.calls, 1);
+    EXPECT_EQ(second.calls, 0);
+}
+
+TEST_F(event_loop_time, timer_added_by_a_callback_waits_for_the_next_pass) {
+    probe timer;
+    timer.loop = &loop_;
+    timer.meanwhile = [](probe& self) {
+        if (self.calls == 1) {
+            EXPECT_NE(self.loop->add_timer(0, true, probe::call, &self), nullptr);
+        }
+    };
+    ASSERT_NE(loop_.add_timer(0, true, probe::call, &timer), nullptr);
+    loop_.run_pass();
+    EXPECT_EQ(timer.calls, 1);
+    loop_.run_pass();
+    EXPECT_EQ(timer.calls, 2);
+}
+
+TEST_F(event_loop_time, stop_ends_the_run_and_leaves_out_the_rest_of_the_pass) {
+    probe left_out;
+    probe stopping;
+    ASSERT_NE(loop_.add_timer(0, false, probe::call, &left_out), nullptr);
+    ASSERT_NE(loop_.add_timer(0, false, probe::call, &stopping), nullptr);
+    const socket_pair pair;
+    pair.make_readable();
+    ASSERT_NE(loop_.add_descriptor(pair.near.get(), watch_direction::read, probe::call, &left_out),
+              nullptr);
+    stopping.loop = &loop_;
+    stopping.meanwhile = [](probe& self) { self.loop->stop(); };
+    loop_.run();
+    EXPECT_EQ(stopping.calls, 1);
+    EXPECT_EQ(left_out.calls, 0);
+}
+
+class event_loop_descriptors : public testing::Test {
+  protected:
+    void pass_without_waiting() {
+        loop_event* timer = loop_.add_timer(
+            0, true, [](void* /*argument*/) {}, nullptr);
+        ASSERT_NE(timer, nullptr);
+        loop_.run_pass();
+    }
+    event_loop loop_;
+};
+
+TEST_F(event_loop_descriptors, fire_in_every_pass_in_which_they_are_ready) {
+    const socket_pair pair;
+    probe reader;
+    ASSERT_NE(loop_.add_descriptor(pair.near.get(), watch_direction::read, probe::call, &reader),
+              nullptr);
+    pass_without_waiting();
+    EXPECT_EQ(reader.calls, 0);
+    pair.make_readable();
+    pass_without_waiting();
+    pass_without_waiting();
+    EXPECT_EQ(reader.calls, 2);
+}
+
+TEST_F(event_loop_descriptors, are_watched_for_their_own_direction) {
+    const socket_pair pair;
+    probe reader;
+    probe writer;
+    ASSERT_NE(loop_.add_descriptor(pair.near.get(), watch_direction::read, probe::call, &reader),
+              nullptr);
+    ASSERT_NE(loop_.add_descriptor(pair.near.get(), watch_direction::write, probe::call, &writer),
+              nullptr);
+    pass_without_waiting();
+    EXPECT_EQ(reader.calls, 0);
+    EXPECT_EQ(writer.calls, 1);
+}
+
+TEST_F(event_loop_descriptors, fire_when_the_peer_is_gone) {
+    socket_pair pair;
+    probe reader;
+    ASSERT_NE(loop_.add_descriptor(pair.near.get(), watch_direction::read, probe::call, &reader),
+              nullptr);
+    pair.far.reset();
+    pass_without_waiting();
+    EXPECT_EQ(reader.calls, 1);
+}
+
+// The newest is visited first and takes itself and the older one along, both ready: as when a
+// connection is released while its other events are still to come.
+TEST_F(event_loop_descriptors, callback_may_destroy_itself_and_the_next_one) {
+    const socket_pair pair;
+    pair.make_readable();
+    probe next;
+    auto* destroyed = new probe;
+    next.own = loop_.add_descriptor(pair.near.get(), watch_direction::read, probe::call, &next);
+    destroyed->loop = &loop_;
+    destroyed->other = next.own;
+    destroyed->own =
+        loop_.add_descriptor(pair.near.get(), watch_direction::read, probe::call, destroyed);
+    static int destroyed_calls;
+    destroyed_calls = 0;
+    destroyed->meanwhile = [](probe& self) {
+        ++destroyed_calls;
+        self.loop->remove(self.own);
+        self.loop->remove(self.other);
+        delete &self;
+    };
+    pass_without_waiting();
+    pass_without_waiting();
+    EXPECT_EQ(destroyed_calls, 1);
+    EXPECT_EQ(next.calls, 0);
+}
+
+// A descriptor closed and given out again within one pass: the old event was for another file.
+TEST_F(event_loop_descriptors, do_not_fire_for_a_number_that_was_given_out_again) {
+    const socket_pair first;
+    socket_pair second;
+    first.make_readable();
+    second.make_readable();
+    probe old;
+    old.own = loop_.add_descriptor(second.near.get(), watch_direction::read, probe::call, &old);
+    probe closing;
+    closing.own =
+        loop_.add_descriptor(first.near.get(), watch_direction::read, probe::call, &closing);
+    closing.loop = &loop_;
+    closing.other = old.own;
+    closing.fd = second.near.get();
+    static socket_pair* closed;
+    closed = &second;
+    static owned_fd again;
+    closing.meanwhile = [](probe& self) {
+        if (self.calls == 1) {
+            self.loop->remove(self.other);
+            closed->near.reset();
+            again.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+            EXPECT_EQ(again.get(), self.fd);
+        }
+    };
+    pass_without_waiting();
+    EXPECT_EQ(closing.calls, 1);
+    EXPECT_EQ(old.calls, 0);
+    again.reset();
+}
+
+TEST_F(event_loop_descriptors, newest_fires_first) {
+    const socket_pair pair;
+    pair.make_readable();
+    static std::string order;
+    order.clear();
+    for (const char* name : {"a", "b", "c"}) {
+        ASSERT_NE(loop_.add_descriptor(
+                      pair.near.get(), watch_direction::read,
+                      [](void* argument) { order += static_cast<const char*>(argument); },
+                      const_cast<char*>(name)),
+                  nullptr);
+    }
+    pass_without_waiting();
+    EXPECT_EQ(order, "cba");
+}
+
+TEST_F(event_loop_descriptors, may_be_far_more_than_a_select_set_holds) {
+    std::vector<socket_pair> pairs(600);
+    const owned_fd high(::fcntl(pairs.back().near.get(), F_DUPFD_CLOEXEC, 1500));
+    if (!high) {
+        GTEST_SKIP() << "this process may not open that many descriptors";
+    }
+    std::vector<probe> readers(pairs.size() + 1);
+    for (std::size_t at = 0; at < pairs.size(); ++at) {
+        ASSERT_NE(loop_.add_descriptor(pairs[at].near.get(), watch_direction::read, probe::call,
+                                       &readers[at]),
+                  nullptr);
+    }
+    ASSERT_NE(loop_.add_descriptor(high.get(), watch_direction::read, probe::call, &readers.back()),
+              nullptr);
+    pairs.front().make_readable();
+    pairs.back().make_readable();
+    pass_without_waiting();
+    int calls = 0;
+    for (const probe& reader : readers) {
+        calls += reader.calls;
+    }
+    EXPECT_EQ(calls, 3);
+    EXPECT_EQ(readers.front().calls, 1);
+    EXPECT_EQ(readers.back().calls, 1);
+}
+
+TEST_F(event_loop_descriptors, freed_events_are_used_again) {
+    const socket_pair pair;
+    probe reader;
+    loop_event* event =
+        loop_.add_descriptor(pair.near.get(), watch_direction::read, probe::call, &reader);
+    const loop_event* const first = event;
+    loop_.remove(event);
+    event = loop_.add_descriptor(pair.near.get(), watch_direction::read, probe::call, &reader);
+    EXPECT_NE(event, first);  // not before the end of a pass
+    pass_without_waiting();
+    bool used_again = false;
+    for (int count = 0; count < 2; ++count) {
+        used_again |= loop_.add_descriptor(pair.near.get(), watch_direction::read, probe::call,
+                                           &reader) == first;
+    }
+    EXPECT_TRUE(used_again);
+}
+
+}  // namespace
+}  // namespace veltrancord

@@ -1,0 +1,17 @@
+// Waiting by alarm, and a clock for intervals. Nothing in the service's own flow uses these two;
+// they are kept for the programs that are built from its sources.
+#pragma once
+
+#include <cstdint>
+
+namespace veltrancord {
+
+// Sleeps until SIGALRM arrives, which it does after `seconds`; prints "sigsuspend() returned" then.
+// Other signals that the caller does not block are handled meanwhile and end the sleep early. 0
+// seconds arm no alarm. Main thread; the disposition of SIGALRM stays changed.
+void do_sleep(unsigned seconds);
+
+// Milliseconds since some moment in the past, in steps of the system's clock tick. Any thread.
+[[nodiscard]] int64_t millisecond_ticks();
+
+}  // namespace veltrancord

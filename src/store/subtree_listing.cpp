@@ -1,0 +1,107 @@
+#include "store/subtree_listing.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "encoding/escape.h"
+#include "store/value.h"
+
+namespace veltrancord {
+
+namespace {
+
+class lister {
+  public:
+    lister(reply_text& out, uint32_t capacity, hidden_prefixes filter)
+        : out_(out), start_(out.size()), capacity_(capacity), filter_(filter) {}
+
+    // Lists what is below `parent`, whose key is the first `length` bytes of key_.
+    // NOLINTNEXTLINE(misc-no-recursion): as deep as the tree, which loading bounds.
+    [[nodiscard]] bool List(const TiXmlNode& parent, std::size_t length, bool at_top);
+
+    std::size_t SetPrefix(std::string_view prefix) {
+        const std::size_t length = std::min(prefix.size(), sizeof(key_) - 1);
+        prefix.copy(key_, length);
+        return length;
+    }
+
+  private:
+    std::size_t AppendName(std::size_t length, std::string_view name);
+    [[nodiscard]] bool AppendLine(std::string_view key, const TiXmlElement& element,
+                                  std::string_view text);
+    [[nodiscard]] bool IsVisible(std::string_view key, const TiXmlElement& element) const {
+        return filter_.empty() || IsXmlNodeVisible(key, element, filter_);
+    }
+
+    reply_text& out_;
+    const std::size_t start_;
+    const std::size_t capacity_;
+    const hidden_prefixes filter_;
+    char key_[listing_key_size];  // one for the whole walk: a child's key begins with its
+                                  // parent's
+    char plain_[secret_text_size];
+};
+
+// Return: the length of the key with the decoded name behind it.
+std::size_t lister::AppendName(std::size_t length, std::string_view name) {
+    if (length > 0 && length + 1 < sizeof(key_)) {
+        key_[length++] = '.';
+    }
+    url_decode(key_ + length, sizeof(key_) - length, name);
+    return length + std::strlen(key_ + length);
+}
+
+bool lister::AppendLine(std::string_view key, const TiXmlElement& element, std::string_view text) {
+    if (IsSecretName(element.ValueStr())) {
+        text = DecodeSecret(text, plain_);
+    }
+    if (capacity_ < text.size() + (out_.size() - start_) + 2) {
+        return false;
+    }
+    return out_.append(key) && out_.append("=") && out_.append(text) && out_.append("\n");
+}
+
+bool lister::List(const TiXmlNode& parent, std::size_t length, bool at_top) {
+    for (const TiXmlNode* node = parent.FirstChild(); node != nullptr; node = node->NextSibling()) {
+        const TiXmlElement* const child = node->ToElement();
+        if (child == nullptr) {
+            continue;
+        }
+        const std::size_t key_length = AppendName(length, child->ValueStr());
+        const std::string_view key(key_, key_length);
+        if (at_top && !IsVisible(key, *child)) {
+            continue;
+        }
+        if (!List(*child, key_length, false)) {
+            return false;
+        }
+        const std::string_view text = XmlElementText(*child);
+        if (text.data() != nullptr && (at_top || IsVisible(key, *child)) &&
+            !AppendLine(key, *child, text)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+int32_t ListXmlSubtree(const TiXmlNode& top, reply_text& out, uint32_t capacity,
+                       std::string_view prefix, hidden_prefixes filter) {
+    lister listing(out, capacity, filter);
+    return listing.List(top, listing.SetPrefix(prefix), true) ? 0 : -1;
+}
+
+bool IsXmlNodeVisible(std::string_view key, const TiXmlElement& element, hidden_prefixes filter) {
+    for (const std::string_view prefix : filter) {
+        if (key.starts_with(prefix)) {
+            return false;
+        }
+    }
+    const char* const shown = element.Attribute("AllowToShow");
+    return shown == nullptr || strcasecmp(shown, "YES") == 0;
+}
+
+}  // namespace veltrancord
