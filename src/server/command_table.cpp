@@ -4,6 +4,9 @@
 #include <array>
 
 #include "access/captcha_handlers.h"
+#include "access/cgi_filter_handler.h"
+#include "access/permit_db.h"
+#include "access/permit_handlers.h"
 #include "access/session_handlers.h"
 #include "eventlog/log_handlers.h"
 #include "store/attribute_handlers.h"
@@ -40,15 +43,15 @@ constexpr std::array rows = std::to_array<command_row>({
     {"restore", restore_handle, "resotre xml to flash"},
     {"writelogwithtime", writelogwithtime_handle, "write log with time"},
     {"XMLDBCallBack", xmldb_callback_handle, "call back to system for backup xml"},
-    {"SyncPermit", nullptr, "sync permit handle"},
-    {"isPermitAllow", nullptr, "check permit is allow to use this function"},
-    {"listPermits", nullptr, "list permits"},
-    {"getPermitValue", nullptr, "get permit value"},
-    {"isPermitAllowByUser", nullptr, "check permit is allow by username"},
-    {"GetCGIPermitFilter", nullptr, "Permit filter for cgi command"},
+    {"SyncPermit", SyncPermit_handle, "sync permit handle"},
+    {"isPermitAllow", isPermitAllow_handle, "check permit is allow to use this function"},
+    {"listPermits", listPermits_handle, "list permits"},
+    {"getPermitValue", getPermitValue_handle, "get permit value"},
+    {"isPermitAllowByUser", isPermitAllowByUser_handle, "check permit is allow by username"},
+    {"GetCGIPermitFilter", GetCGIPermitFilter_handle, "Permit filter for cgi command"},
     {"SetCaptcha", SetCaptcha_handle, "Set Captcha handle"},
     {"CompareCaptcha", CompareCaptcha_handle, "Compare Captcha handle"},
-    {"getGroupName", nullptr, "Get User Group handle"},
+    {"getGroupName", getGroupName_handle, "Get User Group handle"},
     {"SetSession", SetSession_handle, "Set session handle"},
     {"CheckSession", CheckSession_handle, "Set session handle"},
     {"UpdateCaptchaTime", UpdateCaptchaTime_handle, "Update Capcha life time"},

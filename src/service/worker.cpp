@@ -11,6 +11,10 @@
 #include <string>
 #include <string_view>
 
+#include "access/filter_list.h"
+#include "access/group_list.h"
+#include "access/permit_db.h"
+#include "access/permit_list.h"
 #include "access/session_lists.h"
 #include "eventlog/event_log.h"
 #include "leaf/file_replacer.h"
@@ -129,7 +133,11 @@ int run_worker(const service_options& options) {
         !start_thread(server_thread, &state.server, server_stack_size)) {
         return thread_failed_status;
     }
+    init_permit_list();
+    init_group_list();
+    init_filter_list();
     init_session_lists(state.sessions);
+    save_xml_to_file(permit_db_content, permit_db_path);
     state.server.lists_ready.count_down();
     run_main_loop();
 }

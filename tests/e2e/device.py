@@ -344,6 +344,12 @@ class Device:
         """Sets the program's clocks this many seconds before or after the true time."""
         self.write_file(FAKETIME_OFFSET, f"{seconds:+}\n")
 
+    def stop_clock(self, seconds):
+        """Lets the clocks of a program started with `fake_clock` stand this many seconds behind the
+        start of a day long ago, so that a test can tell to the second what is over."""
+        moment = time.gmtime(1_000_000_000 + seconds)
+        self.write_file(FAKETIME_OFFSET, time.strftime("%Y-%m-%d %H:%M:%S\n", moment))
+
     def stop(self):
         """Ends the service as a device does on shutdown: SIGTERM to supervisor and worker."""
         chain = self._chain()

@@ -1,0 +1,10 @@
+// Handler of the filter query.
+#pragma once
+
+#include "leaf/handler.h"
+
+namespace veltrancord {
+
+command_handler GetCGIPermitFilter_handle;  // GetCGIPermitFilter: "user&command[&parameters]"
+
+}  // namespace veltrancord

@@ -1,0 +1,60 @@
+#include "access/permit_db.h"
+
+#include <cstdio>
+
+#include "access/group_list.h"
+#include "leaf/child_program.h"
+#include "leaf/result.h"
+#include "store/document_set.h"
+#include "store/read_query.h"
+
+namespace veltrancord {
+
+namespace {
+
+constexpr const char* sync_script = "/bin/PermitSyncCb.sh";
+
+void start_sync_script() {
+    char script[] = "/bin/PermitSyncCb.sh";
+    char path[] = "PATH=/usr/bin:/usr/sbin:/bin:/sbin";
+    char shell[] = "SHELL=/bin/sh";
+    char home[] = "HOME=/home";
+    char* const arguments[] = {script, nullptr};
+    char* const environment[] = {path, shell, home, nullptr};
+    program_start start;
+    start.path = sync_script;
+    start.arguments = arguments;
+    start.environment = environment;
+    start.report_exec_failure = true;
+    if (start_program(start) < 0) {
+        std::perror("fork");
+    }
+}
+
+}  // namespace
+
+int32_t save_xml_to_file(const char* path, const char* file) {
+    return DumpXmlToFile(path, file);
+}
+
+void save_permit_db() {
+    if (save_xml_to_file(permit_db_content, permit_db_path) < 0) {
+        std::fprintf(stderr, "Permit save file error\n");
+        return;
+    }
+    // Also when there was nothing to write and the file is the old one: the script still learns
+    // that the lists were built anew.
+    if (XmlFileExists(sync_script) == 1) {
+        start_sync_script();
+    }
+}
+
+// What was asked for is that the new settings count, and they do when this returns; whether other
+// programs could be told is printed and no concern of the client's.
+int32_t SyncPermit_handle(connection_record&, command_argument, int32_t) {
+    reload_permissions();
+    save_permit_db();
+    return result_ok;
+}
+
+}  // namespace veltrancord
