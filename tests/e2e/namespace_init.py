@@ -76,7 +76,8 @@ def prepare_tree(program):
     mount("/", HOST, "none", MS_BIND | MS_REC)
     bind(HOST + program, "/run/bin/Veltrancord")
     mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777")
-    mount("tmpfs", "/mnt", "tmpfs", 0, "mode=755")
+    # A flash of a device's size: the event log's capacity is computed from it.
+    mount("tmpfs", "/mnt", "tmpfs", 0, "mode=755,size=512m")
 
 
 class Children:
