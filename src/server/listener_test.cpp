@@ -1,58 +1,290 @@
 #include "server/listener.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <cstring>
+#include <new>
 #include <string>
+#include <vector>
 
-#include "leaf/owned_fd.h"
 #include "leaf/termination.h"
-#include "server/request_server.h"
+#include "server/exchange_fixture.h"
+
+namespace {
+
+bool g_noMemory = false;
+
+}  // namespace
+
+// Connections are the only things that are allocated this way.
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    try {
+        return g_noMemory ? nullptr : ::operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
 
 namespace veltrancord {
 namespace {
 
-class listening_socket : public testing::Test {
-  protected:
-    listening_socket() : fd_(create_local_server(path_.c_str())) {
-        EXPECT_TRUE(fd_);
-        server_.listener.fd = fd_.get();
-        EXPECT_TRUE(start_listening(server_));
+// While it lives the process may open no further descriptor.
+class no_descriptors_left {
+  public:
+    no_descriptors_left() {
+        ::getrlimit(RLIMIT_NOFILE, &before_);
+        const owned_fd next(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+        rlimit limited = before_;
+        limited.rlim_cur = static_cast<rlim_t>(next.get());
+        ::setrlimit(RLIMIT_NOFILE, &limited);
     }
-    ~listening_socket() override { ::unlink(path_.c_str()); }
+    ~no_descriptors_left() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+    no_descriptors_left(const no_descriptors_left&) = delete;
+    no_descriptors_left& operator=(const no_descriptors_left&) = delete;
 
-    // What is printed when the socket is ready for somebody to be accepted.
-    std::string accept() {
+  private:
+    rlimit before_ = {};
+};
+
+class listener : public testing::Test {
+  protected:
+    listener() {
+        char name[] = "/tmp/listener_test-XXXXXX";
+        directory_ = ::mkdtemp(name);
+        path_ = directory_ + "/socket";
+        server_.commands = test_handlers::rows;
+        server_.follow_ups = {[] {}, [] {}};
+    }
+    ~listener() override {
+        ::unlink(path_.c_str());
+        ::rmdir(directory_.c_str());
+    }
+
+    void listen() {
+        socket_.reset(create_local_server(path_.c_str()));
+        ASSERT_TRUE(socket_);
+        server_.listener.fd = socket_.get();
+        ASSERT_TRUE(start_listening(server_));
+    }
+
+    [[nodiscard]] owned_fd connect() const {
+        owned_fd client(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path_.c_str(), sizeof address.sun_path - 1);
+        if (::connect(client.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) <
+            0) {
+            client.reset();
+        }
+        return client;
+    }
+
+    // What create_local_server prints when it fails for `path`.
+    static std::string failure_for(const std::string& path) {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(create_local_server(path.c_str()), -1);
+        return testing::internal::GetCapturedStderr();
+    }
+
+    std::string accept_and_capture() {
         testing::internal::CaptureStderr();
         do_accept(&server_);
         return testing::internal::GetCapturedStderr();
     }
 
-    std::string path_ = testing::TempDir() + "listener_test." + std::to_string(::getpid());
-    owned_fd fd_;
+    std::string accept_without_descriptors() {
+        testing::internal::CaptureStderr();
+        {
+            const no_descriptors_left none;
+            do_accept(&server_);
+        }
+        return testing::internal::GetCapturedStderr();
+    }
+
+    static bool is_closed_by_server(const owned_fd& client) {
+        char byte = 0;
+        return ::recv(client.get(), &byte, 1, MSG_DONTWAIT) == 0;
+    }
+
+    std::string directory_;
+    std::string path_;
+    owned_fd socket_;
     request_server server_;
 };
 
-TEST_F(listening_socket, stays_watched_when_somebody_has_gone_again) {
-    EXPECT_EQ(accept(), "do_accept accept: Resource temporarily unavailable!!\n");
-    EXPECT_EQ(accept(), "");
+TEST_F(listener, listens_at_its_path) {
+    listen();
+    EXPECT_TRUE(connect());
+    EXPECT_NE(::fcntl(socket_.get(), F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_NE(::fcntl(socket_.get(), F_GETFD) & FD_CLOEXEC, 0);
+}
+
+TEST_F(listener, replaces_what_an_earlier_run_left) {
+    listen();
+    socket_.reset();
+    listen();
+    EXPECT_TRUE(connect());
+}
+
+TEST_F(listener, holds_more_clients_back_than_connect_at_a_time) {
+    listen();
+    std::vector<owned_fd> clients;
+    for (int count = 0; count < 128; ++count) {
+        clients.push_back(connect());
+        EXPECT_TRUE(clients.back()) << count;
+    }
+}
+
+TEST_F(listener, reports_a_path_that_cannot_be_bound) {
+    EXPECT_EQ(failure_for(directory_ + "/missing/socket"),
+              "unable to bind: No such file or directory");
+}
+
+TEST_F(listener, reports_a_path_that_fits_no_address) {
+    EXPECT_EQ(failure_for(std::string(108, 'x')), "unable to bind: File name too long");
+}
+
+TEST_F(listener, reports_that_no_socket_can_be_had) {
+    testing::internal::CaptureStderr();
+    {
+        const no_descriptors_left none;
+        EXPECT_EQ(create_local_server(path_.c_str()), -1);
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "socket: Too many open files");
+}
+
+TEST_F(listener, serves_a_request_that_came_with_the_connection) {
+    listen();
+    const owned_fd client = connect();
+    const std::string frame = request_frame_of("echo:hello");
+    ASSERT_EQ(::send(client.get(), frame.data(), frame.size(), 0),
+              static_cast<ssize_t>(frame.size()));
+    server_.loop.run_pass();
+    char reply[32];
+    ASSERT_EQ(::recv(client.get(), reply, sizeof reply, 0), 9);
+    EXPECT_EQ(std::string(reply, 9), code_of(5) + "hello");
+    EXPECT_EQ(::recv(client.get(), reply, sizeof reply, 0), 0);
+}
+
+TEST_F(listener, serves_a_request_that_comes_later) {
+    listen();
+    const owned_fd client = connect();
+    server_.loop.run_pass();
+    const std::string frame = request_frame_of("nothing:");
+    ASSERT_EQ(::send(client.get(), frame.data(), frame.size(), 0),
+              static_cast<ssize_t>(frame.size()));
+    server_.loop.run_pass();
+    char reply[32];
+    ASSERT_EQ(::recv(client.get(), reply, sizeof reply, 0), 4);
+    EXPECT_EQ(std::string(reply, 4), code_of(-4));
+}
+
+TEST_F(listener, accepted_sockets_neither_block_nor_travel_into_children) {
+    listen();
+    const owned_fd client = connect();
+    const owned_fd next(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const int expected = next.get() + 1;
+    server_.loop.run_pass();
+    EXPECT_NE(::fcntl(expected, F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_NE(::fcntl(expected, F_GETFD) & FD_CLOEXEC, 0);
+}
+
+TEST_F(listener, turns_newcomers_away_when_no_descriptor_is_left) {
+    listen();
+    server_.reserve.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const owned_fd first = connect();
+    const owned_fd second = connect();
+    const owned_fd third = connect();
+    EXPECT_EQ(accept_without_descriptors(), "do_accept accept: Too many open files!!\n");
+    EXPECT_TRUE(is_closed_by_server(first));
+    EXPECT_TRUE(server_.reserve);
+    EXPECT_EQ(accept_without_descriptors(), "");  // one line for as long as it lasts
+    EXPECT_TRUE(is_closed_by_server(second));
+    EXPECT_FALSE(is_closed_by_server(third));
+    EXPECT_EQ(accept_and_capture(), "");
+    EXPECT_FALSE(is_closed_by_server(third));
+    const owned_fd fourth = connect();
+    EXPECT_EQ(accept_without_descriptors(), "do_accept accept: Too many open files!!\n");
+}
+
+TEST_F(listener, pauses_when_a_newcomer_cannot_even_be_turned_away) {
+    listen();
+    const owned_fd client = connect();
+    // and nothing is in reserve
+    EXPECT_EQ(accept_without_descriptors(), "do_accept accept: Too many open files!!\n");
+    EXPECT_EQ(server_.accept_event, nullptr);
+    ASSERT_NE(server_.accept_pause, nullptr);
+    server_.loop.run_pass();  // waits for the end of the pause
+    EXPECT_NE(server_.accept_event, nullptr);
+    EXPECT_EQ(server_.accept_pause, nullptr);
+    EXPECT_TRUE(server_.reserve);
+    const std::string frame = request_frame_of("nothing:");
+    ASSERT_EQ(::send(client.get(), frame.data(), frame.size(), 0),
+              static_cast<ssize_t>(frame.size()));
+    server_.loop.run_pass();
+    char reply[32];
+    EXPECT_EQ(::recv(client.get(), reply, sizeof reply, 0), 4);
+}
+
+TEST_F(listener, stays_watched_when_somebody_has_gone_again) {
+    listen();
+    EXPECT_EQ(accept_and_capture(), "do_accept accept: Resource temporarily unavailable!!\n");
+    EXPECT_EQ(accept_and_capture(), "");
     EXPECT_NE(server_.accept_event, nullptr);
 }
 
-// Poll calls such a socket readable for ever; accept says only that it should be tried again.
-TEST_F(listening_socket, is_not_watched_any_more_once_another_process_has_shut_it_down) {
-    ASSERT_EQ(::shutdown(fd_.get(), SHUT_RDWR), 0);
-    EXPECT_EQ(accept(), "do_accept accept: Resource temporarily unavailable!!\n");
+// accept without waiting fails on such a socket as when nobody wants to connect, while poll goes on
+// calling it readable: the loop once span for as long as the process lived.
+TEST_F(listener, is_not_watched_any_more_once_it_was_shut_down) {
+    listen();
+    testing::internal::CaptureStderr();
+    process_release(::fcntl(socket_.get(), F_DUPFD_CLOEXEC, 0));  // as another process does
+    server_.loop.run_pass();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "process release....\ndo_accept accept: Resource temporarily unavailable!!\n");
+    EXPECT_EQ(server_.accept_event, nullptr);
+    EXPECT_EQ(server_.accept_pause, nullptr);
+    EXPECT_FALSE(connect());
+}
+
+// A process that ends itself has shut the socket down on purpose.
+TEST_F(listener, that_was_shut_down_says_nothing_in_a_process_that_is_ending) {
+    listen();
+    ::shutdown(socket_.get(), SHUT_RDWR);
+    g_terminating.store(true);
+    EXPECT_EQ(accept_and_capture(), "");
+    g_terminating.store(false);
     EXPECT_EQ(server_.accept_event, nullptr);
 }
 
-TEST_F(listening_socket, is_left_without_a_word_when_this_process_is_being_terminated) {
-    ASSERT_EQ(::shutdown(fd_.get(), SHUT_RDWR), 0);
-    g_terminating = true;
-    EXPECT_EQ(accept(), "");
-    g_terminating = false;
-    EXPECT_EQ(server_.accept_event, nullptr);
+TEST_F(listener, release_prints_even_without_a_socket) {
+    testing::internal::CaptureStderr();
+    process_release(-1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "process release....\n");
+}
+
+TEST_F(listener, closes_a_newcomer_for_which_there_is_no_memory) {
+    listen();
+    const owned_fd client = connect();
+    g_noMemory = true;
+    EXPECT_EQ(accept_and_capture(), "do_accept Allocate memory fail!!\n");
+    g_noMemory = false;
+    EXPECT_TRUE(is_closed_by_server(client));
+    EXPECT_NE(server_.accept_event, nullptr);
+}
+
+TEST(server_thread, returns_at_once_without_a_listening_socket) {
+    server_start start;
+    start.fd = 0;
+    EXPECT_EQ(server_thread(&start), nullptr);
 }
 
 }  // namespace

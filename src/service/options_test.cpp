@@ -1,0 +1,116 @@
+#include "service/options.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace veltrancord {
+namespace {
+
+struct parsed {
+    service_options options;
+    command_line outcome;
+    std::string printed;
+};
+
+parsed parse(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), "Veltrancord");
+    std::vector<char*> vector;
+    for (std::string& argument : arguments) {
+        vector.push_back(argument.data());
+    }
+    vector.push_back(nullptr);
+    parsed result;
+    testing::internal::CaptureStderr();
+    result.outcome =
+        parse_options(static_cast<int>(arguments.size()), vector.data(), result.options);
+    result.printed = testing::internal::GetCapturedStderr();
+    return result;
+}
+
+TEST(options, have_their_defaults) {
+    const parsed result = parse({});
+    EXPECT_EQ(result.outcome, command_line::run);
+    EXPECT_STREQ(result.options.xml_path, "/mnt/database/xml");
+    EXPECT_STREQ(result.options.event_log_path, "/mnt/database/eventlog/log");
+    EXPECT_EQ(result.options.backup_interval, 300);
+    EXPECT_FALSE(result.options.restart);
+    EXPECT_EQ(result.printed, "");
+}
+
+TEST(options, set_the_paths) {
+    const parsed result = parse({"-P", "/a", "-E/b/c"});
+    EXPECT_STREQ(result.options.xml_path, "/a");
+    EXPECT_STREQ(result.options.event_log_path, "/b/c");
+}
+
+TEST(options, take_a_path_of_62_characters) {
+    const std::string path(62, 'p');
+    const parsed result = parse({"-P", path, "-E", path});
+    EXPECT_EQ(result.options.xml_path, path);
+    EXPECT_EQ(result.options.event_log_path, path);
+}
+
+TEST(options, ignore_a_path_of_63_characters_without_a_word) {
+    const std::string path(63, 'p');
+    const parsed result = parse({"-P", path, "-E", path});
+    EXPECT_STREQ(result.options.xml_path, "/mnt/database/xml");
+    EXPECT_STREQ(result.options.event_log_path, "/mnt/database/eventlog/log");
+    EXPECT_EQ(result.printed, "");
+}
+
+TEST(options, leave_nothing_of_a_longer_path_in_the_field) {
+    const parsed result = parse({"-P", "/a"});
+    EXPECT_EQ(std::string(result.options.xml_path, sizeof result.options.xml_path),
+              "/a" + std::string(62, '\0'));
+}
+
+TEST(options, bound_the_backup_interval_from_below) {
+    EXPECT_EQ(parse({"-t", "299"}).options.backup_interval, 300);
+    EXPECT_EQ(parse({"-t", "100"}).options.backup_interval, 300);
+    EXPECT_EQ(parse({"-t", "300"}).options.backup_interval, 300);
+    EXPECT_EQ(parse({"-t", "301"}).options.backup_interval, 301);
+    EXPECT_EQ(parse({"-t", "-5"}).options.backup_interval, 300);
+}
+
+TEST(options, read_the_backup_interval_as_far_as_it_is_a_number) {
+    EXPECT_EQ(parse({"-t", "often"}).options.backup_interval, 300);
+    EXPECT_EQ(parse({"-t", ""}).options.backup_interval, 300);
+    EXPECT_EQ(parse({"-t", "600s"}).options.backup_interval, 600);
+    EXPECT_EQ(parse({"-t", "99999999999999999999"}).options.backup_interval, 2147483647);
+}
+
+TEST(options, turn_restarting_on) {
+    EXPECT_TRUE(parse({"-L"}).options.restart);
+    EXPECT_TRUE(parse({"-l"}).options.restart);
+}
+
+TEST(options, ask_for_the_usage) {
+    EXPECT_EQ(parse({"-h"}).outcome, command_line::usage);
+    EXPECT_EQ(parse({"-L", "-H"}).outcome, command_line::usage);
+}
+
+TEST(options, pass_over_an_unknown_one_after_getopt_s_message) {
+    const parsed result = parse({"-z", "-t", "400"});
+    EXPECT_EQ(result.outcome, command_line::run);
+    EXPECT_EQ(result.options.backup_interval, 400);
+    EXPECT_EQ(result.printed, "Veltrancord: invalid option -- 'z'\n");
+}
+
+TEST(options, pass_over_one_that_lacks_its_argument) {
+    const parsed result = parse({"-P"});
+    EXPECT_EQ(result.outcome, command_line::run);
+    EXPECT_STREQ(result.options.xml_path, "/mnt/database/xml");
+    EXPECT_EQ(result.printed, "Veltrancord: option requires an argument -- 'P'\n");
+}
+
+TEST(options, usage_names_the_program) {
+    testing::internal::CaptureStderr();
+    print_usage("./V");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "./V -t[databse backup time] -P[xml path] -h[help]\n");
+}
+
+}  // namespace
+}  // namespace veltrancord
