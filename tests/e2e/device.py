@@ -11,6 +11,7 @@ gives the same file's path for the test. Whatever happens, closing a device (or 
 test run) ends all of its processes and takes its files with it.
 """
 
+import ctypes
 import functools
 import json
 import os
@@ -123,6 +124,7 @@ class Device:
         self._options = ()
         self._start_arguments = {}
         self._count = 0
+        self._clock_share = ()
         self._lock = threading.Lock()
         self._enter_namespaces()
         for path in (CONFIGURATION, os.path.dirname(EVENT_LOG)):
@@ -172,6 +174,8 @@ class Device:
             self._unshare.kill()
         self._unshare.stderr.close()
         self._unshare.wait()
+        for path in self._clock_share:
+            Path(path).unlink(missing_ok=True)
 
     def _ask(self, what, **arguments):
         with self._lock:
@@ -274,7 +278,8 @@ class Device:
         limits            resource limits, for example {"NOFILE": 64}
         obey_permissions  take away root's right to pass over file permissions
         directory         working directory
-        fake_clock        let `move_clock` move the program's time (see `require_fake_clock`)
+        fake_clock        let `move_clock` move the program's time (see `require_fake_clock`); a
+                          number: and let it run so many times as fast
 
         Return: the `Starter`.
         """
@@ -286,9 +291,10 @@ class Device:
         variables = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL": "C"}
         variables.update(self._sanitizer_environment(under))
         if fake_clock:
-            self.move_clock(0)
+            self.move_clock(0, int(fake_clock))
             variables.update(LD_PRELOAD=FAKETIME_LIBRARY, FAKETIME_TIMESTAMP_FILE=FAKETIME_OFFSET,
-                             FAKETIME_NO_CACHE="1", FAKETIME_DONT_RESET="1")
+                             FAKETIME_NO_CACHE="1", FAKETIME_DONT_RESET="1",
+                             FAKETIME_SHARED=self._share_clock())
         variables.update(environment or {})
         program = shutil.which(under[0]) if under else PROGRAM
         arguments = [*under, PROGRAM, *options] if under else [argv0 or PROGRAM, *options]
@@ -300,6 +306,21 @@ class Device:
         if ready:
             self.wait_ready()
         return self.starter
+
+    def _share_clock(self):
+        """Makes what the processes of a moved clock share. Left to itself, libfaketime has the first
+        process make it and take it away at its end; that is the starter, and every program that is
+        started later would then refuse to run. Return: its names, as the library wants them."""
+        names = [f"/veltrancord-{kind}-{os.getpid()}-{self.init_pid}" for kind in ("sem", "shm")]
+        self._clock_share = ["/dev/shm/sem." + names[0][1:], "/dev/shm" + names[1]]
+        libc = ctypes.CDLL(None, use_errno=True)
+        libc.sem_open.restype = ctypes.c_void_p
+        semaphore = libc.sem_open(names[0].encode(), os.O_CREAT, 0o600, 1)
+        if not semaphore:
+            raise OSError(ctypes.get_errno(), "sem_open")
+        libc.sem_close(ctypes.c_void_p(semaphore))
+        Path(self._clock_share[1]).write_bytes(bytes(16) + b"\xff" * 4080)
+        return " ".join(names)
 
     def _sanitizer_environment(self, under):
         if self.sanitizer is None:
@@ -340,9 +361,10 @@ class Device:
         if not os.path.exists(FAKETIME_LIBRARY):
             pytest.skip("libfaketime is not installed")
 
-    def move_clock(self, seconds):
-        """Sets the program's clocks this many seconds before or after the true time."""
-        self.write_file(FAKETIME_OFFSET, f"{seconds:+}\n")
+    def move_clock(self, seconds, rate=1):
+        """Sets the program's clocks this many seconds before or after the true time. `rate` lets them
+        run, and the program's sleeps end, so many times as fast; use one rate throughout a test."""
+        self.write_file(FAKETIME_OFFSET, f"{seconds:+}" + (f" x{rate}" if rate != 1 else "") + "\n")
 
     def stop_clock(self, seconds):
         """Lets the clocks of a program started with `fake_clock` stand this many seconds behind the
