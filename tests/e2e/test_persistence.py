@@ -36,7 +36,7 @@ def test_a_save_needs_ten_system_calls(device):
     device.start_traced()
     device.request("write:A.V=1")
     lines = [line.split(maxsplit=1) for line in device.trace()]
-    thread = next(pid for pid, call in lines if call.startswith("renameat"))
+    thread = next(pid for pid, call in lines if ".veltrancord-new.A" in call)
     calls = [call for pid, call in lines if pid == thread and not call.startswith(("<...", "---"))]
     first = next(i for i, call in enumerate(calls) if CONFIGURATION in call)
     names = [call.split("(")[0] for call in calls[first:first + 10]]
