@@ -3,8 +3,8 @@
 // One thread serves everything. A request changes or reads one document set, takes microseconds,
 // and ends before the next begins: so the store, the lists of permits and sessions and the event
 // log need no locks, and no client ever sees half of another's write. The price is that a slow
-// handler keeps all others waiting; the handlers that wait for a script say so in their names, and
-// nothing else that a request does can wait for anyone but its own client.
+// handler keeps all others waiting, and so does a client that announces a payload and sends it
+// slowly: the rest of a request is waited for within the call that has begun to read it.
 //
 // The loop stands on poll. select cannot name a descriptor above 1023, and a device's programs do
 // leave more than a thousand connections behind when one of them runs wild; a kernel-side set of

@@ -35,6 +35,7 @@ void await_writable(connection* client) {
     if (client->write_event != nullptr) {
         return;
     }
+    client->payload.reset();  // the client may take its time; its request is over
     client->write_event = client->server->loop.add_descriptor(
         client->fd.get(), watch_direction::write, on_writable, client);
     if (client->write_event == nullptr) {

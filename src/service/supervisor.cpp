@@ -59,6 +59,10 @@ int run_service(const service_options& options) {
     if (supervisor == 0) {
         return run_supervisor(options);
     }
+    if (supervisor < 0) {
+        std::perror("fork");  // nobody would ever release the starter
+        return failed_status;
+    }
     semaphore_pend(readiness_semaphore);
     return 0;
 }
