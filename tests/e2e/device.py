@@ -402,8 +402,12 @@ class Device:
                 return status
 
     def send_signal(self, pid, number):
-        """Sends a signal to a process of the device."""
+        """Sends a signal to a process of the device. A SIGSTOP has stopped all of its threads when
+        this returns: one that runs on another processor stops later than the signal is sent."""
         self._ask("kill", pid=pid, signal=int(number))
+        if number == signal.SIGSTOP:
+            wait_until(lambda: all(state == "T" for state in self._thread_states(pid)),
+                       "all threads have stopped", self.patience)
 
     def kill_worker(self, number=signal.SIGKILL):
         """Ends the worker by a signal and waits until that process is gone. Return: its id."""
@@ -499,6 +503,11 @@ class Device:
 
     def _process_text(self, pid, name):
         return self.outside(f"/proc/{pid}/{name}").read_bytes().decode("latin-1")
+
+    def _thread_states(self, pid):
+        threads = os.listdir(self.outside(f"/proc/{pid}/task"))
+        stats = [self._process_text(pid, f"task/{thread}/stat") for thread in threads]
+        return [stat.rpartition(")")[2].split()[0] for stat in stats]
 
     def is_running(self, pid):
         """Whether the process exists and is no zombie."""
