@@ -64,6 +64,15 @@ class listener : public testing::Test {
         server_.follow_ups = {[] {}, [] {}};
     }
     ~listener() override {
+        // By now the clients have gone: connections that still wait for them find that out.
+        testing::internal::CaptureStderr();
+        for (int turn = 0; turn < 2; ++turn) {
+            EXPECT_NE(server_.loop.add_timer(
+                          0, true, [](void* /*argument*/) {}, nullptr),
+                      nullptr);
+            server_.loop.run_pass();
+        }
+        testing::internal::GetCapturedStderr();
         ::unlink(path_.c_str());
         ::rmdir(directory_.c_str());
     }
