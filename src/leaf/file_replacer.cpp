@@ -50,6 +50,7 @@
 #include <utility>
 
 #include "leaf/result.h"
+#include "leaf/whole_io.h"
 
 namespace veltrancord {
 
@@ -57,41 +58,7 @@ namespace {
 
 constexpr std::string_view helper_prefix = ".veltrancord-new.";
 constexpr int max_links = 40;  // as many as the kernel follows
-constexpr int max_interruptions =
-    100;  // a call that is interrupted more often than this has failed
 constexpr mode_t permission_bits = 07777;
-
-// Makes a system call again as long as it is interrupted, within reason.
-template <typename Call>
-auto uninterrupted(Call call) {
-    auto outcome = call();
-    for (int i = 0; i < max_interruptions && outcome < 0 && errno == EINTR; ++i) {
-        outcome = call();
-    }
-    return outcome;
-}
-
-// Return: false with errno set. What was written then is anybody's guess.
-bool write_whole(int fd, std::string_view content) {
-    while (!content.empty()) {
-        const ssize_t written =
-            uninterrupted([&] { return ::write(fd, content.data(), content.size()); });
-        if (written <= 0) {
-            errno = written == 0 ? ENOSPC : errno;
-            return false;
-        }
-        content.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
-// A file system without such a flush has nothing to flush.
-//
-// Return: false with errno set.
-bool flush(int fd) {
-    return uninterrupted([&] { return ::fsync(fd); }) == 0 || errno == EINVAL || errno == ENOSYS ||
-           errno == EOPNOTSUPP;
-}
 
 // Whether an error in making a helper file or in renaming it means that this place allows no
 // replacement at all, while the file itself may be writable.
@@ -123,21 +90,9 @@ class kept_content {
     // Return: false with errno set when it could not be read.
     [[nodiscard]] bool read(int fd, std::size_t size) {
         bytes_.reset(static_cast<char*>(std::malloc(size + 1)));
-        if (bytes_ == nullptr) {
-            return false;
-        }
-        while (size_ < size) {
-            const ssize_t count =
-                uninterrupted([&] { return ::read(fd, bytes_.get() + size_, size - size_); });
-            if (count < 0) {
-                return false;
-            }
-            if (count == 0) {
-                break;
-            }
-            size_ += static_cast<std::size_t>(count);
-        }
-        return true;
+        const ssize_t count = bytes_ != nullptr ? read_whole(fd, bytes_.get(), size) : -1;
+        size_ = count > 0 ? static_cast<std::size_t>(count) : 0;
+        return count >= 0;
     }
 
     [[nodiscard]] std::string_view view() const { return {bytes_.get(), size_}; }
@@ -163,7 +118,7 @@ bool overwrite(int fd, std::string_view content) {
     return ::lseek(fd, 0, SEEK_SET) == 0 && write_whole(fd, content) &&
            uninterrupted([&] { return ::ftruncate(fd, static_cast<off_t>(content.size())); }) ==
                0 &&
-           flush(fd);
+           flush_whole(fd);
 }
 
 }  // namespace
@@ -276,7 +231,7 @@ bool file_replacement::make_helper() {
 }
 
 bool file_replacement::fill_helper() {
-    if (!write_whole(file_.get(), content_) || !flush(file_.get())) {
+    if (!write_whole(file_.get(), content_) || !flush_whole(file_.get())) {
         return false;
     }
     // Interrupted or not, the descriptor is closed, and the data are on the device.
@@ -365,7 +320,7 @@ int32_t file_replacement::commit() {
     }
     helper_[0] = '\0';
     replaced_ = true;
-    return flush(directory_.get()) ? result_ok : fail(errno);
+    return flush_whole(directory_.get()) ? result_ok : fail(errno);
 }
 
 void file_replacement::report_failure() const {

@@ -6,6 +6,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
+
+#include "leaf/whole_io.h"
 
 namespace veltrancord {
 
@@ -29,16 +32,9 @@ owned_fd make_unnamed_file() {
 
 // Return: false after a message when not all of `content` could be written.
 bool write_body(const owned_fd& file, std::string_view content) {
-    while (file && !content.empty()) {
-        const ssize_t written = ::write(file.get(), content.data(), content.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            std::perror("write body");
-            return false;
-        }
-        content.remove_prefix(static_cast<std::size_t>(written));
+    if (file && !write_whole(file.get(), content)) {
+        std::perror("write body");
+        return false;
     }
     return true;
 }
@@ -48,10 +44,8 @@ owned_fd copy_argument_file(const owned_fd& file) {
     char block[4096];
     off_t position = 0;
     while (copy) {
-        const ssize_t count = ::pread(file.get(), block, sizeof block, position);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
+        const ssize_t count =
+            uninterrupted([&] { return ::pread(file.get(), block, sizeof block, position); });
         if (count <= 0 || !write_body(copy, {block, static_cast<std::size_t>(count)})) {
             break;
         }

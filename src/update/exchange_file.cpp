@@ -11,10 +11,10 @@
 #include <memory>
 #include <new>
 #include <string>
-#include <string_view>
 
 #include "leaf/owned_fd.h"
 #include "leaf/result.h"
+#include "leaf/whole_io.h"
 #include "store/document_set.h"
 #include "store/xml_text.h"
 
@@ -26,41 +26,20 @@ namespace {
 constexpr std::size_t write_block = std::size_t{64} * 1024;
 
 // Return: the first `size` bytes of the file and a NUL, or null when there are fewer.
-std::unique_ptr<char[]> read_whole(int fd, std::size_t size) {
+std::unique_ptr<char[]> read_text(int fd, std::size_t size) {
     std::unique_ptr<char[]> text(new (std::nothrow) char[size + 1]);
-    std::size_t done = 0;
-    while (text != nullptr && done < size) {
-        const ssize_t count = ::read(fd, text.get() + done, size - done);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count <= 0) {
-            return nullptr;
-        }
-        done += static_cast<std::size_t>(count);
+    if (text == nullptr || read_whole(fd, text.get(), size) != static_cast<ssize_t>(size)) {
+        return nullptr;
     }
-    if (text != nullptr) {
-        text[size] = '\0';
-    }
+    text[size] = '\0';
     return text;
 }
 
 // Return: false with errno set. Empties `text`.
 bool write_out(int fd, std::string& text) {
-    std::string_view left = text;
-    while (!left.empty()) {
-        const ssize_t written = ::write(fd, left.data(), left.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            errno = written == 0 ? ENOSPC : errno;
-            return false;
-        }
-        left.remove_prefix(static_cast<std::size_t>(written));
-    }
+    const bool written = write_whole(fd, text);
     text.clear();
-    return true;
+    return written;
 }
 
 bool write_documents(int fd) {
@@ -87,7 +66,7 @@ bool load_exchange_file(const char* path, XmlDocument& exchange) {
         status.st_size <= 0 || status.st_size >= std::numeric_limits<int32_t>::max()) {
         return false;
     }
-    const auto text = read_whole(file.get(), static_cast<std::size_t>(status.st_size));
+    const auto text = read_text(file.get(), static_cast<std::size_t>(status.st_size));
     return text != nullptr && exchange.LoadXMLFile(text.get());
 }
 
