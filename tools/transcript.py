@@ -60,11 +60,17 @@ CONVERSATION = [
     ("The event log", [
         (b"writelog:" + EVENT, {0: "logged"}),
         ("geteventcount:", None),
+        ("maxlogcount:", None),
     ]),
     ("A command that there is not", [
         ("Read:System.Name", {-4: "unknown command"}),
     ]),
 ]
+
+
+LARGE_DISK = """
+      The log's capacity comes from the size of its file system, counted in 32 bits: right for a
+      device's flash, but this machine's disk is too large for it, and the log does not work here."""
 
 
 def shown(payload):
@@ -95,7 +101,9 @@ def main():
             if reply.body:
                 continue
             meaning = "" if meanings is None else meanings.get(reply.code)
-            if meaning is None:
+            if meanings is None and reply.code < 0:
+                print(f"      {reply.code}{LARGE_DISK}")
+            elif meaning is None:
                 print(f"      {reply.code} (not what the sample configuration leads to)")
             else:
                 print(f"      {reply.code}" + (f" ({meaning})" if meaning else ""))
