@@ -52,6 +52,9 @@ _SANITIZER_OPTIONS = (
 )
 
 
+_SANITIZER_REPORT = re.compile(r"ERROR: \w+Sanitizer|WARNING: ThreadSanitizer|runtime error:")
+
+
 @functools.lru_cache(maxsize=None)
 def sanitizer_of(program):
     """ "address", "thread" or None: what the program was built with."""
@@ -125,6 +128,7 @@ class Device:
         self._start_arguments = {}
         self._count = 0
         self._clock_share = ()
+        self._forgotten = ""
         self._lock = threading.Lock()
         self._enter_namespaces()
         for path in (CONFIGURATION, os.path.dirname(EVENT_LOG)):
@@ -467,6 +471,7 @@ class Device:
 
     def forget_output(self):
         """Empties what `stdout` and `stderr` give."""
+        self._forgotten += self.stderr()
         for name in ("stdout", "stderr"):
             path = self.outside(f"{LOGS}/{name}")
             if path.exists():
@@ -482,9 +487,13 @@ class Device:
         wait_until(lambda: self.file_exists(path), f"{path} exists", self.patience)
 
     def sanitizer_findings(self):
-        """The sanitizers' reports, empty when there are none."""
+        """The sanitizers' reports, empty when there are none. A refused allocation is none."""
+        if self.sanitizer is None:
+            return ""
         logs = sorted(self.outside(LOGS).glob("sanitizer.*"))
-        return "\n".join(log.read_text(errors="replace") for log in logs)
+        # Where no log can be opened the report goes to standard error.
+        texts = [log.read_text(errors="replace") for log in logs] + [self._forgotten + self.stderr()]
+        return "\n".join(text for text in texts if _SANITIZER_REPORT.search(text))
 
     def processes(self):
         """Every process of the device, init first."""
