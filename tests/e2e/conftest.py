@@ -25,7 +25,7 @@ def pytest_configure(config):
     program = config.getoption("--bin", default=device_module.default_program)
     device_module.default_program = os.path.realpath(program)
     if not os.access(device_module.default_program, os.X_OK):
-        raise pytest.UsageError(f"there is no program {device_module.default_program}: build it first")
+        raise pytest.UsageError(f"no program {device_module.default_program}: build it first")
     # Some tests hold more connections than the usual soft limit allows.
     soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
     if soft != resource.RLIM_INFINITY and soft < 8192:

@@ -1,7 +1,7 @@
-"""Process 1 of a simulated device: prepares its file tree, starts programs, reaps orphans.
+"""Process 1 of a simulated machine: prepares its file tree, starts programs, reaps orphans.
 
-Started by device.py as `unshare ... python3 -I -S namespace_init.py FD PROGRAM`, with FD one end of
-a socket pair over which requests and answers travel as JSON. When the other end closes, it ends,
+Started by machine.py as `unshare ... python3 -I -S namespace_init.py FD PROGRAM`, with FD one end
+of a socket pair over which requests and answers travel as JSON. When the other end closes, it ends,
 and with it every process of its namespace: nothing survives the test that started it, however that
 test ended.
 """
@@ -76,6 +76,7 @@ def prepare_tree(program):
     mount("/", HOST, "none", MS_BIND | MS_REC)
     bind(HOST + program, "/run/bin/Veltrancord")
     mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777")
+    mount("tmpfs", "/dev/shm", "tmpfs", 0, "mode=1777")
     # A flash of a device's size: the event log's capacity is computed from it.
     mount("tmpfs", "/mnt", "tmpfs", 0, "mode=755,size=512m")
 

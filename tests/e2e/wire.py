@@ -121,7 +121,7 @@ class Client:
         while len(data) < count:
             left = deadline - time.monotonic()
             if left <= 0:
-                raise TimeoutError(f"no more than {len(data)} of {count} bytes within {self.timeout} s")
+                raise TimeoutError(f"{len(data)} of {count} bytes within {self.timeout} s")
             self.socket.settimeout(left)
             try:
                 part = self.socket.recv(min(1 << 20, count - len(data)))
