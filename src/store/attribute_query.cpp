@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <source_location>
 
 #include "leaf/bounded_text.h"
 #include "leaf/result.h"
@@ -119,8 +118,7 @@ int32_t ReadAttributeHandleFun(std::string_view path, reply_text& out) {
     const bool named = how == mode::one || how == mode::one_in_subtree;
     const int32_t result = List(*element, how, prefix, named ? name : nullptr, listing);
     if (listing.out_of_memory()) {
-        std::fprintf(stderr, "%s %d Allocate fail!!\n", "ReadAttributeHandleFun",
-                     static_cast<int>(std::source_location::current().line()));
+        std::fprintf(stderr, "%s %d Allocate fail!!\n", "ReadAttributeHandleFun", __LINE__);
         listing.clear();
         return result_too_large;
     }

@@ -11,6 +11,7 @@
 namespace veltrancord {
 
 // What readAndFilter hides.
+// NOLINTNEXTLINE(readability-identifier-naming): a store name, in mixed case as they all are
 inline constexpr std::array<std::string_view, 5> readFilterList = {
     "Account.User", "Account.Cloud", "Account.CGIPermitDenyFilter", "Account.LocalPassword",
     "Account.OperatorPassword"};
