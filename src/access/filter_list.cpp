@@ -19,12 +19,20 @@ constexpr std::string_view wildcard = "*";
 constexpr std::string_view rule_path = "Account.CGIPermitDenyFilter.R";
 
 // FNV-1a: the texts are short, and nobody gains by making them collide.
-std::size_t hash_text(std::string_view text) {
+uint32_t hash_text(std::string_view text) {
     uint32_t hash = 2166136261U;
     for (const char c : text) {
         hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
     }
     return hash;
+}
+
+// The first command of that text among `from` and the others of its bucket behind it.
+const FilterCmd* first_equal(const FilterCmd* from, std::string_view cmd, uint32_t hash) {
+    while (from != nullptr && (from->hash != hash || !from->cmd.equals(cmd))) {
+        from = from->next_of_bucket;
+    }
+    return from;
 }
 
 bool report_no_memory() {
@@ -82,7 +90,8 @@ bool has_parameter_in(const FilterCmd& command, std::string_view params) {
 }  // namespace
 
 void filter_index::add(FilterCmd& command) noexcept {
-    bucket& chosen = buckets_[hash_text(command.cmd.view()) % buckets_.size()];
+    command.hash = hash_text(command.cmd.view());
+    bucket& chosen = buckets_[command.hash % buckets_.size()];
     command.next_of_bucket = nullptr;
     (chosen.last != nullptr ? chosen.last->next_of_bucket : chosen.first) = &command;
     chosen.last = &command;
@@ -96,8 +105,13 @@ void filter_index::clear() noexcept {
     first_wildcard_ = nullptr;
 }
 
-const FilterCmd* filter_index::first_candidate(std::string_view cmd) const noexcept {
-    return buckets_[hash_text(cmd) % buckets_.size()].first;
+const FilterCmd* filter_index::first_of(std::string_view cmd) const noexcept {
+    const uint32_t hash = hash_text(cmd);
+    return first_equal(buckets_[hash % buckets_.size()].first, cmd, hash);
+}
+
+const FilterCmd* filter_index::next_of_same_text(const FilterCmd& command) noexcept {
+    return first_equal(command.next_of_bucket, command.cmd.view(), command.hash);
 }
 
 void init_filter_list() {
@@ -140,13 +154,10 @@ const FilterRule* find_filter_rule(const filter_list& list, std::string_view cmd
     // A client that asks for "*" by name asks for a command like any other: an entry "*" then
     // counts as its exact one, parameters included.
     const FilterCmd* const any = cmd == wildcard ? nullptr : list.index.first_wildcard();
-    for (const FilterCmd* command = list.index.first_candidate(cmd); command != nullptr;
-         command = command->next_of_bucket) {
+    for (const FilterCmd* command = list.index.first_of(cmd); command != nullptr;
+         command = filter_index::next_of_same_text(*command)) {
         if (any != nullptr && any->position < command->position) {
             break;
-        }
-        if (!command->cmd.equals(cmd)) {
-            continue;
         }
         if (command->params.empty() || (params && has_parameter_in(*command, *params))) {
             return command->rule;

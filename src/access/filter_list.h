@@ -31,6 +31,7 @@ struct FilterCmd {
     tail_queue<FilterParam> params;  // none: the command is reserved whatever its parameters
     const FilterRule* rule = nullptr;
     int32_t position = 0;  // among the commands of all rules, from 0
+    uint32_t hash = 0;  // of the text: tells others of its bucket apart without looking at theirs
     FilterCmd* next_of_bucket = nullptr;
 };
 
@@ -48,9 +49,11 @@ class filter_index {
     void add(FilterCmd& command) noexcept;
     void clear() noexcept;
 
-    // Return: the first command that may have this text; the others follow by next_of_bucket, in
-    // the order of their positions. Null: none has it.
-    [[nodiscard]] const FilterCmd* first_candidate(std::string_view cmd) const noexcept;
+    // Return: the first command of this text, or null.
+    [[nodiscard]] const FilterCmd* first_of(std::string_view cmd) const noexcept;
+
+    // Return: the next command of the same text, in the order of positions, or null.
+    [[nodiscard]] static const FilterCmd* next_of_same_text(const FilterCmd& command) noexcept;
 
     // Return: the first "*", or null.
     [[nodiscard]] const FilterCmd* first_wildcard() const noexcept { return first_wildcard_; }
@@ -60,7 +63,7 @@ class filter_index {
         FilterCmd* first = nullptr;
         FilterCmd* last = nullptr;
     };
-    std::array<bucket, 256> buckets_{};
+    std::array<bucket, 1024> buckets_{};  // a few commands share one even in the longest list
     const FilterCmd* first_wildcard_ = nullptr;
 };
 
