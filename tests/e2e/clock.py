@@ -40,10 +40,17 @@ def _share(machine):
     machine.write_file("/dev/shm" + NAMES[1], bytes(16) + b"\xff" * 4080)
 
 
+def _set(machine, text):
+    """In one step: the program reads the file at every look at the clock, and where it found it
+    empty its clock would jump to the true time and back."""
+    machine.write_file(SETTING + ".new", text + "\n")
+    os.rename(machine.outside(SETTING + ".new"), machine.outside(SETTING))
+
+
 def move(machine, seconds, rate):
-    machine.write_file(SETTING, f"{seconds:+}" + (f" x{rate}" if rate != 1 else "") + "\n")
+    _set(machine, f"{seconds:+}" + (f" x{rate}" if rate != 1 else ""))
 
 
 def stop(machine, seconds):
     moment = time.gmtime(DAY_LONG_AGO + seconds)
-    machine.write_file(SETTING, time.strftime("%Y-%m-%d %H:%M:%S\n", moment))
+    _set(machine, time.strftime("%Y-%m-%d %H:%M:%S", moment))

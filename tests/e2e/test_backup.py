@@ -156,3 +156,21 @@ def test_requests_are_served_while_the_script_runs(device):
     assert backups(device) == []
     device.write_file("/tmp/go", "")
     device.wait_for_file("/tmp/backups")
+
+
+@pytest.mark.parametrize("option", ["100", "299", "300", "abc", "-5", ""])
+def test_no_interval_is_shorter_than_five_minutes(device, option):
+    device.require_fake_clock()
+    device.write_documents(DOCUMENT)
+    device.install_script(SCRIPT, RECORDING)
+    clock = Clock(device)
+    clock.RATE = 3  # which leaves a slow machine its minute here too
+    device.start("-t", option, fake_clock=clock.RATE)
+    device.request("write:Doc.V=1")
+    clock.wait_for_backups(1)
+    device.request("write:Doc.V=2")
+    clock.move(101)
+    clock.pass_looks()
+    clock.wait_for_backups(1)
+    clock.move(200)
+    clock.wait_for_backups(2)
