@@ -19,7 +19,9 @@ constexpr int32_t log_file_system_size(uint32_t block_size, uint32_t block_count
 constexpr int32_t log_capacity_for_size(int32_t size) {
     // In 64 bits, since the difference may lie below what 32 bits hold.
     const int64_t quarter = (int64_t{size} - 131072) / 4;
-    return static_cast<int32_t>(std::min<int64_t>(quarter >> 6, 1000));
+    // Rounded down, below zero too.
+    const int64_t entries = quarter / 64 - (quarter % 64 < 0 ? 1 : 0);
+    return static_cast<int32_t>(std::min<int64_t>(entries, 1000));
 }
 
 // Asks for the size of the file system that holds `directory`.

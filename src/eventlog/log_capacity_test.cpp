@@ -28,7 +28,7 @@ TEST(LogCapacity, FollowsTheSizeOfTheFileSystem) {
 
 TEST(LogCapacity, IsNotBoundedBelow) {
     EXPECT_EQ(log_capacity_for_size(131072), 0);
-    // The division goes toward zero, the shift toward the smaller number.
+    // The quarter is rounded toward zero, the entries down.
     EXPECT_EQ(log_capacity_for_size(131072 - 3), 0);
     EXPECT_EQ(log_capacity_for_size(131072 - 4), -1);
     EXPECT_EQ(log_capacity_for_size(131072 - 256), -1);

@@ -8,8 +8,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <string>
-#include <string_view>
 
 #include "access/filter_list.h"
 #include "access/group_list.h"
@@ -17,7 +15,6 @@
 #include "access/permit_list.h"
 #include "access/session_lists.h"
 #include "eventlog/event_log.h"
-#include "leaf/file_replacer.h"
 #include "server/listener.h"
 #include "service/semaphore.h"
 #include "service/shared_memory.h"
@@ -75,20 +72,10 @@ void* start_backups(void* argument) {
     backup_thread(state.change_counter, state.backup_interval);
 }
 
-std::string directory_of(std::string_view path) {
-    const std::size_t slash = path.rfind('/');
-    if (slash == std::string_view::npos) {
-        return ".";
-    }
-    return std::string(path.substr(0, slash > 0 ? slash : 1));
-}
-
 // Loads the document set and computes the reply capacity.
 //
 // Return: what LoadXmlDir returned.
 int32_t load_configuration(const service_options& options) {
-    clear_replacement_leftovers(options.xml_path);
-    clear_replacement_leftovers(directory_of(options.event_log_path).c_str());
     install_store_hooks();
     const int32_t loaded = LoadXmlDir(options.xml_path);
     if (loaded >= 0) {
