@@ -4,97 +4,20 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <random>
-#include <sstream>
 #include <string>
 
-#include "eventlog/log_model.h"
-#include "leaf/bounded_text.h"
+#include "eventlog/event_log_fixture.h"
 #include "leaf/result.h"
 #include "leaf/termination.h"
 
 namespace veltrancord {
 namespace {
 
-log_record event(int32_t type, int32_t first = 1, const std::string& detail = "d",
-                 int32_t second = 2) {
-    log_record record;
-    record.type = type;
-    record.first_detail = static_cast<uint8_t>(first);
-    copy_bounded(record.detail_text, detail);
-    record.second_detail = static_cast<uint8_t>(second);
-    return record;
-}
-
-class EventLog : public testing::Test {
-  protected:
-    EventLog() {
-        // In memory where there is such a place: each entry is flushed to the device.
-        std::string name = (::access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : testing::TempDir()) +
-                           "eventlog-XXXXXX";
-        directory_ = ::mkdtemp(name.data());
-        path_ = directory_ + "/log";
-        ::setenv("TZ", "UTC0", 1);
-        testing::internal::CaptureStderr();
-    }
-
-    ~EventLog() override {
-        g_terminating = false;
-        testing::internal::GetCapturedStderr();
-        std::filesystem::remove_all(directory_);
-    }
-
-    std::string messages() {
-        const std::string printed = testing::internal::GetCapturedStderr();
-        testing::internal::CaptureStderr();
-        return printed;
-    }
-
-    void write_file(const std::string& text) const { std::ofstream(path_) << text; }
-
-    [[nodiscard]] std::string file() const {
-        std::ostringstream text;
-        text << std::ifstream(path_).rdbuf();
-        return text.str();
-    }
-
-    // Names in the log's directory.
-    [[nodiscard]] int files() const {
-        int count = 0;
-        for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory_)) {
-            ++count;
-        }
-        return count;
-    }
-
-    static int32_t add(event_log& log, int32_t type, int64_t seconds, int32_t first = 1) {
-        return log.add(event(type, first), local_log_time(seconds));
-    }
-
-    static std::string read(event_log& log, int32_t mode, int32_t mask, int32_t limit) {
-        reply_text reply;
-        EXPECT_TRUE(reply.open(262144));
-        const int32_t result = log.read({mode, mask, limit}, reply);
-        EXPECT_EQ(result, static_cast<int32_t>(reply.size()));
-        return std::string(reply.view());
-    }
-
-    // First detail values, newest first.
-    static std::string newest(event_log& log) {
-        std::string numbers;
-        const std::string records = read(log, 1, -1, 9999);
-        for (std::size_t at = 0; at < records.size(); at += 32) {
-            numbers += std::to_string(records[at + 10]) + " ";
-        }
-        return numbers;
-    }
-
-    std::string directory_;
-    std::string path_;
-};
+using test::event;
+using test::EventLog;
 
 TEST_F(EventLog, AnswersWithoutADocument) {
     event_log log;
@@ -467,83 +390,6 @@ TEST_F(EventLog, HaltSavesOrReports) {
     EXPECT_EQ(file(), "changed");
     g_event_log = event_log();
 }
-
-// Long random sequences of everything, against the rules written down a second time.
-class EventLogModel : public EventLog, public testing::WithParamInterface<int32_t> {
-  protected:
-    std::string any_detail() {
-        std::string text;
-        for (auto length = random_() % 17; length > 0; --length) {
-            text += "ab<&:\"\xC3"[random_() % (random_() % 4 == 0 ? 7 : 2)];
-        }
-        return text.substr(0, 15);
-    }
-
-    std::mt19937 random_{static_cast<uint32_t>(GetParam()) + 77};
-};
-
-TEST_P(EventLogModel, AgreesOverLongSequences) {
-    const int32_t capacity = GetParam();
-    auto log = std::make_unique<event_log>();
-    ASSERT_EQ(log->start_with_capacity(path_.c_str(), capacity), 0);
-    test::log_model model(capacity);
-    int64_t now = 1700000000;
-    for (int step = 0; step < 6000; ++step) {
-        const auto what = random_() % 1000;
-        if (what < 450) {
-            now += static_cast<int64_t>(random_() % 3);
-            if (random_() % 60 == 0) {
-                now -= 5000;  // the clock is set back
-            }
-            const auto type = static_cast<int32_t>(random_() % 8) - 1;
-            const auto first = static_cast<int32_t>(random_() % 256);
-            const auto second = static_cast<int32_t>(random_() % 256);
-            const std::string detail = any_detail();
-            ASSERT_EQ(log->add(event(type, first, detail, second), local_log_time(now)), result_ok);
-            model.write(type, now, first, detail, second);
-        } else if (what < 980) {
-            const auto mode = random_() % 12 == 0 ? static_cast<int32_t>(random_() % 6) - 1
-                                                  : static_cast<int32_t>(random_() % 3) + 1;
-            const int32_t mask = random_() % 3 == 0 ? static_cast<int32_t>(random_() % 8) : -1;
-            const auto limit = static_cast<int32_t>(random_() % 7) - 1;
-            ASSERT_EQ(read(*log, mode, mask, limit), model.read(mode, mask, limit))
-                << "step " << step << " mode " << mode << " mask " << mask << " limit " << limit;
-        } else if (what < 990) {
-            ASSERT_EQ(log->clean(), result_ok);
-            model.clean();
-        } else {
-            log = std::make_unique<event_log>();
-            ASSERT_EQ(log->start_with_capacity(path_.c_str(), capacity), 0);
-            model.restart();
-        }
-        ASSERT_EQ(log->count(), model.count()) << "step " << step;
-        if (step % 500 == 0) {
-            messages();
-        }
-    }
-    TiXmlDocument saved;
-    TiXmlElement root("Log");
-    for (const auto& [name, text] : model.elements()) {
-        TiXmlElement element(name.c_str());
-        element.InsertEndChild(TiXmlText(text.c_str()));
-        root.InsertEndChild(element);
-    }
-    saved.InsertEndChild(root);
-    const std::string expected = directory_ + "/expected";
-    ASSERT_TRUE(saved.SaveFile(expected.c_str()));
-    ASSERT_TRUE(log->save());
-    std::ostringstream text;
-    text << std::ifstream(expected).rdbuf();
-    EXPECT_EQ(file(), text.str());
-}
-
-INSTANTIATE_TEST_SUITE_P(Capacities, EventLogModel,
-                         testing::Values(-512, -1, 0, 1, 2, 3, 4, 5, 8, 17),
-                         [](const auto& capacity) {
-                             return capacity.param < 0 ? std::string("Minus").append(
-                                                             std::to_string(-capacity.param))
-                                                       : std::to_string(capacity.param);
-                         });
 
 }  // namespace
 }  // namespace veltrancord
