@@ -96,7 +96,8 @@ def test_an_attribute_that_an_existing_element_lacks_is_an_empty_success(running
 
 
 @pytest.mark.parametrize("path, code", [
-    ("Account.Nothing.Level", -4), ("Nothing.Level", -4), ("Nothing.*", -4), ("Account.Nothing.*", -4),
+    ("Account.Nothing.Level", -4), ("Nothing.Level", -4), ("Nothing.*", -4),
+    ("Account.Nothing.*", -4),
     ("Account.Nothing.#", -4), ("Account.Nothing.*.Level", -4), ("Bad.Level", -4), ("Bad.*", -4),
     ("", -7), (".", -7), ("....", -7), (".*", -7), ("*", -4), ("#", -4),
 ])
@@ -132,7 +133,8 @@ def test_all_attributes_below_an_element_without_children_are_its_own(running):
 
 def test_own_attributes(running):
     assert running.request("readattr:Account.User1.#").text == lines(*BELOW[:2])
-    assert running.request("readattr:Account.#").text == lines("Account.Level=9", "Account.Own=root")
+    root = running.request("readattr:Account.#").text
+    assert root == lines("Account.Level=9", "Account.Own=root")
     assert running.request("readattr:Account.Plain.#") == (0, b"")
     assert running.request("readattr:Account.User2.#").text == lines(*BELOW[4:6])
 

@@ -103,8 +103,9 @@ def test_a_long_payload_is_taken_whole(ready):
 # ---- before the start code --------------------------------------------------------------------
 
 
-@pytest.mark.parametrize("garbage", [b"x", b"\0", b"\n\r\xff", b"\0" * 3, b"read:Account", b"=" * 70000],
-                         ids=["x", "nul", "control", "nuls", "text", "long"])
+@pytest.mark.parametrize(
+    "garbage", [b"x", b"\0", b"\n\r\xff", b"\0" * 3, b"read:Account", b"=" * 70000],
+    ids=["x", "nul", "control", "nuls", "text", "long"])
 def test_garbage_before_the_start_code_is_skipped(ready, garbage):
     with ready.connect() as client:
         client.send(garbage + frame(USERNAME))

@@ -218,7 +218,8 @@ def test_text_behind_a_nul_is_ignored(service):
 def test_a_byte_order_mark_and_a_declaration_are_no_content(service):
     device = service({
         "Mark": b"\xef\xbb\xbf<Mark><V>1</V></Mark>",
-        "Declared": '<?xml version="1.0" encoding="UTF-8" ?>\n<!-- c -->\n<Declared><V>2</V></Declared>',
+        "Declared": '<?xml version="1.0" encoding="UTF-8" ?>\n<!-- c -->\n'
+                    "<Declared><V>2</V></Declared>",
     })
     assert device.request("readvalue:Mark.V").text == "1"
     assert device.request("readvalue:Declared.V").text == "2"

@@ -280,9 +280,13 @@ def test_the_sample_configuration_is_served(sample):
 
 def test_nothing_is_written_where_nothing_changed(sample):
     before = {name: sample.read_document(name) for name in sample.list_directory(CONFIGURATION)}
-    times = {name: os.stat(sample.outside(f"{CONFIGURATION}/{name}")).st_mtime_ns for name in before}
+
+    def times():
+        files = [sample.outside(f"{CONFIGURATION}/{name}") for name in before]
+        return [(os.stat(file).st_mtime_ns, os.stat(file).st_ino) for file in files]
+
+    times_before = times()
     sample.request("read:*")
     sample.restart()
     assert {name: sample.read_document(name) for name in before} == before
-    assert times == {name: os.stat(sample.outside(f"{CONFIGURATION}/{name}")).st_mtime_ns
-                     for name in before}
+    assert times() == times_before
