@@ -209,7 +209,6 @@ def test_every_system_call_of_an_upload_fails(device, error):
 
 def test_nothing_is_left_after_many_writes(service):
     device = service(OLD, "-L")
-    device.write_file("/tmp/kept", "")
     many_writes(device, 1000)
 
 
