@@ -1,0 +1,107 @@
+#include "difference.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "exchange_file.h"
+#include "exit_status.h"
+#include "leaf/owned_fd.h"
+#include "pager.h"
+#include "question.h"
+#include "service.h"
+
+namespace veltrancord::tool {
+
+int read_settings_file(context& tool, const std::string& file, setting_map& settings) {
+    std::string text;
+    if (!read_input(file, text)) {
+        return tool.fail_with(exit_usage, file, std::strerror(errno));
+    }
+    setting_list lines;
+    const std::size_t first = text.find_first_not_of(" \t\r\n\xEF\xBB\xBF");
+    if (first != std::string::npos && text[first] == '<') {
+        if (!parse_exchange_text(text, lines)) {
+            return tool.fail_with(exit_refused, file, "does not parse as XML");
+        }
+    } else {
+        std::size_t bad = 0;
+        if (!parse_lines(text, tool.null_separated, lines, bad)) {
+            return tool.fail_with(exit_refused, file,
+                                  "line " + std::to_string(bad) + " has no '='");
+        }
+    }
+    settings = by_path(lines);
+    return exit_done;
+}
+
+int read_running(context& tool, const std::string& path, setting_map& settings) {
+    setting_list list;
+    const int32_t result = read_subtree(tool, path, list);
+    if (result < 0) {
+        return tool.fail(path.empty() ? "*" : path, result);
+    }
+    settings = by_path(list);
+    return exit_done;
+}
+
+std::string difference_text(context& tool, const std::vector<setting_change>& changes) {
+    std::string text;
+    for (const setting_change& change : changes) {
+        const bool hidden = !tool.reveal && is_secret_path(change.path);
+        const auto side = [&](const char* sign, const char* colour, const std::string* value) {
+            if (value != nullptr) {
+                std::string line = sign + change.path;
+                line += '=';
+                line += hidden ? std::string(masked_value) : *value;
+                text += tool.coloured(colour, line);
+                text += '\n';
+            }
+        };
+        side("-", "31", change.before);
+        side("+", "32", change.after);
+    }
+    return text;
+}
+
+json difference_json(const context& tool, const std::vector<setting_change>& changes) {
+    json list = json::array();
+    for (const setting_change& change : changes) {
+        const auto side = [&](const std::string* value) {
+            return value != nullptr ? json(shown_value({change.path, *value}, tool.reveal))
+                                    : json(nullptr);
+        };
+        list.push_back({{"path", change.path},
+                        {"before", side(change.before)},
+                        {"after", side(change.after)}});
+    }
+    return list;
+}
+
+std::string snapshot_text(const setting_map& settings) {
+    std::string text = "# Snapshot of settings; secrets are in plain text.\n";
+    for (const auto& [path, value] : settings) {
+        if (value.find('\n') != std::string::npos) {
+            continue;  // no request can write such a value back
+        }
+        text += path;
+        text += '=';
+        text += value;
+        text += '\n';
+    }
+    return text;
+}
+
+bool write_private_file(const std::string& file, const std::string& text) {
+    const std::string aside = file + ".new";
+    (void)unlink(aside.c_str());
+    owned_fd fd(open(aside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!fd || !write_whole(fd.get(), text) || fsync(fd.get()) != 0 || fd.close() != 0) {
+        return false;
+    }
+    return rename(aside.c_str(), file.c_str()) == 0;
+}
+
+}  // namespace veltrancord::tool

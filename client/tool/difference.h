@@ -1,0 +1,31 @@
+// Differences between settings: read from files, shown, turned into what has to be written.
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "context.h"
+
+namespace veltrancord::tool {
+
+using setting_map = std::map<std::string, std::string>;
+
+// Reads the settings of a file: "path=value" lines, a snapshot, or an exchange file (XML), which
+// the service's own code parses. "-": standard input. Return: exit_done, or a status after a
+// message.
+int read_settings_file(context& tool, const std::string& file, setting_map& settings);
+
+// Reads all settings of the service. Return: as above.
+int read_running(context& tool, const std::string& path, setting_map& settings);
+
+// One line for each side of each change, secrets masked.
+std::string difference_text(context& tool, const std::vector<setting_change>& changes);
+json difference_json(const context& tool, const std::vector<setting_change>& changes);
+
+// The text of a snapshot file: the same lines that "set -" takes.
+std::string snapshot_text(const setting_map& settings);
+
+// Makes a file that only its owner may read, in one step. Return: false with errno set.
+bool write_private_file(const std::string& file, const std::string& text);
+
+}  // namespace veltrancord::tool

@@ -1,0 +1,89 @@
+// snapshot, diff.
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "commands.h"
+#include "difference.h"
+#include "exit_status.h"
+#include "service.h"
+
+namespace veltrancord::tool {
+namespace {
+
+struct diff_options {
+    std::string file;
+    std::string other;
+    std::string path;
+};
+
+int run_snapshot(context& tool, const std::string& file, const std::string& path) {
+    setting_map settings;
+    const int status = read_running(tool, path, settings);
+    if (status != exit_done) {
+        return status;
+    }
+    if (!write_private_file(file, snapshot_text(settings))) {
+        return tool.fail_with(exit_failed, file, std::strerror(errno));
+    }
+    return exit_done;
+}
+
+// Drops what does not lie below `path`.
+void keep_below(const std::string& path, setting_map& settings) {
+    if (path.empty() || path == "*") {
+        return;
+    }
+    const std::string prefix = is_subtree(path) ? path.substr(0, path.size() - 1) : path + ".";
+    std::erase_if(settings, [&](const auto& one) {
+        return one.first.compare(0, prefix.size(), prefix) != 0;
+    });
+}
+
+int run_diff(context& tool, const diff_options& options) {
+    setting_map before;
+    setting_map after;
+    int status = read_settings_file(tool, options.file, before);
+    if (status == exit_done) {
+        status = options.other.empty() ? read_running(tool, options.path, after)
+                                       : read_settings_file(tool, options.other, after);
+    }
+    if (status != exit_done) {
+        return status;
+    }
+    keep_below(options.path, before);
+    keep_below(options.path, after);
+    const std::vector<setting_change> changes = compare(before, after);
+    if (tool.form == output_form::json) {
+        tool.print_json(difference_json(tool, changes));
+    } else {
+        tool.print(difference_text(tool, changes));
+    }
+    return changes.empty() ? exit_done : exit_differs;
+}
+
+}  // namespace
+
+void add_difference_commands(CLI::App& app, context& tool) {
+    const auto snapshot = std::make_shared<diff_options>();
+    CLI::App* command =
+        app.add_subcommand("snapshot", "save all settings as lines in a file of your own");
+    command->add_option("FILE", snapshot->file, "the file to write")->required();
+    command->add_option("PATH", snapshot->path, "only what lies below");
+    command->callback([&tool, snapshot] {
+        tool.run = [&tool, snapshot] { return run_snapshot(tool, snapshot->file, snapshot->path); };
+    });
+
+    const auto diff = std::make_shared<diff_options>();
+    command =
+        app.add_subcommand("diff", "show how the running settings (or OTHER) differ from FILE");
+    command->add_option("FILE", diff->file, "a snapshot, lines or an exchange file; \"-\"")
+        ->required();
+    command->add_option("OTHER", diff->other, "a second file in place of the running settings");
+    command->add_option("--path", diff->path, "only what lies below");
+    command->callback(
+        [&tool, diff] { tool.run = [&tool, diff] { return run_diff(tool, *diff); }; });
+}
+
+}  // namespace veltrancord::tool

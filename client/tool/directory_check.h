@@ -1,0 +1,23 @@
+// Looks a configuration directory over as the service would load it, without changing a byte of it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace veltrancord::tool {
+
+struct finding {
+    std::string file;   // name in the directory
+    std::string place;  // path of the setting, or empty
+    std::string kind;   // a stable word, for programs: "unparsable", "plain-secret" ...
+    std::string text;   // a sentence for people
+};
+
+// Loads the documents of `directory` into the store (they stay there, for further questions) and
+// collects what is wrong with files. Return: false with errno set when it cannot be read.
+bool check_files(const std::string& directory, std::vector<finding>& findings);
+
+// Collects what is wrong among the settings of the loaded documents.
+void check_settings(std::vector<finding>& findings);
+
+}  // namespace veltrancord::tool

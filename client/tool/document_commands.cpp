@@ -1,0 +1,91 @@
+// dump, load, merge, restore, sync, backup.
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "commands.h"
+#include "exit_status.h"
+#include "file_name.h"
+#include "question.h"
+#include "service.h"
+
+namespace veltrancord::tool {
+namespace {
+
+using file_call = int32_t(veltrancord_client* client, const char* file);
+
+int run_dump(context& tool, const std::string& file) {
+    const std::string name = absolute_name(file);
+    const int32_t result = veltrancord_download(&tool.client(), name.c_str());
+    return result < 0 ? tool.fail(name, result) : exit_done;
+}
+
+// A command that takes an exchange file and puts other settings in place of those there are.
+int run_file(context& tool, const std::string& what, const std::string& file, file_call* call) {
+    int status = may_destroy(tool, what + " " + file);
+    if (status == exit_done) {
+        status = back_up_first(tool);
+    }
+    if (status != exit_done) {
+        return status;
+    }
+    const service_file input(file);
+    if (input.name().empty()) {
+        return tool.fail_with(exit_failed, file, std::strerror(errno));
+    }
+    const int32_t result = call(&tool.client(), input.name().c_str());
+    return result < 0 ? tool.fail(file, result) : exit_done;
+}
+
+void add_file_command(CLI::App& app, context& tool, const std::string& name,
+                      const std::string& description, const std::string& question,
+                      file_call* call) {
+    const auto file = std::make_shared<std::string>();
+    CLI::App* command = app.add_subcommand(name, description);
+    command->add_option("FILE", *file, "an exchange file; \"-\": standard input")->required();
+    command->callback([&tool, file, question, call] {
+        tool.run = [&tool, file, question, call] { return run_file(tool, question, *file, call); };
+    });
+}
+
+int run_backup(context& tool, const std::string& text) {
+    const int32_t result = veltrancord_backup(&tool.client(), text.c_str());
+    return result < 0 ? tool.fail("backup", result) : exit_done;
+}
+
+int run_sync(context& tool) {
+    const int32_t result = veltrancord_sync_memory(&tool.client());
+    return result < 0 ? tool.fail("sync", result) : exit_done;
+}
+
+}  // namespace
+
+void add_document_commands(CLI::App& app, context& tool) {
+    const auto dump_file = std::make_shared<std::string>();
+    CLI::App* command =
+        app.add_subcommand("dump", "have the service write all documents into one exchange file");
+    command->add_option("FILE", *dump_file, "the file to write")->required();
+    command->callback([&tool, dump_file] {
+        tool.run = [&tool, dump_file] { return run_dump(tool, *dump_file); };
+    });
+
+    add_file_command(app, tool, "load", "replace documents by those of an exchange file",
+                     "replace documents by those of", veltrancord_upload);
+    add_file_command(app, tool, "merge", "set each value of an exchange file",
+                     "overwrite settings with those of", veltrancord_sync_file);
+    add_file_command(app, tool, "restore",
+                     "replace documents by those of an exchange file, but keep the values set now",
+                     "rebuild documents from", veltrancord_restore);
+
+    command = app.add_subcommand("sync", "save what was changed in memory only");
+    command->callback([&tool] { tool.run = [&tool] { return run_sync(tool); }; });
+
+    const auto text = std::make_shared<std::string>();
+    command = app.add_subcommand("backup", "run the device's backup script");
+    command->add_option("TEXT", *text, "for its command line, where a shell reads it");
+    command->callback(
+        [&tool, text] { tool.run = [&tool, text] { return run_backup(tool, *text); }; });
+}
+
+}  // namespace veltrancord::tool

@@ -1,0 +1,105 @@
+// raw, ping, wait.
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "commands.h"
+#include "exit_status.h"
+#include "question.h"
+#include "service.h"
+
+namespace veltrancord::tool {
+namespace {
+
+struct raw_options {
+    std::string command;
+    std::string argument;
+};
+
+// A reply of "key=value" lines has its secrets masked; a lone value is one where its path is asked.
+std::string masked(const raw_options& options, const std::string& text) {
+    if (options.command == "readvalue" && is_secret_path(options.argument)) {
+        return std::string(masked_value);
+    }
+    std::string result;
+    std::size_t start = 0;
+    while (start < text.size()) {
+        const std::size_t end = std::min(text.find('\n', start), text.size());
+        const std::string line = text.substr(start, end - start);
+        const std::size_t equals = line.find('=');
+        const bool secret = equals != std::string::npos && is_secret_path(line.substr(0, equals));
+        result += secret ? line.substr(0, equals + 1) + std::string(masked_value) : line;
+        result += end < text.size() ? "\n" : "";
+        start = end + 1;
+    }
+    return result;
+}
+
+int run_raw(context& tool, raw_options options) {
+    if (options.argument == "-") {
+        options.argument.clear();
+        if (!read_input("-", options.argument)) {
+            return tool.fail_with(exit_usage, "-", std::strerror(errno));
+        }
+    }
+    owned_reply reply;
+    const int32_t result =
+        veltrancord_exchange(&tool.client(), options.command.c_str(), options.argument.data(),
+                             options.argument.size(), reply.get());
+    if (result < 0) {
+        return tool.fail(options.command, result);
+    }
+    const std::string text = tool.reveal ? reply.text() : masked(options, reply.text());
+    if (tool.form == output_form::json) {
+        tool.print_json({{"result", result}, {"text", text}});
+    } else if (reply.text().empty()) {
+        tool.print(std::to_string(result) + "\n");
+    } else {
+        tool.print(text);
+        if (text.empty() || text.back() != '\n') {
+            tool.print("\n");
+        }
+    }
+    return exit_done;
+}
+
+int run_ping(context& tool) {
+    const auto start = std::chrono::steady_clock::now();
+    const int32_t result = veltrancord_ping(&tool.client());
+    if (result < 0) {
+        return tool.fail(tool.socket_path, result);
+    }
+    const auto took = std::chrono::duration_cast<std::chrono::microseconds>(
+        std::chrono::steady_clock::now() - start);
+    if (tool.form == output_form::json) {
+        tool.print_json({{"alive", true}, {"microseconds", took.count()}});
+    } else {
+        tool.print("alive, " + std::to_string(took.count()) + " microseconds\n");
+    }
+    return exit_done;
+}
+
+int run_wait(context& tool) {
+    const int32_t result = veltrancord_wait(&tool.client());
+    return result < 0 ? tool.fail(tool.socket_path, result) : exit_done;
+}
+
+}  // namespace
+
+void add_exchange_commands(CLI::App& app, context& tool) {
+    const auto raw = std::make_shared<raw_options>();
+    CLI::App* command = app.add_subcommand("raw", "send any command and print what comes back");
+    command->add_option("COMMAND", raw->command, "its name")->required();
+    command->add_option("ARGUMENT", raw->argument, "its argument; \"-\": standard input, binary");
+    command->callback([&tool, raw] { tool.run = [&tool, raw] { return run_raw(tool, *raw); }; });
+
+    command = app.add_subcommand("ping", "tell whether the service answers, and how fast");
+    command->callback([&tool] { tool.run = [&tool] { return run_ping(tool); }; });
+
+    command = app.add_subcommand("wait", "wait until the service answers, at most --timeout");
+    command->callback([&tool] { tool.run = [&tool] { return run_wait(tool); }; });
+}
+
+}  // namespace veltrancord::tool

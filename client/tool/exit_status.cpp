@@ -1,0 +1,37 @@
+#include "exit_status.h"
+
+#include <veltrancord/result.h>
+
+namespace veltrancord::tool {
+
+int exit_status_of(int32_t result) {
+    switch (result) {
+        case VELTRANCORD_CAPTCHA_EXPIRED:
+        case VELTRANCORD_CAPTCHA_WRONG:
+            return exit_mismatch;
+        case VELTRANCORD_NOT_FOUND:
+            return exit_not_found;
+        case VELTRANCORD_DENIED:
+            return exit_denied;
+        case VELTRANCORD_TOO_LARGE:
+        case VELTRANCORD_REPLY_OVER_CAP:
+            return exit_too_large;
+        case VELTRANCORD_BAD_ARGUMENT:
+        case VELTRANCORD_ARGUMENT_ABSENT:
+            return exit_refused;
+        case VELTRANCORD_UNREACHABLE:
+            return exit_unreachable;
+        case VELTRANCORD_TIMED_OUT:
+            return exit_timed_out;
+        case VELTRANCORD_NO_REPLY:
+        case VELTRANCORD_BROKEN_REPLY:
+            return exit_broken;
+        default:
+            if (result >= 0) {
+                return exit_done;
+            }
+            return result <= VELTRANCORD_INVALID_USE ? exit_refused : exit_failed;
+    }
+}
+
+}  // namespace veltrancord::tool

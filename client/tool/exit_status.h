@@ -1,0 +1,28 @@
+// How the tool ends: the table of the manual.
+#pragma once
+
+#include <cstdint>
+
+namespace veltrancord::tool {
+
+enum exit_status : int {
+    exit_done = 0,
+    exit_not_found = 1,
+    exit_usage = 2,
+    exit_denied = 3,
+    exit_empty = 4,        // the place exists, but holds no text
+    exit_refused = 5,      // an argument that the service would cut, split or misread
+    exit_too_large = 6,    // the reply is over the service's capacity or over what was accepted
+    exit_failed = 7,       // the store or a file of the service failed
+    exit_unreachable = 8,  // nobody listens
+    exit_timed_out = 9,
+    exit_differs = 10,    // diff: there are differences; fsck, doctor: there are findings
+    exit_cancelled = 11,  // a question was answered with no, or a change was not confirmed
+    exit_broken = 12,     // the reply is none that can be
+    exit_mismatch = 13    // captcha compare: wrong or expired
+};
+
+// The status for a result of the client library.
+int exit_status_of(int32_t result);
+
+}  // namespace veltrancord::tool

@@ -1,0 +1,191 @@
+// The checks of single files and of the elements in them.
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <memory>
+#include <set>
+
+#include "directory_check.h"
+#include "encoding/secret.h"
+#include "leaf/file_replacer.h"
+#include "quiet_output.h"
+#include "store/document_set.h"
+#include "store/value.h"
+#include "veltrancord/client.h"
+
+namespace veltrancord::tool {
+namespace {
+
+constexpr std::size_t longest_name = sizeof(XmlDocNode::name) - 1;
+constexpr std::size_t longest_path = sizeof(XmlDocNode::path) - 1;
+
+class element_check {
+  public:
+    element_check(const std::string& file, std::vector<finding>& findings)
+        : file_(file), findings_(findings) {}
+
+    void walk(const TiXmlElement& element, const std::string& path) {
+        check_text(element, path);
+        if (path.size() > VELTRANCORD_MAX_WRITE_PATH) {
+            add(path, "long-path",
+                "its path has " + std::to_string(path.size()) +
+                    " characters, at most 255 can be "
+                    "written");
+        }
+        std::set<std::string> names;
+        for (const TiXmlElement* child = element.FirstChildElement(); child != nullptr;
+             child = child->NextSiblingElement()) {
+            const std::string inner = path + "." + child->Value();
+            if (!names.insert(child->Value()).second) {
+                add(inner, "same-name", "stands more than once; a write reaches the first only");
+            }
+            walk(*child, inner);
+        }
+    }
+
+  private:
+    void add(const std::string& place, const char* kind, const std::string& text) {
+        findings_.push_back({file_, place, kind, text});
+    }
+
+    void check_text(const TiXmlElement& element, const std::string& path) {
+        const std::string_view text = XmlElementText(element);
+        if (text.data() == nullptr) {
+            return;
+        }
+        if (IsSecretName(element.Value())) {
+            check_secret(text, path);
+        } else if (text.size() > VELTRANCORD_MAX_VALUE) {
+            add(path, "long-value",
+                "its value has " + std::to_string(text.size()) +
+                    " bytes, at most 4095 can be "
+                    "written");
+        }
+        if (text.find('\n') != std::string_view::npos) {
+            add(path, "line-feed", "its value holds a line feed, which no request can write");
+        }
+    }
+
+    void check_secret(std::string_view text, const std::string& path) {
+        if (text.substr(0, 4) != "enc:") {
+            add(path, "plain-secret", "is stored in plain text; write it once to have it encoded");
+            return;
+        }
+        const std::size_t colon = text.find(':', 4);
+        std::array<char, secret_text_size> plain{};
+        if (colon == std::string_view::npos || enc_value_decode(text, plain) != 0) {
+            add(path, "bad-secret", "is no valid \"enc:\" text");
+        }
+        if (text.size() >= secret_text_size) {
+            add(path, "long-value",
+                "its stored form has " + std::to_string(text.size()) + " bytes, at most 255");
+        }
+    }
+
+    std::string file_;
+    std::vector<finding>& findings_;
+};
+
+// What keeps the file from being loaded. Empty: nothing, it is in the store now.
+std::string load(const std::string& directory, const std::string& name, XmlDocument*& document) {
+    const std::string path = directory + "/" + name;
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) {
+        return "cannot be opened: dangling link";
+    }
+    if (name.size() > longest_name || path.size() > longest_path) {
+        return "its name has " + std::to_string(name.size()) +
+               " characters, at most 63 (with the "
+               "directory at most 127)";
+    }
+    if (S_ISDIR(status.st_mode)) {
+        return "is a directory";
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return "is no regular file";
+    }
+    if (status.st_size == 0) {
+        return "is empty";
+    }
+    const quiet_output quiet;
+    file_text text;
+    if (LoadFile2Buf(path.c_str(), text) != 0) {
+        return "cannot be opened for reading and writing";
+    }
+    auto parsed = std::make_unique<XmlDocument>(name.c_str());
+    document = parsed.get();
+    static_cast<void>(parsed->LoadXMLFile(text.get()));
+    AddXmlDocNode(name, path, std::move(parsed));
+    return {};
+}
+
+void check_document(const std::string& name, const XmlDocument& document,
+                    std::vector<finding>& findings) {
+    if (document.Error()) {
+        findings.push_back({name, "", "unparsable",
+                            "does not parse: " + std::string(document.ErrorDesc()) + " (line " +
+                                std::to_string(document.ErrorRow()) + ")"});
+    }
+    const TiXmlElement* root = document.RootElement();
+    if (root == nullptr) {
+        return;
+    }
+    if (name != root->Value()) {
+        findings.push_back({name, "", "root-name",
+                            "its root element is called \"" + root->ValueStr() +
+                                "\", so that no path reaches what is in it"});
+    }
+    if (root->NextSiblingElement() != nullptr) {
+        findings.push_back({name, "", "second-root", "has more than one root element"});
+    }
+    element_check(name, findings).walk(*root, root->ValueStr());
+}
+
+std::vector<std::string> names_in(const std::string& directory, bool& readable) {
+    std::vector<std::string> names;
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(directory.c_str()), closedir);
+    readable = entries != nullptr;
+    while (readable) {
+        const dirent* entry = readdir(entries.get());
+        if (entry == nullptr) {
+            break;
+        }
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..") {
+            names.push_back(name);
+        }
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+}  // namespace
+
+bool check_files(const std::string& directory, std::vector<finding>& findings) {
+    bool readable = false;
+    for (const std::string& name : names_in(directory, readable)) {
+        if (is_replacement_leftover(name)) {
+            findings.push_back(
+                {name, "", "leftover",
+                 "was left by a save that was cut; the service removes it at start"});
+            continue;
+        }
+        XmlDocument* document = nullptr;
+        const std::string obstacle = load(directory, name, document);
+        if (!obstacle.empty()) {
+            findings.push_back({name, "", "skipped", "would be skipped: " + obstacle});
+            continue;
+        }
+        if (name.find('.') != std::string::npos) {
+            findings.push_back(
+                {name, "", "dotted-name", "has a dot in its name, so that no path reaches it"});
+        }
+        check_document(name, *document, findings);
+    }
+    return readable;
+}
+
+}  // namespace veltrancord::tool

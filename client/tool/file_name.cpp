@@ -1,0 +1,49 @@
+#include "file_name.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+#include "leaf/owned_fd.h"
+#include "pager.h"
+#include "question.h"
+
+namespace veltrancord::tool {
+
+std::string absolute_name(const std::string& name) {
+    std::error_code failure;
+    const std::filesystem::path path = std::filesystem::absolute(name, failure);
+    return failure ? name : path.string();
+}
+
+service_file::service_file(const std::string& name) : name_(name) {
+    if (name != "-") {
+        name_ = absolute_name(name);
+        return;
+    }
+    name_.clear();
+    std::string text;
+    if (!read_input("-", text)) {
+        return;
+    }
+    char path[] = "/tmp/veltrancordctl-XXXXXX";
+    const owned_fd file(mkostemp(path, O_CLOEXEC));
+    if (!file) {
+        return;
+    }
+    temporary_name_ = path;
+    if (write_whole(file.get(), text)) {
+        name_ = path;
+    }
+}
+
+service_file::~service_file() {
+    if (!temporary_name_.empty()) {
+        (void)unlink(temporary_name_.c_str());
+    }
+}
+
+}  // namespace veltrancord::tool

@@ -1,0 +1,308 @@
+// log list, log add, log count, log clear, log follow.
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "commands.h"
+#include "event_names.h"
+#include "exit_status.h"
+#include "pager.h"
+#include "question.h"
+#include "service.h"
+
+namespace veltrancord::tool {
+namespace {
+
+constexpr std::size_t most_events = 1000;
+
+struct list_options {
+    std::string mask = "-1";
+    std::size_t count = most_events;
+    int interval_ms = 1000;
+    int rounds = -1;  // of "follow"; below 0: until it is ended
+};
+
+struct add_options {
+    std::string type;
+    std::string text;
+    int detail1 = 0;
+    int detail2 = 0;
+    int64_t time = -1;
+};
+
+using record_list = std::vector<veltrancord_log_record>;
+
+bool parse_number(const std::string& text, int64_t& number) {
+    try {
+        std::size_t used = 0;
+        number = std::stoll(text, &used, 0);
+        return used == text.size();
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+// Reads all events, newest first. The mask is applied here: the service takes 7 digits of it only.
+int32_t read_events(context& tool, int32_t mask, record_list& records) {
+    records.resize(most_events);
+    const int32_t count = veltrancord_log_read(&tool.client(), VELTRANCORD_LOG_NEWEST, -1,
+                                               records.data(), records.size());
+    records.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+    records.erase(std::remove_if(records.begin(), records.end(),
+                                 [mask](const veltrancord_log_record& record) {
+                                     return (record.type & mask) == 0;
+                                 }),
+                  records.end());
+    return count;
+}
+
+std::string time_of(const veltrancord_log_record& record) {
+    char text[40];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", record.year, record.month,
+                  record.day, record.hour, record.minute, record.second);
+    return text;
+}
+
+json as_json(const veltrancord_log_record& record, const event_names& names) {
+    return {{"time", time_of(record)},   {"type", record.type}, {"names", names.of(record.type)},
+            {"detail1", record.detail1}, {"text", record.text}, {"detail2", record.detail2}};
+}
+
+std::string as_line(const veltrancord_log_record& record, const event_names& names) {
+    std::string line = time_of(record) + "  ";
+    std::string type;
+    for (const std::string& name : names.of(record.type)) {
+        type += (type.empty() ? "" : ",") + name;
+    }
+    if (type.empty()) {
+        std::array<char, 16> number{};
+        std::snprintf(number.data(), number.size(), "0x%x", static_cast<unsigned>(record.type));
+        type = number.data();
+    }
+    type.resize(std::max<std::size_t>(type.size(), 12), ' ');
+    line += type + "  " + std::to_string(record.detail1) + "  " + record.text + "  " +
+            std::to_string(record.detail2);
+    return line;
+}
+
+bool parse_mask(context& tool, const std::string& text, int32_t& mask) {
+    int64_t number = 0;
+    if (!parse_number(text, number) || number < INT32_MIN || number > UINT32_MAX) {
+        (void)tool.fail_with(exit_usage, text, "is no mask of 32 bits");
+        return false;
+    }
+    mask = static_cast<int32_t>(static_cast<uint32_t>(number));
+    return true;
+}
+
+int run_list(context& tool, const list_options& options) {
+    int32_t mask = 0;
+    if (!parse_mask(tool, options.mask, mask)) {
+        return exit_usage;
+    }
+    record_list records;
+    const int32_t result = read_events(tool, mask, records);
+    if (result < 0) {
+        return tool.fail("log", result);
+    }
+    records.resize(std::min(records.size(), options.count));
+    const event_names names(tool);
+    if (tool.form == output_form::json) {
+        json list = json::array();
+        for (const veltrancord_log_record& record : records) {
+            list.push_back(as_json(record, names));
+        }
+        tool.print_json(list);
+        return records.empty() ? exit_empty : exit_done;
+    }
+    for (const veltrancord_log_record& record : records) {
+        tool.print(as_line(record, names));
+        tool.print(tool.null_separated ? std::string_view("\0", 1) : std::string_view("\n"));
+    }
+    return records.empty() ? tool.fail_with(exit_empty, "log", "empty") : exit_done;
+}
+
+bool is_same(const veltrancord_log_record& one, const veltrancord_log_record& other) {
+    return std::memcmp(&one, &other, sizeof one) == 0;
+}
+
+// How many of `now` are new when `before` was the list a moment ago: the least shift by which the
+// two agree as far as both reach.
+std::size_t count_new(const record_list& before, const record_list& now) {
+    for (std::size_t shift = 0; shift < now.size(); ++shift) {
+        const std::size_t common = std::min(before.size(), now.size() - shift);
+        if (common > 0 &&
+            std::equal(before.begin(), before.begin() + static_cast<std::ptrdiff_t>(common),
+                       now.begin() + static_cast<std::ptrdiff_t>(shift), is_same)) {
+            return shift;
+        }
+    }
+    return now.size();
+}
+
+int run_follow(context& tool, const list_options& options) {
+    int32_t mask = 0;
+    if (!parse_mask(tool, options.mask, mask)) {
+        return exit_usage;
+    }
+    record_list before;
+    int32_t result = read_events(tool, -1, before);
+    for (int round = 0; result >= 0 && round != options.rounds; ++round) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(options.interval_ms));
+        record_list now;
+        result = read_events(tool, -1, now);
+        const event_names names(tool);
+        for (std::size_t index = count_new(before, now); result >= 0 && index > 0; --index) {
+            const veltrancord_log_record& record = now[index - 1];
+            if ((record.type & mask) != 0) {
+                const std::string line = tool.form == output_form::json
+                                             ? as_json(record, names).dump()
+                                             : as_line(record, names);
+                if (!write_whole(STDOUT_FILENO, line + "\n")) {
+                    return exit_failed;
+                }
+            }
+        }
+        before = std::move(now);
+    }
+    return result < 0 ? tool.fail("log", result) : exit_done;
+}
+
+int run_add(context& tool, const add_options& options) {
+    int32_t type = 0;
+    if (!parse_mask(tool, options.type, type)) {
+        return exit_usage;
+    }
+    if (options.time > INT32_MAX) {
+        return tool.fail_with(exit_refused, "--time", "is over 2147483647");
+    }
+    veltrancord_log_record record{};
+    record.type = type;
+    record.year = 2000;
+    record.month = 1;
+    record.detail1 = static_cast<uint8_t>(options.detail1);
+    record.detail2 = static_cast<uint8_t>(options.detail2);
+    if (options.text.size() > VELTRANCORD_MAX_LOG_TEXT) {
+        return tool.fail_with(
+            exit_refused, options.text,
+            "text over its bound: " + std::to_string(options.text.size()) + " bytes, at most 15");
+    }
+    std::copy(options.text.begin(), options.text.end(), record.text);
+    int32_t result = VELTRANCORD_OK;
+    if (options.time >= 0) {
+        record.time = static_cast<int32_t>(options.time);
+        result = veltrancord_log_add_with_time(&tool.client(), &record);
+    } else {
+        result = veltrancord_log_add(&tool.client(), &record);
+    }
+    return result < 0 ? tool.fail("log", result) : exit_done;
+}
+
+int run_count(context& tool, bool capacity) {
+    const int32_t count =
+        capacity ? veltrancord_log_capacity(&tool.client()) : veltrancord_log_count(&tool.client());
+    // A capacity below 0, of a file system too small for a log, is an answer.
+    if (count < 0 && (!capacity || count <= VELTRANCORD_UNREACHABLE)) {
+        return tool.fail("log", count);
+    }
+    if (tool.form == output_form::json) {
+        tool.print_json({{capacity ? "capacity" : "count", count}});
+    } else {
+        tool.print(std::to_string(count) + "\n");
+    }
+    return exit_done;
+}
+
+// The events as JSON lines, which "log add" can put back one by one.
+int back_up_log(context& tool) {
+    if (tool.backup_file.empty()) {
+        return exit_done;
+    }
+    record_list records;
+    const int32_t result = read_events(tool, -1, records);
+    if (result < 0) {
+        return tool.fail("log", result);
+    }
+    std::ofstream file(tool.backup_file);
+    const event_names names(tool);
+    for (const veltrancord_log_record& record : records) {
+        file << as_json(record, names).dump(-1, ' ', false, json::error_handler_t::replace) << '\n';
+    }
+    file.close();
+    return file.good() ? exit_done
+                       : tool.fail_with(exit_failed, tool.backup_file, std::strerror(errno));
+}
+
+int run_clear(context& tool) {
+    int status = may_destroy(tool, "clear the event log");
+    if (status == exit_done) {
+        status = back_up_log(tool);
+    }
+    if (status != exit_done) {
+        return status;
+    }
+    const int32_t result = veltrancord_log_clear(&tool.client());
+    return result < 0 ? tool.fail("log", result) : exit_done;
+}
+
+void add_list_commands(CLI::App& log, context& tool) {
+    const auto list = std::make_shared<list_options>();
+    CLI::App* command = log.add_subcommand("list", "print the events, newest first");
+    command->fallthrough();
+    command->add_option("--mask", list->mask, "only types with one of these bits (0x10)");
+    command->add_option("--count", list->count, "at most so many");
+    command->callback(
+        [&tool, list] { tool.run = [&tool, list] { return run_list(tool, *list); }; });
+
+    const auto follow = std::make_shared<list_options>();
+    command = log.add_subcommand("follow", "print events as they come");
+    command->fallthrough();
+    command->add_option("--mask", follow->mask, "only types with one of these bits (0x10)");
+    command->add_option("--interval", follow->interval_ms, "milliseconds between two looks");
+    command->add_option("--rounds", follow->rounds, "end after so many looks");
+    command->callback(
+        [&tool, follow] { tool.run = [&tool, follow] { return run_follow(tool, *follow); }; });
+}
+
+}  // namespace
+
+void add_log_commands(CLI::App& app, context& tool) {
+    CLI::App* log = app.add_subcommand("log", "the event log");
+    log->require_subcommand(1);
+    log->fallthrough();
+    add_list_commands(*log, tool);
+
+    const auto add = std::make_shared<add_options>();
+    CLI::App* command = log->add_subcommand("add", "add an event");
+    command->fallthrough();
+    command->add_option("TYPE", add->type, "its type, bits (0x10)")->required();
+    command->add_option("TEXT", add->text, "at most 15 characters, no ':'")->required();
+    command->add_option("--detail1", add->detail1, "0 to 255")->check(CLI::Range(0, 255));
+    command->add_option("--detail2", add->detail2, "0 to 255")->check(CLI::Range(0, 255));
+    command->add_option("--time", add->time, "seconds since the epoch; the present if not given");
+    command->callback([&tool, add] { tool.run = [&tool, add] { return run_add(tool, *add); }; });
+
+    const auto capacity = std::make_shared<bool>(false);
+    command = log->add_subcommand("count", "print how many events there are");
+    command->fallthrough();
+    command->add_flag("--capacity", *capacity, "how many fit");
+    command->callback(
+        [&tool, capacity] { tool.run = [&tool, capacity] { return run_count(tool, *capacity); }; });
+
+    command = log->add_subcommand("clear", "remove all events");
+    command->fallthrough();
+    command->callback([&tool] { tool.run = [&tool] { return run_clear(tool); }; });
+}
+
+}  // namespace veltrancord::tool

@@ -1,0 +1,93 @@
+// veltrancordctl: the configuration service from the command line.
+#include <algorithm>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "completion.h"
+#include "exit_status.h"
+
+namespace veltrancord::tool {
+namespace {
+
+void add_general_options(CLI::App& app, context& tool) {
+    const char* socket = std::getenv("VELTRANCORD_SOCKET");
+    tool.socket_path = socket != nullptr && *socket != '\0' ? socket : VELTRANCORD_DEFAULT_SOCKET;
+    app.add_option("--socket", tool.socket_path,
+                   "the service's socket (also VELTRANCORD_SOCKET in the environment)");
+    app.add_option("--timeout", tool.timeout_seconds,
+                   "seconds for each exchange, 5 by default; below 0: no limit");
+    app.add_flag_callback(
+        "--json", [&tool] { tool.form = output_form::json; }, "the same as --format json");
+    app.add_option_function<std::string>(
+           "--format",
+           [&tool](const std::string& name) {
+               tool.form = name == "json"    ? output_form::json
+                           : name == "shell" ? output_form::shell
+                                             : output_form::text;
+           },
+           "how to print: text, json or shell")
+        ->check(CLI::IsMember({"text", "json", "shell"}));
+    app.add_flag("-0,--null", tool.null_separated,
+                 "a NUL byte ends each line, of input too, in place of a line feed");
+    app.add_flag("--reveal", tool.reveal, "show secrets");
+    app.add_flag("-y,--yes", tool.assume_yes, "do not ask before something is destroyed");
+    app.add_option("--backup", tool.backup_file,
+                   "before something is destroyed, write all documents into this file");
+    app.add_flag("--no-pager", tool.no_pager, "never page the output");
+    app.add_flag_callback(
+        "--no-color", [&tool] { tool.may_colour = false; },
+        "no colours (as NO_COLOR in the environment)");
+    app.set_version_flag("--version", "veltrancordctl 1.0.0");
+}
+
+// The words behind the program's name. The parser takes "-0" for a number.
+std::vector<std::string> words_of(int argument_count, char** arguments) {
+    std::vector<std::string> words(arguments + 1, arguments + argument_count);
+    const auto mark = std::find(words.begin(), words.end(), "--");
+    std::replace(words.begin(), mark, std::string("-0"), std::string("--null"));
+    return words;
+}
+
+int run_tool(int argument_count, char** arguments) {
+    context tool;
+    CLI::App app("Ask and change the configuration service Veltrancord.", "veltrancordctl");
+    app.require_subcommand(1);
+    app.fallthrough();
+    add_general_options(app, tool);
+    add_read_commands(app, tool);
+    add_write_commands(app, tool);
+    add_attribute_commands(app, tool);
+    add_document_commands(app, tool);
+    add_log_commands(app, tool);
+    add_permit_commands(app, tool);
+    add_session_commands(app, tool);
+    add_exchange_commands(app, tool);
+    add_difference_commands(app, tool);
+    add_apply_commands(app, tool);
+    add_edit_command(app, tool);
+    add_watch_command(app, tool);
+    add_check_command(app, tool);
+    add_doctor_command(app, tool);
+    std::vector<std::string> words = words_of(argument_count, arguments);
+    if (!words.empty() && words.front() == "complete") {
+        const bool marked = words.size() > 1 && words[1] == "--";
+        words.erase(words.begin(), words.begin() + (marked ? 2 : 1));
+        return tool.finish(run_completion(app, tool, std::move(words)));
+    }
+    std::reverse(words.begin(), words.end());  // the parser takes them from the end
+    try {
+        app.parse(std::move(words));
+    } catch (const CLI::ParseError& failure) {
+        return app.exit(failure) == 0 ? exit_done : exit_usage;
+    }
+    return tool.finish(tool.run());
+}
+
+}  // namespace
+}  // namespace veltrancord::tool
+
+int main(int argument_count, char** arguments) {
+    return veltrancord::tool::run_tool(argument_count, arguments);
+}

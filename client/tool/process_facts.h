@@ -1,0 +1,20 @@
+// What /proc tells of other processes.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace veltrancord::tool {
+
+struct process_facts {
+    int pid = 0;
+    std::string name;
+    int descriptors = -1;    // -1: may not be seen
+    long resident_kib = -1;  // -1: may not be seen
+    std::string descriptor_limit;
+};
+
+// The processes that hold a socket bound to `path`, the listening one or a connection of it.
+std::vector<process_facts> holders_of_socket(const std::string& path);
+
+}  // namespace veltrancord::tool

@@ -1,0 +1,121 @@
+#include "service.h"
+
+#include <array>
+
+#include "encoding/escape.h"
+
+namespace veltrancord::tool {
+
+int32_t get_value(context& tool, const std::string& path, std::string& value) {
+    // The largest value that can be written fits; a file may hold larger ones.
+    std::string buffer(VELTRANCORD_MAX_VALUE + 1, '\0');
+    veltrancord_client& client = tool.client();
+    int32_t result = veltrancord_get(&client, path.c_str(), buffer.data(), buffer.size());
+    if (result == VELTRANCORD_REPLY_OVER_CAP && client.error.found < reply_cap) {
+        buffer.resize(client.error.found + 1);
+        result = veltrancord_get(&client, path.c_str(), buffer.data(), buffer.size());
+    }
+    if (result >= 0) {
+        value.assign(buffer.c_str());
+    }
+    return result;
+}
+
+bool is_subtree(std::string_view path) {
+    return path == "*" || (path.size() > 1 && path.substr(path.size() - 2) == ".*");
+}
+
+namespace {
+
+// The components of a path without a wildcard, joined with single dots, as they stand and as the
+// service answers them.
+struct prefix_pair {
+    std::string plain;
+    std::string escaped;
+};
+
+prefix_pair prefixes_of(std::string_view path) {
+    prefix_pair pair;
+    while (!path.empty()) {
+        const std::size_t dot = path.find('.');
+        const std::string_view component = path.substr(0, dot);
+        path.remove_prefix(dot == std::string_view::npos ? path.size() : dot + 1);
+        if (component.empty() || component == "*") {
+            continue;
+        }
+        std::array<char, 3 * VELTRANCORD_MAX_READ_PATH + 1> escaped{};
+        url_encode(escaped.data(), escaped.size(), component);
+        if (!pair.plain.empty()) {
+            pair.plain += '.';
+            pair.escaped += '.';
+        }
+        pair.plain.append(component);
+        pair.escaped.append(escaped.data());
+    }
+    return pair;
+}
+
+}  // namespace
+
+int32_t read_subtree(context& tool, const std::string& path, setting_list& settings) {
+    const prefix_pair prefix = prefixes_of(path);
+    const std::string asked = prefix.plain.empty() ? "*" : prefix.plain + ".*";
+    owned_reply reply;
+    const int32_t result = veltrancord_read(&tool.client(), asked.c_str(), reply.get());
+    if (result < 0) {
+        return result;
+    }
+    settings = parse_settings(reply.text());
+    for (setting& one : settings) {
+        if (!prefix.plain.empty() &&
+            one.path.compare(0, prefix.escaped.size(), prefix.escaped) == 0) {
+            one.path.replace(0, prefix.escaped.size(), prefix.plain);
+        }
+    }
+    return VELTRANCORD_OK;
+}
+
+int32_t write_settings(context& tool, const setting_list& settings, bool memory_only) {
+    std::vector<veltrancord_setting> lines;
+    lines.reserve(settings.size());
+    for (const setting& one : settings) {
+        lines.push_back({one.path.c_str(), one.value.c_str()});
+    }
+    return memory_only ? veltrancord_write_memory(&tool.client(), lines.data(), lines.size())
+                       : veltrancord_write(&tool.client(), lines.data(), lines.size());
+}
+
+int explain_failed_write(context& tool, const setting_list& settings, int32_t result) {
+    const veltrancord_error error = tool.client().error;
+    if (result <= VELTRANCORD_INVALID_USE) {
+        const std::size_t index = error.index < settings.size() ? error.index : 0;
+        const int status = tool.fail(settings[index].path, result);
+        if (settings.size() > 1) {
+            context::note("nothing was sent");
+        }
+        return status;
+    }
+    // The service stops at the first line that fails, and undoes none before it.
+    std::size_t holding = 0;
+    if (result > VELTRANCORD_UNREACHABLE) {
+        std::string value;
+        while (holding < settings.size() && get_value(tool, settings[holding].path, value) >= 0 &&
+               value == settings[holding].value) {
+            ++holding;
+        }
+    }
+    tool.client().error = error;
+    const std::size_t failed = holding < settings.size() ? holding : settings.size() - 1;
+    const int status = tool.fail(settings[failed].path, result);
+    if (settings.size() > 1) {
+        std::string text = "of " + std::to_string(settings.size()) + " lines ";
+        text += holding == 0
+                    ? "none certainly holds"
+                    : "the first " + std::to_string(holding) +
+                          " certainly hold, the last of them " + settings[holding - 1].path;
+        context::note(text);
+    }
+    return status;
+}
+
+}  // namespace veltrancord::tool

@@ -1,0 +1,12 @@
+// Where the tool keeps what must outlive it: VELTRANCORD_STATE, else the user's state folder.
+#pragma once
+
+#include <string>
+
+namespace veltrancord::tool {
+
+// Makes the folder for its owner alone if need be. Return: its path; empty with errno set when it
+// cannot be made or belongs to somebody else.
+std::string state_folder();
+
+}  // namespace veltrancord::tool

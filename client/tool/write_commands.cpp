@@ -1,0 +1,124 @@
+// set, unset.
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "exit_status.h"
+#include "question.h"
+#include "service.h"
+
+namespace veltrancord::tool {
+namespace {
+
+struct set_options {
+    std::vector<std::string> words;
+    std::string file;
+    bool memory_only = false;
+};
+
+int read_lines(context& tool, const std::string& file, setting_list& settings) {
+    std::string text;
+    if (!read_input(file, text)) {
+        return tool.fail_with(exit_usage, file, std::strerror(errno));
+    }
+    std::size_t bad = 0;
+    if (!parse_lines(text, tool.null_separated, settings, bad)) {
+        return tool.fail_with(exit_refused, file, "line " + std::to_string(bad) + " has no '='");
+    }
+    return exit_done;
+}
+
+// A secret on a command line would be seen by everybody who lists the processes.
+int take_value(context& tool, setting one, const std::string& file, setting_list& settings) {
+    if (is_secret_path(one.path) && one.value != "-") {
+        return tool.fail_with(exit_refused, one.path,
+                              "a secret is never given on the command line: use \"-\" in its place "
+                              "and standard input");
+    }
+    if (one.value == "-") {
+        one.value.clear();
+        if (!read_secret(one.path, file, one.value)) {
+            return tool.fail_with(exit_usage, file, std::strerror(errno));
+        }
+    }
+    settings.push_back(std::move(one));
+    return exit_done;
+}
+
+int collect(context& tool, const set_options& options, setting_list& settings) {
+    const std::vector<std::string>& words = options.words;
+    const std::string file = options.file.empty() ? "-" : options.file;
+    if (words.empty() || words == std::vector<std::string>{"-"}) {
+        return read_lines(tool, file, settings);
+    }
+    if (words.size() == 2 && words[0].find('=') == std::string::npos) {
+        return take_value(tool, {words[0], words[1]}, file, settings);
+    }
+    for (const std::string& word : words) {
+        const std::size_t equals = word.find('=');
+        if (equals == std::string::npos) {
+            return tool.fail_with(exit_usage, word, "is neither PATH VALUE nor PATH=VALUE");
+        }
+        const int status =
+            take_value(tool, {word.substr(0, equals), word.substr(equals + 1)}, file, settings);
+        if (status != exit_done) {
+            return status;
+        }
+    }
+    return exit_done;
+}
+
+int run_set(context& tool, const set_options& options) {
+    setting_list settings;
+    const int status = collect(tool, options, settings);
+    if (status != exit_done) {
+        return status;
+    }
+    if (settings.empty()) {
+        return tool.fail_with(exit_usage, "set", "no settings");
+    }
+    const int32_t result = write_settings(tool, settings, options.memory_only);
+    if (result < 0) {
+        return explain_failed_write(tool, settings, result);
+    }
+    if (tool.form == output_form::json) {
+        tool.print_json({{"written", result}});
+    }
+    return exit_done;
+}
+
+int run_unset(context& tool, const std::string& path) {
+    int status = may_destroy(tool, "remove " + path);
+    if (status == exit_done) {
+        status = back_up_first(tool);
+    }
+    if (status != exit_done) {
+        return status;
+    }
+    const int32_t result = veltrancord_remove(&tool.client(), path.c_str());
+    return result < 0 ? tool.fail(path, result) : exit_done;
+}
+
+}  // namespace
+
+void add_write_commands(CLI::App& app, context& tool) {
+    const auto set = std::make_shared<set_options>();
+    CLI::App* command = app.add_subcommand(
+        "set", "write settings with one request: PATH VALUE, PATH=VALUE ..., or lines from \"-\"");
+    command->add_option("SETTING", set->words, "what to write");
+    command->add_option("--file", set->file, "read the lines, or a secret, from this file");
+    command->add_flag("--memory", set->memory_only, "in memory only, until \"sync\"");
+    command->callback([&tool, set] { tool.run = [&tool, set] { return run_set(tool, *set); }; });
+
+    const auto path = std::make_shared<std::string>();
+    command = app.add_subcommand(
+        "unset", "remove an element, a whole document (Document.*) or everything (.*)");
+    command->add_option("PATH", *path, "what to remove")->required();
+    command->callback(
+        [&tool, path] { tool.run = [&tool, path] { return run_unset(tool, *path); }; });
+}
+
+}  // namespace veltrancord::tool

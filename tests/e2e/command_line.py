@@ -1,0 +1,107 @@
+"""veltrancordctl as the tests run it: inside a device, or outside on a terminal of its own."""
+
+import json
+import os
+import pty
+import select
+import signal
+import subprocess
+import time
+from pathlib import Path
+
+import pytest
+
+import device as device_module
+from device import PATIENCE, REPOSITORY
+
+STATE = "/tmp/state"
+
+
+def program():
+    """The tool that was built beside the program under test, else the one of the release build."""
+    for folder in (Path(device_module.default_program).parent, REPOSITORY / "build/bin"):
+        candidate = os.environ.get("VELTRANCORDCTL") or folder / "veltrancordctl"
+        if os.access(candidate, os.X_OK):
+            return os.path.realpath(candidate)
+    return pytest.skip("veltrancordctl is not built")
+
+
+class Tool:
+    """Runs the tool on one device."""
+
+    def __init__(self, device):
+        self.device = device
+        self.program = program()
+
+    def __call__(self, *arguments, stdin="", environment=()):
+        """Runs it inside, without a terminal. Return: `Finished`."""
+        return self.device.run("/usr/bin/env", f"VELTRANCORD_STATE={STATE}", *environment,
+                               "/run/host" + self.program, *arguments, stdin=stdin)
+
+    def json(self, *arguments, status=0):
+        """Runs it with --json. Return: what it printed, parsed."""
+        finished = self(*arguments, "--json")
+        assert finished.status == status, finished
+        return json.loads(finished.stdout)
+
+    def outside(self, *arguments, **options):
+        """Starts it outside, on the device's socket. Return: the `subprocess.Popen`."""
+        return subprocess.Popen([self.program, "--socket", self.device.socket_path, *arguments],
+                                stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, text=True, **options)
+
+    def terminal(self, *arguments, environment=None, rows=24):
+        """Starts it outside on a terminal of its own. Return: a `Terminal`."""
+        return Terminal([self.program, "--socket", self.device.socket_path, *arguments],
+                        environment or {}, rows)
+
+
+class Terminal:
+    """A program on a pseudo-terminal."""
+
+    def __init__(self, arguments, environment, rows):
+        self.output = b""
+        self.pid, self.descriptor = pty.fork()
+        if self.pid == 0:
+            variables = {"PATH": os.environ["PATH"], "TERM": "xterm", **environment}
+            import fcntl
+            import struct
+            import termios
+
+            fcntl.ioctl(0, termios.TIOCSWINSZ, struct.pack("HHHH", rows, 80, 0, 0))
+            os.execve(arguments[0], arguments, variables)
+
+    def _read(self):
+        try:
+            part = os.read(self.descriptor, 65536)
+        except OSError:  # how a terminal says that its last user has gone
+            part = b""
+        self.output += part
+        return bool(part)
+
+    def wait_for(self, text):
+        """Reads until `text` has been printed."""
+        deadline = time.monotonic() + PATIENCE
+        while text.encode() not in self.output:
+            ready, _, _ = select.select([self.descriptor], [], [], max(0, deadline - time.monotonic()))
+            if not ready or not self._read():
+                raise AssertionError(f"{text!r} never came; there is {self.text!r}")
+
+    def type(self, text):
+        os.write(self.descriptor, text.encode())
+
+    @property
+    def text(self):
+        return self.output.decode(errors="replace").replace("\r\n", "\n")
+
+    def finish(self):
+        """Reads to the end. Return: the exit status."""
+        while self._read():
+            pass
+        os.close(self.descriptor)
+        _, status = os.waitpid(self.pid, 0)
+        return os.waitstatus_to_exitcode(status)
+
+    def kill(self):
+        os.kill(self.pid, signal.SIGKILL)
+        return self.finish()

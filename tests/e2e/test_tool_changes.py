@@ -1,0 +1,245 @@
+"""veltrancordctl: snapshot, diff, apply, edit and watch."""
+
+import json
+import os
+import shutil
+
+import pytest
+
+from command_line import STATE, Tool
+from device import wait_until
+
+NETWORK = "<Network><Lan><Mtu>1500</Mtu><Dhcp>YES</Dhcp></Lan></Network>"
+ACCOUNT = "<Account><User1><Username>admin</Username></User1></Account>"
+
+
+@pytest.fixture
+def tool(service):
+    device = service({"Network": NETWORK, "Account": ACCOUNT})
+    device.request("write:Account.User1.Password=geheim")
+    return Tool(device)
+
+
+def value(tool, path="Network.Lan.Mtu"):
+    return tool("get", path).stdout.strip()
+
+
+def test_snapshot_and_diff(tool):
+    assert tool("snapshot", "/tmp/before").status == 0
+    assert tool.device.outside("/tmp/before").stat().st_mode & 0o777 == 0o600
+    assert b"Account.User1.Password=geheim\n" in tool.device.read_file("/tmp/before")
+    same = tool("diff", "/tmp/before")
+    assert (same.status, same.stdout) == (0, "")
+    tool("set", "Network.Lan.Mtu=9000", "Network.Lan.New=1")
+    tool("set", "Account.User1.Password", "-", stdin="neu")
+    tool("unset", "Network.Lan.Dhcp", "--yes")
+    differs = tool("diff", "/tmp/before")
+    assert differs.status == 10
+    assert differs.stdout == (
+        "-Account.User1.Password=********\n+Account.User1.Password=********\n"
+        "-Network.Lan.Dhcp=YES\n"
+        "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=9000\n"
+        "+Network.Lan.New=1\n")
+    assert "geheim" in tool("diff", "/tmp/before", "--reveal").stdout
+    below = json.loads(tool("diff", "/tmp/before", "--path", "Network", "--json").stdout)
+    assert below[1] == {"path": "Network.Lan.Mtu", "before": "1500", "after": "9000"}
+    assert tool("snapshot", "/tmp/after", "Network").status == 0
+    assert b"Account" not in tool.device.read_file("/tmp/after")
+    assert tool("diff", "/tmp/before", "/tmp/after", "--path", "Network.Lan").status == 10
+    assert tool("diff", "/nonexistent").status == 2
+
+
+def test_diff_reads_an_exchange_file_as_the_service_would(tool):
+    assert tool("dump", "/tmp/all").status == 0
+    assert tool("diff", "/tmp/all").status == 0  # secrets included: they are decoded alike
+    tool("set", "Network.Lan.Mtu", "1")
+    assert tool("diff", "/tmp/all").stdout == "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1\n"
+    assert tool("diff", "-", stdin="<ROOT><broken").status == 5
+
+
+def test_apply_writes_what_differs(tool):
+    lines = "Network.Lan.Mtu=1400\nNetwork.Lan.Dhcp=YES\n"
+    applied = tool("apply", "-", stdin=lines)
+    assert applied.status == 0
+    assert applied.stdout == "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1400\n"
+    assert value(tool) == "1400"
+    assert tool("apply", "-", stdin=lines).stdout == ""
+
+
+def start_apply(tool, seconds="600"):
+    """Starts an apply that waits for its confirmation, inside. Return: its output so far."""
+    tool.device.write_file("/tmp/wanted", "Network.Lan.Mtu=1400\nNetwork.Lan.New=n\n")
+    environment = {**os.environ, "VELTRANCORD_STATE": str(tool.device.outside(STATE))}
+    process = tool.outside("apply", str(tool.device.outside("/tmp/wanted")), "--confirm", seconds,
+                           env=environment)
+    while "else the settings from before come back" not in process.stderr.readline():
+        assert process.poll() is None
+    assert value(tool) == "1400"
+    return process
+
+
+def test_apply_is_kept_when_confirmed_on_its_input(tool):
+    process = start_apply(tool)
+    process.communicate("confirm\n")
+    assert process.returncode == 0
+    assert value(tool) == "1400"
+    assert tool("confirm").status == 1
+
+
+def test_apply_is_kept_when_confirmed_from_elsewhere(tool):
+    process = start_apply(tool)
+    assert tool("confirm").status == 0
+    process.wait()
+    process.communicate()
+    assert process.returncode == 0
+    assert value(tool) == "1400"
+
+
+def test_apply_is_taken_back_when_nobody_confirms(tool):
+    process = start_apply(tool, "1")
+    process.communicate("no\n")
+    assert process.returncode == 11
+    assert value(tool) == "1500"
+    assert tool("get", "Network.Lan.New").status == 1
+
+
+def test_apply_that_is_ended_takes_back(tool):
+    process = start_apply(tool)
+    process.terminate()
+    process.communicate()
+    assert process.returncode == 11
+    assert value(tool) == "1500"
+
+
+def test_apply_that_was_killed_is_offered_for_restoring(tool):
+    process = start_apply(tool)
+    process.kill()
+    process.communicate()
+    assert value(tool) == "1400"
+    later = tool("apply", "-", stdin="Network.Lan.Mtu=1300\n")
+    assert later.status == 11
+    assert "neither confirmed nor taken back" in later.stderr
+    assert value(tool) == "1400"
+    assert any("left over" in one["text"] for one in tool.json("doctor", status=10)["findings"])
+    assert tool("apply", "--restore").status == 0
+    assert value(tool) == "1500"
+    assert tool("get", "Network.Lan.New").status == 1
+    assert tool("apply", "-", stdin="Network.Lan.Mtu=1300\n").status == 0
+
+
+def test_the_next_run_on_a_terminal_asks(tool):
+    process = start_apply(tool)
+    process.kill()
+    process.communicate()
+    terminal = tool.terminal(
+        "apply", str(tool.device.outside("/tmp/wanted")),
+        environment={"VELTRANCORD_STATE": str(tool.device.outside(STATE)), "NO_COLOR": "1"})
+    terminal.wait_for("[y/N]")
+    terminal.type("y\n")
+    assert terminal.finish() == 0
+    assert "the settings from before are written back" in terminal.text
+    assert value(tool) == "1400"  # and then the file was applied anew
+
+
+def test_a_failing_apply_takes_back_what_was_written(tool):
+    lines = "Network.Lan.Mtu=1400\nNowhere.A=1\n"
+    failed = tool("apply", "-", "--confirm", "5", stdin=lines)
+    assert failed.status == 1
+    assert value(tool) == "1500"
+
+
+def edit(tool, script, *arguments, answer="y\n"):
+    editor = tool.device.outside("/tmp/editor")
+    tool.device.install_script("/tmp/editor", f"#!/bin/sh\n{script}\n")
+    terminal = tool.terminal("edit", "Network", *arguments,
+                             environment={"EDITOR": str(editor), "NO_COLOR": "1"})
+    if answer:
+        terminal.wait_for("[y/N]")
+        terminal.type(answer)
+    return terminal.finish(), terminal.text
+
+
+def test_edit_sends_only_what_changed(tool):
+    status, text = edit(tool, "sed -i s/1500/1450/ $1")
+    assert status == 0
+    assert "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1450\n" in text
+    assert "Dhcp" not in text
+    assert value(tool) == "1450"
+
+
+def test_edit_can_be_left_without_effect(tool):
+    assert edit(tool, "sed -i s/1500/1450/ $1", answer="n\n")[0] == 11
+    assert edit(tool, "true", answer=None)[0] == 0
+    assert edit(tool, "exit 1", answer=None)[0] == 7
+    assert "stay" in edit(tool, "sed -i /Dhcp/d $1", answer=None)[1]
+    assert value(tool) == "1500"
+
+
+def test_edit_shows_no_secret_and_keeps_the_one_there_is(tool):
+    tool.device.install_script("/tmp/editor",
+                               "#!/bin/sh\ncp $1 $(dirname $0)/shown; sed -i s/admin/root/ $1\n")
+    terminal = tool.terminal("edit", "Account", "--yes",
+                             environment={"EDITOR": str(tool.device.outside("/tmp/editor"))})
+    assert terminal.finish() == 0
+    assert b"geheim" not in tool.device.read_file("/tmp/shown")
+    assert value(tool, "Account.User1.Username") == "root"
+    assert tool("get", "Account.User1.Password", "--reveal").stdout == "geheim\n"
+
+
+def watch(tool, *arguments):
+    process = tool.outside("watch", *arguments, "--directory",
+                           str(tool.device.outside("/mnt/database/xml")))
+    while "watching" not in process.stderr.readline():
+        assert process.poll() is None
+    return process
+
+
+def test_watch_prints_saved_changes_of_its_place(tool):
+    # Options stand before the program, if there is one.
+    process = watch(tool, "Network", "--count", "1")
+    tool("set", "Account.User1.Username", "other")
+    tool("set", "Network.Lan.Mtu=1", "Network.Lan.New=2")
+    output, _ = process.communicate()
+    assert process.returncode == 0
+    assert output == "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1\n+Network.Lan.New=2\n"
+
+
+def test_watch_runs_a_program_for_each_change(tool):
+    target = tool.device.outside("/tmp/seen")
+    process = tool.outside("watch", "--directory",
+                           str(tool.device.outside("/mnt/database/xml")), "--count", "1", "Network",
+                           "--", "tee", str(target))
+    while "watching" not in process.stderr.readline():
+        assert process.poll() is None
+    tool("set", "Network.Lan.Mtu", "7")
+    process.communicate()
+    assert target.read_text() == "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=7\n"
+
+
+@pytest.mark.parametrize("shell", ["bash", "zsh", "fish"])
+def test_completion_scripts_offer_live_paths(tool, shell):
+    """Each shell itself is asked for what it would offer."""
+    if shutil.which(shell) is None:
+        pytest.skip(f"{shell} is not installed")
+    import subprocess
+
+    import device as device_module
+
+    scripts = device_module.REPOSITORY / "client/tool/completions"
+    line = f"veltrancordctl --socket {tool.device.socket_path} get Network.Lan."
+    commands = {
+        "bash": ["bash", "--norc", "-c",
+                 f"source {scripts}/veltrancordctl.bash; COMP_WORDS=({line}); "
+                 "COMP_CWORD=$((${#COMP_WORDS[@]}-1)); compopt() { :; }; _veltrancordctl; "
+                 'printf "%s\\n" "${COMPREPLY[@]}"'],
+        "zsh": ["zsh", "-f", "-c",
+                f"compdef() {{ :; }}; compadd() {{ shift; [[ $1 == '' ]] && shift; print -l -- "
+                f"${{@:#--}}; }}; _files() {{ :; }}; source {scripts}/_veltrancordctl; "
+                f"words=({line}); CURRENT=${{#words}}; _veltrancordctl"],
+        "fish": ["fish", "--no-config", "-c",
+                 f"source {scripts}/veltrancordctl.fish; complete -C '{line}'"],
+    }
+    folder = os.path.dirname(tool.program)
+    offered = subprocess.run(commands[shell], env={**os.environ, "PATH": folder + ":" + os.environ["PATH"]},
+                             capture_output=True, text=True, check=False)
+    assert set(offered.stdout.split()) == {"Network.Lan.Mtu", "Network.Lan.Dhcp"}, offered

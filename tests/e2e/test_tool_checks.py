@@ -1,0 +1,144 @@
+"""veltrancordctl: fsck and doctor."""
+
+import pytest
+
+from command_line import Tool
+from device import CONFIGURATION
+
+
+@pytest.fixture
+def tool(device):
+    return Tool(device)
+
+
+def kinds(tool, directory="/tmp/db", status=10):
+    return {(one["file"], one["path"], one["kind"])
+            for one in tool.json("fsck", directory, status=status)}
+
+
+def test_a_sound_directory_has_no_findings(tool):
+    tool.device.copy_sample_database()
+    assert kinds(tool, CONFIGURATION, status=0) == set()
+    assert tool("fsck").stdout == ""
+    assert tool("fsck", "/nonexistent").status == 1
+
+
+FILES = {
+    "Broken": "<Broken><a></Broken>",
+    "Empty": "",
+    "Other": "<Another><A>1</A></Another>",
+    "Dotted.xml": "<Dotted.xml/>",
+    "L" * 64: "<L/>",
+    "Long": "<Long><A>" + "v" * 4096 + "</A><B>" + "v" * 4095 + "</B></Long>",
+    "Secrets": ("<Secrets><A><Password>enc:5:!!!!</Password></A><B><password>plain</password></B>"
+                "<C><PASSWORD>enc:abc</PASSWORD></C></Secrets>"),
+    "Twice": "<Twice><A>1</A><A>2</A></Twice>",
+    "Lines": "<Lines><A><![CDATA[a\nb]]></A></Lines>",
+    "Notification": ("<Notification><Log><BitDefine><Num>4</Num><Def1><Bit>10</Bit></Def1>"
+                     "<Def2><Bit>0x10</Bit></Def2><Def3><Bit>0x123456789</Bit></Def3></BitDefine>"
+                     "</Log></Notification>"),
+    "Account": ("<Account><Permission><Define><Permit1>A</Permit1></Define>"
+                "<Group1><Name>G</Name><Permit1>YES</Permit1><Permit2>YES</Permit2></Group1>"
+                "</Permission><CGIPermitDenyFilter>"
+                "<R1><RelatedPermit>Permit1</RelatedPermit></R1>"
+                "<R3><RelatedPermit>Permit1</RelatedPermit></R3></CGIPermitDenyFilter></Account>"),
+}
+
+EXPECTED = {
+    ("Broken", "", "unparsable"),
+    ("Empty", "", "skipped"),
+    ("Folder", "", "skipped"),
+    ("Dangling", "", "skipped"),
+    ("L" * 64, "", "skipped"),
+    ("Other", "", "root-name"),
+    ("Dotted.xml", "", "dotted-name"),
+    ("Long", "Long.A", "long-value"),
+    ("Secrets", "Secrets.A.Password", "bad-secret"),
+    ("Secrets", "Secrets.B.password", "plain-secret"),
+    ("Secrets", "Secrets.C.PASSWORD", "bad-secret"),
+    ("Twice", "Twice.A", "same-name"),
+    ("Lines", "Lines.A", "line-feed"),
+    ("Notification", "Notification.Log.BitDefine.Def1.Bit", "event-bits"),
+    ("Notification", "Notification.Log.BitDefine.Def3.Bit", "event-bits"),
+    ("Notification", "Notification.Log.BitDefine.Def4.Bit", "event-bits"),
+    ("Account", "Account.Permission.Group1.Permit2", "undefined-permit"),
+    ("Account", "Account.CGIPermitDenyFilter.R3", "rule-behind-gap"),
+}
+
+
+def test_every_kind_of_finding(tool):
+    device = tool.device
+    for name, text in FILES.items():
+        device.write_file(f"/tmp/db/{name}", text)
+    device.make_directory("/tmp/db/Folder")
+    device.outside("/tmp/db/Dangling").symlink_to("nowhere")
+    before = {name: device.outside(f"/tmp/db/{name}").read_bytes() for name in FILES}
+    assert kinds(tool) == EXPECTED
+    assert {name: device.outside(f"/tmp/db/{name}").read_bytes() for name in FILES} == before
+    text = tool("fsck", "/tmp/db")
+    assert text.status == 10
+    assert "Empty: would be skipped: is empty [skipped]\n" in text.stdout
+    assert text.stderr == ""
+
+
+def test_fsck_agrees_with_the_service_on_what_is_loaded(tool):
+    device = tool.device
+    for name, text in FILES.items():
+        device.write_file(f"{CONFIGURATION}/{name}", text)
+    skipped = {name for name, _, kind in kinds(tool, CONFIGURATION) if kind == "skipped"}
+    device.start()
+    log = device.stderr()
+    assert skipped == {name for name in FILES if f"{CONFIGURATION}/{name}\n" in log}
+
+
+def test_a_rule_whose_permit_is_undefined_ends_the_rules(tool):
+    tool.device.write_file("/tmp/db/Account", (
+        "<Account><CGIPermitDenyFilter><R1><RelatedPermit>Permit9</RelatedPermit></R1>"
+        "<R2><RelatedPermit>Permit1</RelatedPermit></R2></CGIPermitDenyFilter></Account>"))
+    assert kinds(tool) == {
+        ("Account", "Account.CGIPermitDenyFilter.R1.RelatedPermit", "rule-permit"),
+        ("Account", "Account.CGIPermitDenyFilter.R2", "rule-behind-gap")}
+
+
+def report(tool, status):
+    result = tool.json("doctor", status=status)
+    topics = {}
+    for one in result["findings"]:
+        topics.setdefault(one["topic"], []).append(one)
+    return result["alive"], topics
+
+
+def test_doctor_on_a_running_service(tool):
+    tool.device.copy_sample_database()
+    tool.device.start()
+    tool.device.install_script("/tmp/BackupXmlDB.sh", "#!/bin/sh\n")
+    alive, topics = report(tool, 0)
+    assert alive
+    assert "answers within" in topics["answer"][0]["text"]
+    holders = " ".join(one["text"] for one in topics["process"])
+    assert f"({tool.device.worker_pid})" in holders and "KiB resident" in holders
+    assert {one["text"].split()[0] for one in topics["semaphore"]} == {"520", "521", "522", "523",
+                                                                       "530"}
+    assert any("BackupXmlDB.sh: executable" in one["text"] for one in topics["script"])
+    assert topics["save"][0]["state"] == "good"
+    assert any("event log holds 0 of" in one["text"] for one in topics["limit"])
+    assert any("free" in one["text"] for one in topics["disk"])
+
+
+def test_doctor_sees_changes_that_wait_for_a_sync(tool):
+    tool.device.write_document("Network", "<Network><A>1</A></Network>")
+    tool.device.start()
+    tool.device.request("writedbmem:Network.A=2")
+    _, topics = report(tool, 10)
+    assert topics["save"][0]["text"].startswith("Network: the service holds other values")
+
+
+def test_doctor_works_with_the_service_down(tool):
+    alive, topics = report(tool, 8)
+    assert not alive
+    assert topics["socket"][0]["state"] == "bad"
+    tool.device.start()
+    tool.device.stop()
+    text = tool("doctor", "--timeout", "0.05")
+    assert text.status == 8
+    assert "does not answer: the service cannot be reached: Connection refused" in text.stdout
