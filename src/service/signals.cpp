@@ -54,6 +54,8 @@ void install_termination_handling() {
     sigset_t none;
     ::sigemptyset(&none);
     handle(SIGPIPE, SIG_IGN, none, 0);
+    // A file over the process's limit is a write that fails, not the end of the service.
+    handle(SIGXFSZ, SIG_IGN, none, 0);
     // Both at a time would print and close twice.
     sigset_t every;
     ::sigfillset(&every);

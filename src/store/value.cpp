@@ -8,6 +8,7 @@
 
 #include "leaf/result.h"
 #include "store/document_set.h"
+#include "store/xml_syntax.h"
 
 namespace veltrancord {
 
@@ -24,6 +25,16 @@ TiXmlElement* ElementNamedFrom(TiXmlNode* node, std::string_view name) {
         }
     }
     return nullptr;
+}
+
+// Whether the components from `first` on can be the names of new elements.
+bool AreXmlNames(const XmlPath& list, std::size_t first) {
+    for (std::size_t i = first; i < list.size(); ++i) {
+        if (!IsXmlName(list[i].text())) {
+            return false;
+        }
+    }
+    return true;
 }
 
 }  // namespace
@@ -118,7 +129,7 @@ int32_t SetXmlValue(TiXmlNode& start, const XmlPath& list, std::string_view valu
     if (list.empty()) {
         return result_ok;
     }
-    // A secret that cannot be stored must not leave half a path behind, so it is made first.
+    // A value that cannot be stored must not leave half a path behind, so it is looked at first.
     char secret[secret_text_size];
     if (IsSecretName(XmlPathLast(list))) {
         if (enc_value_encode(value, secret) < 0) {
@@ -126,10 +137,17 @@ int32_t SetXmlValue(TiXmlNode& start, const XmlPath& list, std::string_view valu
         }
         value = secret;
     }
+    if (!IsXmlTextWhole(start, value)) {
+        return result_store_failed;
+    }
     TiXmlNode* parent = &start;
     for (std::size_t i = 0; i < list.size(); ++i) {
         TiXmlElement* element = ElementNamedFrom(parent->FirstChild(), list[i].text());
         if (element == nullptr) {
+            // From here on all are missing; either all of them can be saved or none is made.
+            if (!AreXmlNames(list, i)) {
+                return result_store_failed;
+            }
             element = std::make_unique<TiXmlElement>(list[i].name).release();
             parent->LinkEndChild(element);
         }

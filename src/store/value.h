@@ -56,8 +56,10 @@ void SetXmlElementText(TiXmlElement& element, std::string_view value);
 // backtracking. The element's first child node is removed, whatever it is, and the text appended. A
 // secret is stored in "enc:" form. Memory only: the caller marks the document for saving.
 //
-// Return: result_ok, or result_store_failed for a secret whose "enc:" form is over 255 bytes; the
-// element then keeps its old value.
+// Return: result_ok, or result_store_failed, and nothing is changed, for a secret whose "enc:" form
+// is over 255 bytes, and for what would keep the saved document from being read whole again: a
+// missing element with a name that is none in XML ("1st", "*"), a text that ends within a character
+// (store/xml_syntax.h).
 [[nodiscard]] int32_t SetXmlValue(TiXmlNode& start, const XmlPath& list, std::string_view value);
 
 }  // namespace veltrancord

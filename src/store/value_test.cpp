@@ -261,5 +261,19 @@ TEST_F(value, secret_name_in_any_case) {
     EXPECT_FALSE(IsSecretName(""));
 }
 
+// A name that begins with a digit, or a character cut short, would end the document at the next
+// start, and the save after that would lose every setting behind it.
+TEST_F(value, refuses_what_could_not_be_read_back) {
+    XmlDocument& doc = Load("A", "<?xml version=\"1.0\"?><A><B>old</B></A>");
+    for (const char* path : {"A.1st", "A.*", "A.C.-x.D", "A.C.D.9"}) {
+        EXPECT_EQ(Set(doc, path, "x"), result_store_failed) << path;
+    }
+    EXPECT_EQ(Set(doc, "A.B", "caf\xE9"), result_store_failed);
+    EXPECT_EQ(Set(doc, "A.C", "caf\xE9"), result_store_failed);
+    EXPECT_EQ(Text(doc), "<?xml version=\"1.0\" ?><A><B>old</B></A>");
+    EXPECT_EQ(Set(doc, "A.B", "caf\xC3\xA9"), result_ok);
+    EXPECT_EQ(Read("A.B"), "caf\xC3\xA9");
+}
+
 }  // namespace
 }  // namespace veltrancord

@@ -7,6 +7,7 @@
 
 #include "encoding/secret.h"
 #include "store/value.h"
+#include "store/xml_syntax.h"
 
 namespace veltrancord {
 
@@ -28,6 +29,11 @@ class merge_place {
             above_->children_.try_emplace(node_->ValueStr(), node_);
         }
         return *node_;
+    }
+
+    // Whether the document can be read whole again with that text in it.
+    [[nodiscard]] bool can_hold(std::string_view text) const {
+        return node_ != nullptr ? IsXmlTextWhole(*node_, text) : above_->can_hold(text);
     }
 
   private:
@@ -70,6 +76,9 @@ void merge_text(merge_place& place, const TiXmlElement& from) {
         return;
     }
     char secret[secret_text_size];
+    if (!place.can_hold(text)) {
+        return;
+    }
     if (!IsSecretName(from.ValueStr()) || text.starts_with("enc:")) {
         set_text(place.node(), std::string(text));
     } else if (enc_value_encode(text, secret) >= 0) {

@@ -87,5 +87,11 @@ TEST(SubtreeMerge, IsNotQuadraticInTheNumberOfChildren) {
     EXPECT_EQ(result.find(">0<"), std::string::npos);
 }
 
+TEST(SubtreeMerge, LeavesOutATextThatWouldTakeInWhatFollowsIt) {
+    EXPECT_EQ(merged("<?xml version=\"1.0\"?><Doc><A>1</A><B>2</B></Doc>",
+                     "<Doc><A>caf\xE9</A><B>3</B><C>caf\xE9</C></Doc>"),
+              "<?xml version=\"1.0\" ?><Doc><A>1</A><B>3</B></Doc>");
+}
+
 }  // namespace
 }  // namespace veltrancord

@@ -6,6 +6,7 @@
 #include "store/document_set.h"
 #include "store/path.h"
 #include "store/value.h"
+#include "store/xml_syntax.h"
 #include "update/document_saving.h"
 #include "update/update_lines.h"
 
@@ -56,6 +57,10 @@ int32_t set_attribute_value(std::string_view path, std::string_view value) {
             return result_store_failed;
         }
         parent = element;
+    }
+    if (!IsXmlTextWhole(*element, value) ||
+        (element->Attribute(name) == nullptr && !IsXmlName(name))) {
+        return result_store_failed;
     }
     element->SetAttribute(name, std::string(value));
     mark_for_saving(*node, DOC_SAVE_FLASH);

@@ -142,5 +142,14 @@ TEST_F(ValueSetting, EscapesNamesAsTheyAreStored) {
     EXPECT_NE(document("Account").find("<a_20b_5Fc d_20e=\"y\">"), std::string::npos);
 }
 
+TEST_F(ValueSetting, RefusesAttributesThatCouldNotBeReadBack) {
+    load({{"Wifi", "<?xml version=\"1.0\"?><Wifi><Lan/></Wifi>"}});
+    EXPECT_EQ(set_attribute_value("Wifi.Lan.1st", "x"), result_store_failed);
+    EXPECT_EQ(set_attribute_value("Wifi.Lan.*", "x"), result_store_failed);
+    EXPECT_EQ(set_attribute_value("Wifi.Lan.Note", "caf\xE9"), result_store_failed);
+    EXPECT_EQ(flags("Wifi"), 0U);
+    EXPECT_EQ(set_attribute_value("Wifi.Lan.Note", "caf\xC3\xA9"), result_ok);
+}
+
 }  // namespace
 }  // namespace veltrancord

@@ -101,12 +101,13 @@ def test_after_a_terminated_worker_the_new_one_finds_the_socket_shut_and_does_no
     assert restarting.stderr().count("do_accept") == 1
 
 
-def test_broken_pipes_are_ignored_by_supervisor_and_worker(ready):
+def test_broken_pipes_and_file_size_limits_are_ignored_by_supervisor_and_worker(ready):
     supervisor, worker = ready.supervisor_pid, ready.worker_pid
     for pid in (supervisor, worker):
-        assert signal.SIGPIPE in ready.signals(pid, "SigIgn")
+        assert {signal.SIGPIPE, signal.SIGXFSZ} <= ready.signals(pid, "SigIgn")
         assert {signal.SIGTERM, signal.SIGHUP} <= ready.signals(pid, "SigCgt")
         ready.send_signal(pid, signal.SIGPIPE)
+        ready.send_signal(pid, signal.SIGXFSZ)
     assert signal.SIGCHLD in ready.signals(worker, "SigCgt")
     assert signal.SIGCHLD not in ready.signals(supervisor, "SigCgt")
     assert ready.request(USERNAME) == ADMIN
