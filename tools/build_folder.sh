@@ -2,9 +2,9 @@
 build_folder() {
     case $1 in
         release) echo build ;;
-        debug | asan | tsan | clang) echo "build-$1" ;;
+        debug | asan | tsan | clang | fuzz) echo "build-$1" ;;
         *)
-            echo "there is no preset \"$1\"; there are release, debug, asan, tsan and clang" >&2
+            echo "there is no preset \"$1\"; there are release, debug, asan, tsan, clang and fuzz" >&2
             return 1
             ;;
     esac

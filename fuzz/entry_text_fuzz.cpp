@@ -1,0 +1,67 @@
+// Log entries as text: what is readable is written again as it was read.
+#include <ctime>
+
+#include "eventlog/entry_text.h"
+#include "eventlog/log_reader.h"
+#include "fuzz_target.h"
+
+namespace veltrancord::fuzz {
+namespace {
+
+bool equal(const log_record& a, const log_record& b) {
+    log_record timeless = a;
+    timeless.time = b.time;
+    return pack_log_record(timeless) == pack_log_record(b);
+}
+
+void check_text(std::string_view text) {
+    log_record record;
+    if (!decode_log_entry(text, record)) {
+        return;
+    }
+    require(!record.detail().empty() && record.detail().find(':') == std::string_view::npos,
+            "a readable detail text");
+    std::tm time = {};
+    time.tm_year = record.year + 100;
+    time.tm_mon = record.month;
+    time.tm_mday = record.day;
+    time.tm_hour = record.hour;
+    time.tm_min = record.minute;
+    time.tm_sec = record.second;
+    const log_entry_text again = format_log_entry(record, format_log_time(time));
+    require(again.view().size() < sizeof again.text, "the bound of an entry");
+    log_record back;
+    require(decode_log_entry(again.view(), back) && equal(record, back), "back again");
+}
+
+// Any record makes a text within its bound; one without a ":" in its detail reads back.
+void check_record(std::string_view bytes) {
+    const log_record record = unpack_log_record(bytes);
+    require(equal(unpack_log_record({pack_log_record(record).data(), log_record_size}), record),
+            "a packed record");
+    const log_entry_text text = format_log_entry(record, local_log_time(record.time));
+    log_record back;
+    const bool plain =
+        !record.detail().empty() && record.detail().find(':') == std::string_view::npos;
+    if (plain) {
+        require(decode_log_entry(text.view(), back), "a plain entry reads back");
+        require(back.type == record.type && back.detail() == record.detail() &&
+                    back.first_detail == record.first_detail &&
+                    back.second_detail == record.second_detail,
+                "what reads back");
+    }
+}
+
+}  // namespace
+}  // namespace veltrancord::fuzz
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+    using namespace veltrancord;
+    using namespace veltrancord::fuzz;
+    const std::string_view text = input_text(data, size);
+    check_text(up_to_nul(text));
+    check_record(text);
+    log_request request;
+    static_cast<void>(parse_log_request(up_to_nul(text), request));
+    return 0;
+}

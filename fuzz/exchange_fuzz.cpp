@@ -1,0 +1,80 @@
+// Exchange files: whatever a client's file holds, each command takes it whole or refuses it, and
+// what it took is in memory and in the files.
+#include <cstddef>
+#include <map>
+#include <string>
+
+#include "fuzz_target.h"
+#include "leaf/result.h"
+#include "sandbox.h"
+#include "small_store.h"
+#include "store/document_set.h"
+#include "store/xml_document.h"
+#include "store/xml_text.h"
+#include "update/document_saving.h"
+#include "update/exchange_commands.h"
+
+namespace veltrancord::fuzz {
+namespace {
+
+constexpr const char* client_file = "/tmp/exchange";
+
+// What `upload` must leave in the files: for each name the last element that bears it.
+std::map<std::string, std::string> uploaded_files(const XmlDocument& exchange) {
+    std::map<std::string, std::string> files;
+    const TiXmlElement* const root = exchange.RootElement();
+    const TiXmlElement* element = root != nullptr ? root->FirstChildElement() : nullptr;
+    for (; element != nullptr; element = element->NextSiblingElement()) {
+        if (element->ValueStr().size() < sizeof(XmlDocNode::name)) {
+            std::string text;
+            PrintXml(*element, 1, text);
+            files[element->ValueStr()] = text;
+        }
+    }
+    return files;
+}
+
+void check_uploaded(const XmlDocument& exchange) {
+    for (const auto& [name, text] : uploaded_files(exchange)) {
+        require(get_file(std::string(configuration) + "/" + name) == text, "an uploaded file");
+        XmlDocument read_back(name.c_str());
+        read_back.LoadXMLFile(text.c_str());
+        const XmlDocument* const loaded = FindXmlDoc(name);
+        require(loaded != nullptr && SerialiseXmlDoc(*loaded) == SerialiseXmlDoc(read_back),
+                "an uploaded document");
+    }
+}
+
+}  // namespace
+}  // namespace veltrancord::fuzz
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+    using namespace veltrancord;
+    using namespace veltrancord::fuzz;
+    input_reader input(data, size);
+    const uint8_t choice = input.byte();
+    const std::string text(input.rest());
+
+    const sandbox inside;
+    const small_store store;
+    put_file(client_file, text);
+    XmlDocument exchange("exchange");
+    const bool loads = exchange.LoadXMLFile(text.c_str());
+    int32_t (*const commands[])(std::string_view) = {upload_documents, restore_documents,
+                                                     sync_documents};
+    const int32_t result = commands[choice % 3](client_file);
+    require(result == (loads ? result_ok : result_unparsable), "the result of an exchange");
+    save_changed_documents();
+    check_document_set();
+    if (loads && choice % 3 == 0) {
+        check_uploaded(exchange);
+    }
+    require(download_documents(client_file) == result_ok, "the result of download");
+    const std::string all = get_file(client_file);
+    require(all.starts_with("<ROOT>\n") && all.ends_with("</ROOT>"), "a downloaded file");
+    const int32_t again = commands[choice / 3 % 3](client_file);
+    require(again == result_ok || again == result_unparsable, "the second exchange");
+    save_changed_documents();
+    check_document_set();
+    return 0;
+}
