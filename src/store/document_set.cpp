@@ -43,6 +43,13 @@ void LoadEntry(const char* name) {
     AddXmlDocNode(name, path, std::move(doc));
 }
 
+// A file that merely cannot be looked at (an input/output error, no memory) is still there, and
+// forgetting its settings for that would lose them.
+bool IsGone(const char* path) {
+    struct stat status = {};
+    return ::stat(path, &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
 void Unlink(XmlDocNode& node) {
     if (node.prev != nullptr) {
         node.prev->next = node.next;
@@ -128,7 +135,7 @@ int32_t RemoveXmlDocNode(XmlDocNode* node) {
 void PruneXmlDocs() {
     for (XmlDocNode* node = g_xmlDocList; node != nullptr;) {
         XmlDocNode* const next = node->next;
-        if (XmlFileExists(node->path) != 0) {
+        if (!IsGone(node->path)) {
             node = next;
             continue;
         }

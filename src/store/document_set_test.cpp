@@ -354,6 +354,17 @@ TEST_F(document_set, pruning_drops_records_whose_file_is_gone) {
     EXPECT_EQ(Names(), (names{"C", "A"}));
 }
 
+TEST_F(document_set, pruning_keeps_records_whose_file_cannot_be_looked_at) {
+    std::filesystem::create_symlink("Circle", Path("Circle"));
+    Write("File", "<File/>");
+    Add("Circle", Path("Circle"));
+    Add("Below", Path("File/Below"));
+    Add("A", Path("A"));
+    Write("A", "<A/>");
+    PruneXmlDocs();
+    EXPECT_EQ(Names(), (names{"A", "Circle"}));
+}
+
 TEST_F(document_set, pruned_head_stays_where_it_is_and_is_found_by_nothing) {
     Write("A", "<A/>");
     Add("A", Path("A"), "<A><X>1</X></A>");

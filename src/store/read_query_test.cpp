@@ -4,12 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
 
 #include "leaf/result.h"
 #include "store/document_set.h"
@@ -327,6 +329,47 @@ TEST_F(read_query, dump_into_a_file_that_cannot_be_opened_is_reported) {
     EXPECT_EQ(Content("victim"), "mine");
     ASSERT_EQ(::mkfifo((dir_ + "/fifo").c_str(), 0600), 0);
     dump(dir_ + "/fifo");
+}
+
+// The backup thread counts the directory anew while requests are served. A reply is held to one
+// capacity from its beginning to its end, so it is whole or refused, and never overruns.
+TEST_F(read_query, capacity_may_flip_while_subtrees_are_read) {
+    constexpr int lines = 600;
+    const std::string value(1000, 'v');
+    std::string text = "<Big>";
+    std::string listing;
+    for (int i = 0; i < lines; ++i) {
+        text.append("<E>").append(value).append("</E>");
+        listing.append("Big.E=").append(value).append("\n");
+    }
+    Load("Big", text + "</Big>");
+    const std::string small = dir_ + "/small";
+    const std::string large = dir_ + "/large";
+    std::filesystem::create_directory(small);
+    std::filesystem::create_directory(large);
+    std::ofstream(large + "/filler").put('x');
+    std::filesystem::resize_file(large + "/filler", 2 << 20);
+
+    std::atomic<bool> enough{false};
+    std::thread flipping([&] {
+        while (!enough.load()) {
+            scan_reply_capacity(large.c_str());
+            scan_reply_capacity(small.c_str());
+        }
+    });
+    int served = 0;
+    int refused = 0;
+    int wrong = 0;
+    while (wrong == 0 && (served < 100 || refused < 100)) {
+        const std::string reply = Read("Big.*");
+        served += reply == listing ? 1 : 0;
+        refused += reply == "-8" ? 1 : 0;
+        wrong += reply != listing && reply != "-8" ? 1 : 0;
+    }
+    enough.store(true);
+    flipping.join();
+    EXPECT_EQ(wrong, 0);
+    scan_reply_capacity(small.c_str());
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -13,9 +14,12 @@ namespace veltrancord {
 
 namespace {
 
-std::unique_ptr<XmlDocument> read_back(const char* path, const std::string& name) {
+// Return: the document as its file has it; null when that is not what was written there, since a
+// document that was read back in part would be saved over its file later.
+std::unique_ptr<XmlDocument> read_back(const char* path, const std::string& name,
+                                       const std::string& written) {
     file_text text;
-    if (LoadFile2Buf(path, text) < 0) {
+    if (LoadFile2Buf(path, text) < 0 || std::strcmp(text.get(), written.c_str()) != 0) {
         return nullptr;
     }
     auto doc = std::make_unique<XmlDocument>(name.c_str());
@@ -68,7 +72,7 @@ int32_t create_document(const TiXmlElement& element) {
     std::unique_ptr<XmlDocument> doc;
     const std::string aside = replacement.prepared_path();
     if (!aside.empty()) {
-        doc = read_back(aside.c_str(), name);
+        doc = read_back(aside.c_str(), name, text);
         if (doc == nullptr) {
             return result_failed;
         }
@@ -80,7 +84,7 @@ int32_t create_document(const TiXmlElement& element) {
         replacement.report_failure();
     }
     if (doc == nullptr) {
-        doc = read_back(path.c_str(), name);
+        doc = read_back(path.c_str(), name, text);
     }
     return doc != nullptr ? put_into_list(name, path, std::move(doc)) : result_failed;
 }

@@ -18,6 +18,8 @@ def pytest_addoption(parser):
     parser.addoption("--bin", metavar="PROGRAM", default=device_module.default_program,
                      help="the program to test (default: %(default)s)")
     parser.addoption("--slow", action="store_true", help="run the tests marked slow too")
+    parser.addoption("--list-promises", action="store_true",
+                     help="print what each test marked fault proves")
 
 
 def pytest_configure(config):
@@ -34,6 +36,12 @@ def pytest_configure(config):
 
 
 def pytest_collection_modifyitems(config, items):
+    for item in items:
+        for marker in item.iter_markers("fault"):
+            for promise in marker.args:
+                item.user_properties.append(("promise", promise))
+                if config.getoption("--list-promises", default=False):
+                    print(f"\npromise {promise} {item.nodeid.split('[')[0]}")
     if config.getoption("--slow", default=False) or os.environ.get("E2E_SLOW"):
         return
     for item in items:

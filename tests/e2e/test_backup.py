@@ -119,6 +119,7 @@ def test_a_change_is_backed_up_once_the_interval_is_over(device, start_clock):
     clock.wait_for_backups(3)
 
 
+@pytest.mark.fault("C2")
 def test_a_clock_set_back(device, start_clock):
     clock = start_clock(1700)
     device.request("write:Doc.V=1")
@@ -131,6 +132,7 @@ def test_a_clock_set_back(device, start_clock):
     clock.wait_for_backups(2)
 
 
+@pytest.mark.fault("C2")
 def test_half_an_hour_is_a_step_even_within_the_interval(device, start_clock):
     clock = start_clock(36000)
     device.request("write:Doc.V=1")

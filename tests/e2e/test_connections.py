@@ -175,6 +175,7 @@ def test_others_are_served_while_one_reads_slowly(big):
     assert data[4:] == expected
 
 
+@pytest.mark.fault("C1")
 def test_a_client_that_never_reads_hinders_nobody_and_costs_no_processor_time(big):
     worker = big.worker_pid
     with big.connect() as silent:
@@ -267,6 +268,7 @@ def test_silent_clients_are_released_after_thirty_seconds_and_others_are_not():
             assert one.sanitizer_findings() == ""
 
 
+@pytest.mark.fault("C2")
 def test_the_idle_time_counts_from_the_connection(device):
     device.require_fake_clock()
     device.write_document("Account", ACCOUNT)
@@ -301,6 +303,7 @@ def close_all(clients):
         client.close()
 
 
+@pytest.mark.fault("F3")
 def test_clients_beyond_the_descriptors_are_closed_at_once(device):
     device.write_document("Account", ACCOUNT)
     device.start(limits={"NOFILE": 64})
@@ -326,6 +329,7 @@ def test_clients_beyond_the_descriptors_are_closed_at_once(device):
     assert device.worker_pid == worker
 
 
+@pytest.mark.fault("F3")
 def test_fifteen_hundred_silent_clients_do_not_keep_the_next_one_out(device):
     """More than the service may hold: the next one is answered as soon as there is room."""
     device.write_document("Account", ACCOUNT)

@@ -435,6 +435,7 @@ def fill_file_system(device):
                 pass
 
 
+@pytest.mark.fault("S3")
 def test_on_a_full_file_system_entries_wait_for_room(start):
     device = start("256k")
     fill(device, 3)

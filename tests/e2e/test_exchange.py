@@ -2,6 +2,8 @@
 
 import re
 
+import pytest
+
 from device import CONFIGURATION
 
 A = "<A>\n    <Same>loaded</Same>\n    <Mine>1</Mine>\n</A>\n"
@@ -78,6 +80,7 @@ def test_files_that_do_not_load(service):
     assert device.read_document("A") == A.encode()
 
 
+@pytest.mark.fault("M4")
 def test_deep_and_wide_exchange_files_are_refused_or_served(service):
     device = service({"A": A})
     device.write_file("/tmp/deep", "<a>" * 50000 + "</a>" * 50000)

@@ -5,11 +5,12 @@ import errno
 import os
 import re
 import shutil
-import signal
 
 import pytest
 
-from device import CONFIGURATION, LOGS, wait_until
+from device import CONFIGURATION, EVENT_LOG, wait_until
+from log_model import record
+from tracer import Strace
 
 pytestmark = pytest.mark.skipif(shutil.which("strace") is None, reason="strace is not installed")
 
@@ -26,12 +27,20 @@ COMMANDS = {
     "upload": ("upload:/tmp/in", ()),
     "restore": ("restore:/tmp/in", ()),
     "syncxml": ("syncxml:/tmp/in", ()),
+    "writelog": (b"writelog:" + record(1), ()),
+    "writelogwithtime": (b"writelogwithtime:" + record(1), ()),
+    "cleanlog": ("cleanlog:", (b"writelogwithtime:" + record(1),)),
 }
+LOG_DIRECTORY = os.path.dirname(EVENT_LOG)
 
 
 def files(device):
-    """Name and content of everything in the configuration directory."""
-    return {name: device.read_document(name) for name in device.list_directory(CONFIGURATION)}
+    """Name and content of everything that the service keeps; times of log entries left out."""
+    found = {name: device.read_document(name) for name in device.list_directory(CONFIGURATION)}
+    for name in device.list_directory(LOG_DIRECTORY):
+        content = device.read_file(f"{LOG_DIRECTORY}/{name}")
+        found["/" + name] = re.sub(rb":\d{4}(:\d+){5}:", b":T:", content)
+    return found
 
 
 def answers(device):
@@ -47,48 +56,9 @@ def begin_with(device, documents):
     for name in device.list_directory(CONFIGURATION):
         device.outside(f"{CONFIGURATION}/{name}").unlink()
     device.write_documents(documents)
+    device.outside(EVENT_LOG).unlink()
     device.kill_worker()
     wait_until(lambda: answers(device), "a new worker answers")
-
-
-class Strace:
-    """strace on the worker's server thread for the time of a `with` statement."""
-
-    def __init__(self, device, *options):
-        self.device = device
-        tasks = device.outside(f"/proc/{device.worker_pid}/task")
-        self.thread = sorted(int(task.name) for task in tasks.iterdir())[2]
-        self.status = tasks / str(self.thread) / "status"
-        self.command = " ".join(["strace", "-qq", "-y", "-s", "256", "-o", f"{LOGS}/strace",
-                                 *options, "-p", str(self.thread)])
-
-    def _tracer(self):
-        try:
-            return int(re.search(r"TracerPid:\s*(\d+)", self.status.read_text()).group(1))
-        except (FileNotFoundError, ProcessLookupError):
-            return 0
-
-    def __enter__(self):
-        self.device.run("sh", "-c", self.command + f" >/dev/null 2>{LOGS}/strace-errors &")
-        self.tracer = wait_until(self._tracer, "strace is attached")
-        return self
-
-    def __exit__(self, *_):
-        if self._tracer():
-            self.device.send_signal(self.tracer, signal.SIGTERM)
-        wait_until(lambda: not self.device.is_running(self.tracer), "strace has ended")
-
-    def calls(self):
-        """The calls so far as (name, how often that name so far, line), but for the wait that the
-        thread was in when strace came."""
-        seen = {}
-        found = []
-        for line in self.device.read_file(f"{LOGS}/strace").decode("latin-1").splitlines():
-            name = re.match(r"\w+(?=\()", line)
-            if name and name[0] != "restart_syscall":
-                seen[name[0]] = seen.get(name[0], 0) + 1
-                found.append((name[0], seen[name[0]], line))
-        return found
 
 
 def request(device, payload):
@@ -106,6 +76,7 @@ def prepared(device):
     return device
 
 
+@pytest.mark.fault("S1")
 @pytest.mark.parametrize("name", COMMANDS)
 def test_killed_at_every_system_call(device, name):
     command, before = COMMANDS[name]
@@ -154,6 +125,7 @@ def save_points(device, command):
     return points
 
 
+@pytest.mark.fault("S2")
 @pytest.mark.parametrize("error", ERRORS, ids=errno.errorcode.get)
 def test_every_system_call_of_a_save_fails(device, error):
     prepared(device)
@@ -183,6 +155,7 @@ def test_every_system_call_of_a_save_fails(device, error):
             assert len(device.open_descriptors(device.worker_pid)) == descriptors, where
 
 
+@pytest.mark.fault("S2")
 @pytest.mark.parametrize("error", (errno.ENOSPC, errno.EROFS), ids=errno.errorcode.get)
 def test_every_system_call_of_an_upload_fails(device, error):
     """The old file and the old document stay together, whatever fails."""

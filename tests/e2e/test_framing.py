@@ -203,6 +203,7 @@ def test_a_length_of_zero_is_a_failure_even_if_more_bytes_follow(ready):
         assert log_of(ready, client) == "do_read read command fail!!\n"
 
 
+@pytest.mark.fault("M2")
 @pytest.mark.parametrize("length", [0x7FFFFFFF, 0x80000000, 0xFFFFFFFE, 0xFFFFFFFF])
 def test_a_huge_length_costs_no_memory(ready, length):
     before = ready.memory_kilobytes(ready.worker_pid, "VmHWM")
@@ -237,6 +238,7 @@ def test_the_payload_may_come_byte_by_byte(ready):
     assert ready.stderr() == ""
 
 
+@pytest.mark.fault("C1")
 def test_garbage_and_payload_may_both_come_byte_by_byte(ready):
     data = frame(USERNAME)
     with ready.connect() as client:

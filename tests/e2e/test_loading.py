@@ -113,6 +113,7 @@ def test_an_empty_file_is_skipped(service):
     assert device.request("read:Empty.*") == (-4, b"")
 
 
+@pytest.mark.fault("S6")
 def test_a_file_that_is_not_writable_is_skipped(device):
     device.write_documents({"Account": ACCOUNT, "Fixed": "<Fixed><V>1</V></Fixed>",
                             "Secret": "<Secret><V>1</V></Secret>"})
@@ -135,6 +136,7 @@ def test_nothing_is_loaded_from_a_read_only_file_system(device):
     assert device.request("read:*") == (-4, b"")
 
 
+@pytest.mark.fault("S6")
 def test_directories_sockets_pipes_and_dangling_links_are_skipped(device):
     device.write_document("Account", ACCOUNT)
     base = device.outside(CONFIGURATION)
@@ -174,6 +176,7 @@ def test_an_element_that_is_closed_wrongly_does_no_harm(service):
     assert device.request("read:Part.A").text == "Part.A=1"
 
 
+@pytest.mark.fault("M4")
 def test_deeply_nested_documents_do_no_harm(service):
     depth = 100_000
     device = service({"Deep": "<Deep>" + "<a>" * depth + "x" + "</a>" * depth + "</Deep>",

@@ -243,6 +243,7 @@ def test_the_script_may_appear_and_disappear(notify):
     assert "execve" not in device.stderr()
 
 
+@pytest.mark.fault("P4")
 def test_a_script_that_cannot_be_run_is_reported(notify):
     events = notify()
     events.device.outside(SCRIPT).chmod(0o644)
@@ -263,6 +264,7 @@ def test_a_fork_that_fails_is_reported(notify):
     events.send(1, True)
 
 
+@pytest.mark.fault("P4")
 def test_a_script_that_sleeps_delays_nobody(notify):
     events = notify()
     device = events.device
@@ -279,6 +281,7 @@ def test_a_script_that_sleeps_delays_nobody(notify):
         device.send_signal(pid, 15)
 
 
+@pytest.mark.fault("F2")
 def test_the_script_gets_the_standard_descriptors_only(notify):
     events = notify()
     events.device.write_file(
@@ -290,6 +293,7 @@ def test_the_script_gets_the_standard_descriptors_only(notify):
     assert events.device.read_file("/tmp/fired/1").split() == [b"0", b"1", b"2", b"3"]
 
 
+@pytest.mark.fault("P4")
 def test_no_zombies_stay(notify):
     events = notify()
     device = events.device

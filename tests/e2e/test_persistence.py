@@ -4,6 +4,8 @@ import errno
 import os
 import stat
 
+import pytest
+
 from device import CONFIGURATION
 
 ACCOUNT = "<Account>\n    <Name>old</Name>\n</Account>\n"
@@ -19,6 +21,7 @@ def names(device):
     return sorted(device.list_directory(CONFIGURATION))
 
 
+@pytest.mark.fault("W1", "S4")
 def test_one_replacement_for_each_changed_document_and_command(device):
     device.write_documents({"A": "<A/>", "B": "<B/>", "C": "<C/>"})
     device.start_traced(calls="rename,renameat,renameat2,fsync,fdatasync")
@@ -45,6 +48,7 @@ def test_a_save_needs_ten_system_calls(device):
     assert r"\1\0\0\0" in calls[first + 10]  # the reply comes next
 
 
+@pytest.mark.fault("S7")
 def test_mode_owner_and_link_are_kept(service, device):
     device.write_file("/mnt/flash/real", ACCOUNT, mode=0o640)
     os.makedirs(device.outside(CONFIGURATION), exist_ok=True)
@@ -57,6 +61,7 @@ def test_mode_owner_and_link_are_kept(service, device):
     assert device.list_directory("/mnt/flash") == ["real"]
 
 
+@pytest.mark.fault("S7")
 def test_a_bind_mounted_document_is_written_in_place(device):
     device.write_documents({"Account": "<Account/>"})
     device.write_file("/mnt/flash/real", ACCOUNT)
@@ -68,6 +73,7 @@ def test_a_bind_mounted_document_is_written_in_place(device):
     assert "replace_file" not in device.stderr()
 
 
+@pytest.mark.fault("S7")
 def test_a_read_only_directory_with_writable_files(service, device):
     device.write_documents({"Account": ACCOUNT})
     device.outside(CONFIGURATION).chmod(0o555)
@@ -77,6 +83,7 @@ def test_a_read_only_directory_with_writable_files(service, device):
     assert names(device) == ["Account"]
 
 
+@pytest.mark.fault("S7", "S2")
 def test_a_read_only_file_system_fails_cleanly_and_is_tried_again(device):
     device.mount_tmpfs(CONFIGURATION)
     device.write_documents({"Account": ACCOUNT})
@@ -95,6 +102,7 @@ def test_a_read_only_file_system_fails_cleanly_and_is_tried_again(device):
     assert device.stderr().count(line) == 2
 
 
+@pytest.mark.fault("S3")
 def test_a_full_file_system_keeps_the_old_file_and_saves_later(device):
     device.mount_tmpfs(CONFIGURATION, size="256k")
     device.write_documents({"Account": ACCOUNT})
@@ -117,6 +125,7 @@ def test_a_full_file_system_keeps_the_old_file_and_saves_later(device):
     assert device.read_document("Account") == NEW_ACCOUNT
 
 
+@pytest.mark.fault("S6")
 def test_leftovers_are_swept_at_the_start_and_nothing_else(device):
     device.write_documents({"Account": ACCOUNT, "Network": NETWORK})
     device.write_file(CONFIGURATION + "/.veltrancord-new.Account", "<Account>half of")

@@ -61,6 +61,7 @@ def test_the_starter_waits_for_the_post_of_the_worker(device):
     assert listen < post < end
 
 
+@pytest.mark.fault("P3")
 def test_a_semaphore_value_of_an_earlier_run_does_not_release_the_starter(device):
     device.set_semaphore(530, 5)
     device.write_document("Account", ACCOUNT)
@@ -96,6 +97,7 @@ def test_there_is_no_shared_memory_until_somebody_asks_for_it(ready):
     assert ready.system_v_table("shm") == []
 
 
+@pytest.mark.fault("P3")
 def test_requests_that_come_before_the_service_is_ready_wait_for_it(device):
     documents = {f"Doc{i}": f"<Doc{i}><V>{i}</V>" + "<x>y</x>" * 2000 + f"</Doc{i}>"
                  for i in range(100)}
@@ -202,6 +204,7 @@ def test_without_restart_the_supervisor_ends_after_the_worker(ready):
         ready.connect()
 
 
+@pytest.mark.fault("P1")
 @pytest.mark.parametrize("option", ["-l", "-L"])
 def test_with_restart_a_new_worker_serves_on_the_same_socket(service, option):
     device = service({"Account": ACCOUNT}, option)

@@ -5,6 +5,8 @@ import subprocess
 
 import pytest
 
+pytestmark = pytest.mark.fault("H1")
+
 
 @pytest.fixture(scope="module")
 def program(request):

@@ -38,6 +38,7 @@ def termination(number):
     return f"XmlSigTermnate catched signal {int(number)}\n" + RELEASE
 
 
+@pytest.mark.fault("P2")
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP])
 def test_a_terminated_worker_closes_the_socket_and_its_supervisor_ends(ready, number):
     supervisor = ready.supervisor_pid
@@ -48,6 +49,7 @@ def test_a_terminated_worker_closes_the_socket_and_its_supervisor_ends(ready, nu
         ready.connect()
 
 
+@pytest.mark.fault("P2")
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP])
 def test_a_terminated_starter_ends_with_1(device, number):
     device.require_no_sanitizer("thread", "it holds signals back while a semaphore is waited for")
@@ -60,6 +62,7 @@ def test_a_terminated_starter_ends_with_1(device, number):
     assert device.stderr() == termination(number)
 
 
+@pytest.mark.fault("P2")
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP])
 def test_a_terminated_supervisor_ends_with_1_and_closes_the_socket(ready, number):
     supervisor, worker = ready.supervisor_pid, ready.worker_pid

@@ -137,6 +137,7 @@ def test_a_missing_program_harms_nothing(service):
     assert device.request("readvalue:Doc.A").text == "1"
 
 
+@pytest.mark.fault("F2")
 def test_a_program_gets_no_descriptor_but_the_standard_ones(service):
     # An interpreter that takes its program from the argument opens nothing of its own.
     device = service({"Doc": '<Doc DispatchW="/usr/bin/python3"/>'})
