@@ -9,6 +9,8 @@ import threading
 import pytest
 
 import device as device_module
+import machine as machine_module
+import valgrind
 from device import Device
 
 TEST_SECONDS = float(os.environ.get("E2E_TEST_SECONDS", "300"))
@@ -17,6 +19,8 @@ TEST_SECONDS = float(os.environ.get("E2E_TEST_SECONDS", "300"))
 def pytest_addoption(parser):
     parser.addoption("--bin", metavar="PROGRAM", default=device_module.default_program,
                      help="the program to test (default: %(default)s)")
+    parser.addoption("--valgrind", action="store_true",
+                     help="run the service under valgrind; what that finds fails the test")
     parser.addoption("--slow", action="store_true", help="run the tests marked slow too")
     parser.addoption("--list-promises", action="store_true",
                      help="print what each test marked fault proves")
@@ -28,6 +32,9 @@ def pytest_configure(config):
     device_module.default_program = os.path.realpath(program)
     if not os.access(device_module.default_program, os.X_OK):
         raise pytest.UsageError(f"no program {device_module.default_program}: build it first")
+    if config.getoption("--valgrind", default=False):
+        device_module.default_under = valgrind.COMMAND
+        device_module.PATIENCE = machine_module.PATIENCE = max(600.0, machine_module.PATIENCE)
     # Some tests hold more connections than the usual soft limit allows.
     soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
     if soft != resource.RLIM_INFINITY and soft < 8192:
@@ -84,10 +91,10 @@ def pytest_runtest_makereport(item, call):
 
 
 def _check_and_close(device):
-    findings = device.sanitizer_findings()
+    findings = device.sanitizer_findings() + valgrind.findings(device)
     device.close()
     if findings:
-        pytest.fail(f"a sanitizer found:\n{findings}", pytrace=False)
+        pytest.fail(f"a sanitizer or valgrind found:\n{findings}", pytrace=False)
 
 
 @pytest.fixture

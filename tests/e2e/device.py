@@ -27,6 +27,9 @@ SOCKET = "/tmp/Veltrancord.unix"
 CONFIGURATION = "/mnt/database/xml"
 EVENT_LOG = "/mnt/database/eventlog/log"
 
+# What the program is started under where a test does not say (command and arguments).
+default_under = ()
+
 default_program = os.environ.get("VELTRANCORD_BIN", str(REPOSITORY / "build/bin/Veltrancord"))
 
 
@@ -116,6 +119,7 @@ class Device(Machine):
         variables = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL": "C"}
         if self.sanitizer is not None:
             variables.update(sanitizer.environment(traced=bool(under)))
+        under = under or default_under
         if fake_clock:
             self.move_clock(0, int(fake_clock))
             variables.update(clock.environment(self))
