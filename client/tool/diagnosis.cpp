@@ -83,10 +83,13 @@ void diagnose_semaphores(diagnosis_list& list) {
     for (const key_t key : {520, 521, 522, 523, 530}) {
         const int id = semget(key, 1, 0);
         const int value = id >= 0 ? semctl(id, 0, GETVAL) : -1;
-        list.push_back(
-            {"semaphore", value >= 0 ? state::info : state::warning,
-             std::to_string(key) + (value >= 0 ? " is " + std::to_string(value)
-                                               : std::string(": ") + std::strerror(errno))});
+        std::string text = std::to_string(key);
+        if (value >= 0) {
+            text.append(" is ").append(std::to_string(value));
+        } else {
+            text.append(": ").append(std::strerror(errno));
+        }
+        list.push_back({"semaphore", value >= 0 ? state::info : state::warning, text});
     }
 }
 
@@ -100,7 +103,8 @@ void diagnose_directory(const std::string& directory, diagnosis_list& list) {
     }
     while (const dirent* entry = readdir(entries.get())) {
         const std::string name = entry->d_name;
-        const std::string path = directory + "/" + name;
+        std::string path = directory;
+        path.append("/").append(name);
         struct stat status {};
         if (name == "." || name == ".." || stat(path.c_str(), &status) != 0) {
             continue;

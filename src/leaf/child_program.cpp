@@ -60,7 +60,9 @@ void close_private_descriptors(long descriptor_limit) {
     ::_exit(exec_failed_status);
 }
 
-long closing_limit() {
+// Never inlined into the routine that forks: a compiler cannot know that what is in a register
+// there outlives the child, and says so.
+[[gnu::noinline]] long closing_limit() {
     const long limit = ::sysconf(_SC_OPEN_MAX);
     return limit < 0 || limit > most_descriptors_closed ? most_descriptors_closed : limit;
 }
