@@ -68,6 +68,12 @@ TEST(milliseconds_left, is_rounded_to_the_nearest) {
     EXPECT_EQ(milliseconds_left({10, 7'500}, {10, 0}), 8);
 }
 
+TEST(milliseconds_left, knows_times_far_apart) {
+    EXPECT_EQ(milliseconds_left({5'000'000'000, 0}, {0, 0}), 5'000'000'000'000);
+    EXPECT_EQ(milliseconds_left({2'147'483'677, 0}, {2'147'483'647, 0}), 30'000);
+    EXPECT_EQ(milliseconds_left({0, 0}, {5'000'000'000, 0}), 0);
+}
+
 TEST(milliseconds_left, counts_what_is_below_5_as_0) {
     EXPECT_EQ(milliseconds_left({10, 5'000}, {10, 0}), 5);
     EXPECT_EQ(milliseconds_left({10, 4'500}, {10, 0}), 5);
