@@ -7,6 +7,7 @@
 
 #include "eventlog/entry_text.h"
 #include "leaf/result.h"
+#include "store/child_index.h"
 #include "store/path.h"
 #include "store/value.h"
 #include "store/xml_text.h"
@@ -147,12 +148,9 @@ log_entry_state log_document::decode(int32_t position, log_record& record) const
 
 void log_document::create_entry(slot& entry, int32_t position) {
     if (log_ == nullptr) {
-        log_ = document_->LinkEndChild(std::make_unique<TiXmlElement>(log_name).release())
-                   ->ToElement();
+        log_ = &AppendElement(*document_, log_name);
     }
-    entry.element =
-        log_->LinkEndChild(std::make_unique<TiXmlElement>(name_of(position).data()).release())
-            ->ToElement();
+    entry.element = &AppendElement(*log_, name_of(position).data());
     entry.at = nowhere;
 }
 

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "leaf/bounded_text.h"
@@ -20,6 +22,56 @@ store_hooks g_storeHooks;
 namespace {
 
 char g_configDir[128] = {};
+
+// The first record of each name that has a document, so that finding one of two hundred costs no
+// more than finding the only one. Empty, or complete: where a record goes it may uncover another of
+// its name, so all is forgotten then and learnt anew at the next look.
+std::unordered_map<std::string_view, XmlDocNode*> g_firstOfName;
+
+XmlDocNode* WalkTo(std::string_view name) {
+    for (XmlDocNode* node = g_xmlDocList; node != nullptr; node = node->next) {
+        if (node->doc != nullptr && name == node->name) {
+            return node;
+        }
+    }
+    return nullptr;
+}
+
+// Return: false when memory could not be had.
+bool LearnNames() {
+    try {
+        for (XmlDocNode* node = g_xmlDocList; node != nullptr; node = node->next) {
+            if (node->doc != nullptr) {
+                g_firstOfName.try_emplace(node->name, node);
+            }
+        }
+    } catch (const std::bad_alloc&) {
+        g_firstOfName.clear();
+        return false;
+    }
+    return true;
+}
+
+// The record is the new head and stands before others of its name.
+void LearnHead(XmlDocNode& node) {
+    if (g_firstOfName.empty() || node.doc == nullptr) {
+        return;
+    }
+    try {
+        g_firstOfName.erase(node.name);  // the key, too, belongs to the record
+        g_firstOfName.try_emplace(node.name, &node);
+    } catch (const std::bad_alloc&) {
+        g_firstOfName.clear();
+    }
+}
+
+// To be called before the record goes.
+void Forget(const XmlDocNode& node) {
+    const auto found = g_firstOfName.find(node.name);
+    if (found != g_firstOfName.end() && found->second == &node) {
+        g_firstOfName.clear();
+    }
+}
 
 void LoadEntry(const char* name) {
     char path[sizeof(g_configDir) + sizeof(dirent::d_name)];
@@ -87,12 +139,11 @@ const char* XmlConfigDir() {
 }
 
 XmlDocNode* FindXmlDocNode(std::string_view name) {
-    for (XmlDocNode* node = g_xmlDocList; node != nullptr; node = node->next) {
-        if (node->doc != nullptr && name == node->name) {
-            return node;
-        }
+    if (g_firstOfName.empty() && !LearnNames()) {
+        return WalkTo(name);
     }
-    return nullptr;
+    const auto found = g_firstOfName.find(name);
+    return found != g_firstOfName.end() ? found->second : nullptr;
 }
 
 XmlDocument* FindXmlDoc(std::string_view name) {
@@ -114,6 +165,7 @@ XmlDocNode* AddXmlDocNode(std::string_view name, std::string_view path,
         g_xmlDocList->prev = node;
     }
     g_xmlDocList = node;
+    LearnHead(*node);
     return node;
 }
 
@@ -122,6 +174,7 @@ int32_t RemoveXmlDocNode(XmlDocNode* node) {
         if (listed != node) {
             continue;
         }
+        Forget(*node);
         Unlink(*node);
         if (g_xmlDocList == node) {
             g_xmlDocList = node->next;
@@ -139,6 +192,7 @@ void PruneXmlDocs() {
             node = next;
             continue;
         }
+        Forget(*node);
         if (node == g_xmlDocList) {
             // The head pointer stays, so its record must: empty, found and listed by nothing.
             node->doc.reset();
@@ -154,6 +208,7 @@ void PruneXmlDocs() {
 }
 
 int32_t FreeXmlDocs() {
+    g_firstOfName.clear();
     while (g_xmlDocList != nullptr) {
         delete std::exchange(g_xmlDocList, g_xmlDocList->next);
     }

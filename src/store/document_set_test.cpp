@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -386,6 +387,41 @@ TEST_F(document_set, pruned_head_stays_where_it_is_and_is_found_by_nothing) {
     PruneXmlDocs();
     EXPECT_EQ(Names(), (names{"A", "A"}));
     EXPECT_EQ(g_xmlDocList->next->name, std::string("A"));
+}
+
+// Whatever has been looked up before, it is the first record of a name with a document that counts.
+TEST_F(document_set, name_is_found_as_a_walk_finds_it_after_any_change) {
+    std::mt19937 random(1);
+    const auto below = [&random](int end) {
+        return std::uniform_int_distribution<int>(0, end - 1)(random);
+    };
+    const auto name = [&below] { return "N" + std::to_string(below(8)); };
+    const auto nth = [](int place) {
+        XmlDocNode* node = g_xmlDocList;
+        for (; node != nullptr && place > 0; --place) {
+            node = node->next;
+        }
+        return node;
+    };
+    for (int i = 0; i < 5000; ++i) {
+        const int kind = below(100);
+        if (kind < 45) {
+            AddXmlDocNode(name(), below(2) == 0 ? dir_ : "/missing",
+                          below(8) == 0 ? nullptr : std::make_unique<XmlDocument>("D"));
+        } else if (kind < 90) {
+            RemoveXmlDocNode(nth(below(12)));
+        } else if (kind < 98) {
+            PruneXmlDocs();
+        } else {
+            FreeXmlDocs();
+        }
+        const std::string wanted = name();
+        XmlDocNode* first = g_xmlDocList;
+        while (first != nullptr && (first->doc == nullptr || wanted != first->name)) {
+            first = first->next;
+        }
+        ASSERT_EQ(FindXmlDocNode(wanted), first) << i;
+    }
 }
 
 TEST_F(document_set, pruning_an_empty_list_does_nothing) {

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "leaf/result.h"
+#include "store/child_index.h"
 #include "store/document_set.h"
 #include "store/xml_syntax.h"
 
@@ -15,17 +16,6 @@ namespace veltrancord {
 namespace {
 
 constexpr std::string_view secret_name = "Password";
-
-// The first element of that name from `node` on among its siblings, in document order. Every
-// look-up of a child by its name comes here.
-TiXmlElement* ElementNamedFrom(TiXmlNode* node, std::string_view name) {
-    for (; node != nullptr; node = node->NextSibling()) {
-        if (node->Type() == TiXmlNode::TINYXML_ELEMENT && node->ValueStr() == name) {
-            return node->ToElement();
-        }
-    }
-    return nullptr;
-}
 
 // Whether the components from `first` on can be the names of new elements.
 bool AreXmlNames(const XmlPath& list, std::size_t first) {
@@ -43,24 +33,24 @@ TiXmlElement* FindXmlElement(TiXmlElement* first, const XmlPath& list) {
     if (first == nullptr || list.empty()) {
         return nullptr;
     }
-    // Components before `level` have matched, the last of them `within`. Where that one does not
-    // hold the rest of the path, the search goes on behind it, one level up.
+    TiXmlElement* match = first;
+    while (match != nullptr && match->ValueStr() != list[0].text()) {
+        match = match->NextSiblingElement();
+    }
+    // `level` components have matched, the last of them `within`. Where that one does not hold the
+    // rest of the path, a later one of its name may.
     std::size_t level = 0;
     TiXmlElement* within = nullptr;
-    TiXmlNode* from = first;
     for (;;) {
-        TiXmlElement* const match = ElementNamedFrom(from, list[level].text());
-        if (match != nullptr && level + 1 == list.size()) {
-            return match;
-        }
         if (match != nullptr) {
+            if (++level == list.size()) {
+                return match;
+            }
             within = match;
-            from = match->FirstChild();
-            ++level;
+            match = FirstChildNamed(*within, list[level].text());
         } else if (level > 0) {
-            --level;
-            from = within->NextSibling();
-            within = level > 0 ? within->Parent()->ToElement() : nullptr;
+            match = NextOfSameName(*within);
+            within = --level > 0 ? within->Parent()->ToElement() : nullptr;
         } else {
             return nullptr;
         }
@@ -120,7 +110,7 @@ void SetXmlElementText(TiXmlElement& element, std::string_view value) {
         return;
     }
     if (first != nullptr) {
-        element.RemoveChild(first);
+        RemoveChildNode(*first);
     }
     element.LinkEndChild(std::make_unique<TiXmlText>(std::string(value)).release());
 }
@@ -142,14 +132,13 @@ int32_t SetXmlValue(TiXmlNode& start, const XmlPath& list, std::string_view valu
     }
     TiXmlNode* parent = &start;
     for (std::size_t i = 0; i < list.size(); ++i) {
-        TiXmlElement* element = ElementNamedFrom(parent->FirstChild(), list[i].text());
+        TiXmlElement* element = FirstChildNamed(*parent, list[i].text());
         if (element == nullptr) {
             // From here on all are missing; either all of them can be saved or none is made.
             if (!AreXmlNames(list, i)) {
                 return result_store_failed;
             }
-            element = std::make_unique<TiXmlElement>(list[i].name).release();
-            parent->LinkEndChild(element);
+            element = &AppendElement(*parent, list[i].name);
         }
         parent = element;
     }

@@ -38,6 +38,7 @@ XmlDocument::XmlDocument(const char* name) : TiXmlDocument(name) {
 }
 
 bool XmlDocument::LoadXMLFile(const char* text) {
+    child_indexes_.Drop();
     Clear();
     location.Clear();
     ClearError();

@@ -3,6 +3,8 @@
 
 #include <tinyxml.h>
 
+#include "store/child_index.h"
+
 namespace veltrancord {
 
 class XmlDocument : public TiXmlDocument {
@@ -21,7 +23,11 @@ class XmlDocument : public TiXmlDocument {
     // Whether the text began with a UTF-8 byte order mark, which a saved document repeats.
     [[nodiscard]] bool HasByteOrderMark() const { return has_byte_order_mark_; }
 
+    // For FirstChildNamed and its like alone.
+    [[nodiscard]] child_indexes& ChildIndexes() { return child_indexes_; }
+
   private:
+    child_indexes child_indexes_;
     bool has_byte_order_mark_ = false;
 };
 

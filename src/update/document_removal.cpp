@@ -5,6 +5,7 @@
 #include <string>
 
 #include "leaf/result.h"
+#include "store/child_index.h"
 #include "store/document_set.h"
 #include "store/path.h"
 #include "store/value.h"
@@ -28,7 +29,7 @@ int32_t remove_element(XmlDocNode& node, const XmlPath& list) {
     if (element == nullptr) {
         return result_not_found;
     }
-    element->Parent()->RemoveChild(element);
+    RemoveChildNode(*element);
     mark_for_saving(node, DOC_SAVE_FLASH);
     return result_ok;
 }

@@ -3,9 +3,9 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 
 #include "encoding/secret.h"
+#include "store/child_index.h"
 #include "store/value.h"
 #include "store/xml_syntax.h"
 
@@ -25,8 +25,7 @@ class merge_place {
 
     TiXmlNode& node() {
         if (node_ == nullptr) {
-            node_ = above_->node().LinkEndChild(std::make_unique<TiXmlElement>(name_).release());
-            above_->children_.try_emplace(node_->ValueStr(), node_);
+            node_ = &AppendElement(above_->node(), name_);
         }
         return *node_;
     }
@@ -37,24 +36,13 @@ class merge_place {
     }
 
   private:
-    // Indexed, since an element may have as many children as a file has room for.
     TiXmlNode* find_child(const std::string& name) {
-        if (node_ != nullptr && !indexed_) {
-            indexed_ = true;
-            for (TiXmlElement* child = node_->FirstChildElement(); child != nullptr;
-                 child = child->NextSiblingElement()) {
-                children_.try_emplace(child->ValueStr(), child);
-            }
-        }
-        const auto found = children_.find(name);
-        return found != children_.end() ? found->second : nullptr;
+        return node_ != nullptr ? FirstChildNamed(*node_, name) : nullptr;
     }
 
     merge_place* above_ = nullptr;
     std::string name_;
     TiXmlNode* node_ = nullptr;
-    bool indexed_ = false;
-    std::unordered_map<std::string_view, TiXmlNode*> children_;  // the first of each name
 };
 
 void set_text(TiXmlNode& element, const std::string& text) {
@@ -65,7 +53,7 @@ void set_text(TiXmlNode& element, const std::string& text) {
         return;
     }
     if (first != nullptr) {
-        element.RemoveChild(first);
+        RemoveChildNode(*first);
     }
     element.LinkEndChild(std::make_unique<TiXmlText>(text).release());
 }
