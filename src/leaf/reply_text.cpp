@@ -67,19 +67,12 @@ bool reply_text::reserve(std::size_t length) noexcept {
     return true;
 }
 
-bool reply_text::append(std::string_view text) noexcept {
-    if (text.size() > bound_ - size_ || !reserve(size_ + text.size())) {
-        return false;
-    }
-    if (!text.empty()) {
-        std::memcpy(block_.get() + frame_header + size_, text.data(), text.size());
-        size_ += text.size();
-    }
-    return true;
+bool reply_text::grow_by(std::size_t count) noexcept {
+    return count <= bound_ - size_ && reserve(size_ + count);
 }
 
 std::span<char> reply_text::extend(std::size_t count) noexcept {
-    if (count > bound_ - size_ || !reserve(size_ + count)) {
+    if (!grow_by(count)) {
         return {};
     }
     char* const added = block_.get() + frame_header + size_;

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <span>
 #include <string_view>
@@ -41,7 +42,17 @@ class reply_text {
     // Appends all of `text` or nothing.
     //
     // Return: false when the bound would be passed or memory could not be had.
-    [[nodiscard]] bool append(std::string_view text) noexcept;
+    [[nodiscard]] bool append(std::string_view text) noexcept {
+        // Listings append four short pieces for each element, so the usual case is in line.
+        if (text.size() > allocated_ - size_ && !grow_by(text.size())) {
+            return false;
+        }
+        if (!text.empty()) {
+            std::memcpy(block_.get() + frame_header + size_, text.data(), text.size());
+            size_ += text.size();
+        }
+        return is_open();
+    }
 
     // Appends `count` bytes, all zero, and hands them out to be filled; they stay valid until the
     // next call that grows the text.
@@ -69,6 +80,8 @@ class reply_text {
     [[nodiscard]] std::string_view frame(int32_t result) noexcept;
 
   private:
+    [[nodiscard]] bool grow_by(std::size_t count) noexcept;
+
     struct free_deleter {
         void operator()(char* block) const noexcept { std::free(block); }
     };

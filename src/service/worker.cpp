@@ -1,5 +1,6 @@
 #include "service/worker.h"
 
+#include <malloc.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -34,6 +35,9 @@ constexpr unsigned pass_seconds = 10;
 // The reply capacity goes by the size of this directory, wherever the configuration is loaded from:
 // products that load another one count on replies being bounded as they are on the device.
 constexpr const char* default_xml_path = "/mnt/database/xml";
+
+// Blocks of at least this many bytes are mapped by themselves.
+constexpr int mapped_block = 512 * 1024;
 
 // Handlers walk documents recursively, and documents may nest 512 elements deep. The widest frame
 // on such a walk holds a key and a line of a few hundred bytes; a sanitizer triples it. Four
@@ -99,11 +103,23 @@ int32_t load_configuration(const service_options& options) {
     }
 }
 
+// A large reply is one block that grows and goes; the allocator would learn from the first one to
+// keep such blocks, and the process would stay as large as its largest reply. Fixed thresholds make
+// it map them, so that growing moves no bytes and freeing gives the pages back. One arena, since
+// all that is large is loaded by one thread and replaced by another, and what the first has freed
+// must serve the second.
+void bound_memory() {
+    ::mallopt(M_MMAP_THRESHOLD, mapped_block);
+    ::mallopt(M_TRIM_THRESHOLD, 2 * mapped_block);
+    ::mallopt(M_ARENA_MAX, 1);
+}
+
 }  // namespace
 
 // The order is fixed: each step stands on the ones before it, and clients that connect meanwhile
 // wait until all is there.
 int run_worker(const service_options& options) {
+    bound_memory();
     if (load_configuration(options) < 0) {
         return 0;
     }

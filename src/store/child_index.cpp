@@ -23,7 +23,7 @@ XmlDocument* DocumentOf(TiXmlNode& node) {
 TiXmlElement* Walk(TiXmlNode*& node, std::string_view name, int limit) {
     for (; node != nullptr && limit > 0; node = node->NextSibling(), --limit) {
         if (node->Type() == TiXmlNode::TINYXML_ELEMENT && node->ValueStr() == name) {
-            return node->ToElement();
+            return static_cast<TiXmlElement*>(node);
         }
     }
     return nullptr;

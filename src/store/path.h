@@ -11,9 +11,11 @@ namespace veltrancord {
 inline constexpr std::size_t max_path_text = 511;  // longer path text is cut to this
 
 // One component: a NUL-terminated, escape-coded name of at most 511 bytes, owned by its XmlPath.
+// Deliberately without initial values: clearing room for 256 of them would cost more than splitting
+// a usual path does.
 struct XmlPathNode {
-    const char* name = nullptr;
-    std::size_t length = 0;
+    const char* name;
+    std::size_t length;
     [[nodiscard]] std::string_view text() const { return {name, length}; }
 };
 

@@ -12,6 +12,11 @@ namespace veltrancord {
 
 namespace {
 
+// Whether url_decode gives back the character itself, whatever follows it.
+bool StandsForItself(char c) {
+    return c != '_' && c != '+' && c != '\0';
+}
+
 class lister {
   public:
     lister(reply_text& out, uint32_t capacity, hidden_prefixes filter)
@@ -49,8 +54,18 @@ std::size_t lister::AppendName(std::size_t length, std::string_view name) {
     if (length > 0 && length + 1 < sizeof(key_)) {
         key_[length++] = '.';
     }
-    url_decode(key_ + length, sizeof(key_) - length, name);
-    return length + std::strlen(key_ + length);
+    // Nearly all names stand for themselves and are copied as they are looked through.
+    const std::size_t room = sizeof(key_) - length - 1;
+    std::size_t copied = 0;
+    while (copied < name.size() && copied < room && StandsForItself(name[copied])) {
+        key_[length + copied] = name[copied];
+        ++copied;
+    }
+    if (copied < name.size()) {
+        url_decode(key_ + length, sizeof(key_) - length, name);
+        copied = std::strlen(key_ + length);
+    }
+    return length + copied;
 }
 
 bool lister::AppendLine(std::string_view key, const TiXmlElement& element, std::string_view text) {
@@ -65,16 +80,22 @@ bool lister::AppendLine(std::string_view key, const TiXmlElement& element, std::
 
 bool lister::List(const TiXmlNode& parent, std::size_t length, bool at_top) {
     for (const TiXmlNode* node = parent.FirstChild(); node != nullptr; node = node->NextSibling()) {
-        const TiXmlElement* const child = node->ToElement();
-        if (child == nullptr) {
+        if (node->Type() != TiXmlNode::TINYXML_ELEMENT) {
             continue;
         }
+        const auto* const child = static_cast<const TiXmlElement*>(node);
         const std::size_t key_length = AppendName(length, child->ValueStr());
         const std::string_view key(key_, key_length);
         if (at_top && !IsVisible(key, *child)) {
             continue;
         }
-        if (!List(*child, key_length, false)) {
+        const TiXmlNode* const content = child->FirstChild();
+        if (content == nullptr) {
+            continue;
+        }
+        // A lone text, which most elements hold, is no level of its own.
+        if ((content->NextSibling() != nullptr || content->Type() == TiXmlNode::TINYXML_ELEMENT) &&
+            !List(*child, key_length, false)) {
             return false;
         }
         const std::string_view text = XmlElementText(*child);

@@ -58,8 +58,10 @@ TiXmlElement* FindXmlElement(TiXmlElement* first, const XmlPath& list) {
 }
 
 std::string_view XmlElementText(const TiXmlElement& element) {
-    const char* const text = element.GetText();
-    return text != nullptr ? std::string_view(text) : std::string_view();
+    const TiXmlNode* const first = element.FirstChild();
+    return first != nullptr && first->Type() == TiXmlNode::TINYXML_TEXT
+               ? std::string_view(first->Value())
+               : std::string_view();
 }
 
 bool IsSecretName(std::string_view name) {
