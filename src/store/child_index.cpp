@@ -18,8 +18,8 @@ XmlDocument* DocumentOf(TiXmlNode& node) {
     return dynamic_cast<XmlDocument*>(node.GetDocument());
 }
 
-// The first element of that name from `node` on; `limit` is how many nodes may be looked at, and
-// becomes how many more might have been.
+// The first element of that name among `node` and the siblings behind it, at most `limit` of them.
+// Where none is found, `node` becomes the first that was not looked at, or null.
 TiXmlElement* Walk(TiXmlNode*& node, std::string_view name, int limit) {
     for (; node != nullptr && limit > 0; node = node->NextSibling(), --limit) {
         if (node->Type() == TiXmlNode::TINYXML_ELEMENT && node->ValueStr() == name) {
@@ -29,12 +29,8 @@ TiXmlElement* Walk(TiXmlNode*& node, std::string_view name, int limit) {
     return nullptr;
 }
 
-// The index of an element with many children, made when there is none.
-child_index* IndexOf(TiXmlNode& parent) {
-    child_index* const index = child_index::Of(parent);
-    if (index != nullptr) {
-        return index;
-    }
+// Return: null when memory could not be had, or `parent` is in no document.
+child_index* MakeIndex(TiXmlNode& parent) {
     XmlDocument* const document = DocumentOf(parent);
     return document != nullptr ? document->ChildIndexes().Make(parent) : nullptr;
 }
@@ -143,23 +139,30 @@ child_index* child_indexes::Make(TiXmlNode& parent) {
 }
 
 TiXmlElement* FirstChildNamed(TiXmlNode& parent, std::string_view name) {
+    if (const child_index* const made = child_index::Of(parent); made != nullptr) {
+        return made->First(name);
+    }
     TiXmlNode* child = parent.FirstChild();
     TiXmlElement* const found = Walk(child, name, walked_children);
     if (found != nullptr || child == nullptr) {
         return found;
     }
-    const child_index* const index = IndexOf(parent);
+    const child_index* const index = MakeIndex(parent);
     return index != nullptr ? index->First(name) : Walk(child, name, INT_MAX);
 }
 
 TiXmlElement* NextOfSameName(TiXmlElement& element) {
     const std::string_view name = element.ValueStr();
+    TiXmlNode& parent = *element.Parent();
     TiXmlNode* sibling = element.NextSibling();
-    TiXmlElement* const found = Walk(sibling, name, walked_children);
-    if (found != nullptr || sibling == nullptr) {
-        return found;
+    const child_index* index = child_index::Of(parent);
+    if (index == nullptr) {
+        TiXmlElement* const found = Walk(sibling, name, walked_children);
+        if (found != nullptr || sibling == nullptr) {
+            return found;
+        }
+        index = MakeIndex(parent);
     }
-    const child_index* const index = IndexOf(*element.Parent());
     if (index != nullptr && index->Last(name) == &element) {
         return nullptr;
     }

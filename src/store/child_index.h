@@ -22,7 +22,7 @@
 
 namespace veltrancord {
 
-// Children that are walked over before an index is asked: below this number a walk costs less.
+// Children that are walked over before an index is made: below this number a walk costs less.
 inline constexpr int walked_children = 64;
 
 // The first and the last child element of each name of one element. It takes up to 43 bytes for
