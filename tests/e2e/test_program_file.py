@@ -2,6 +2,7 @@
 
 import re
 import subprocess
+from pathlib import Path
 
 import pytest
 
@@ -81,3 +82,17 @@ def test_it_needs_the_parser_and_what_the_compiler_brings_and_nothing_else(harde
 def test_it_looks_for_libraries_where_the_system_says_only(hardened):
     dynamic = readelf(hardened, "-d")
     assert "RPATH" not in dynamic and "RUNPATH" not in dynamic
+
+
+def test_its_unit_shuts_out_what_it_never_needs_and_always_brings_it_back():
+    text = (Path(__file__).parents[2] / "packaging/systemd/veltrancord.service.in").read_text()
+    lines = [line for line in text.splitlines() if line and line[0] != "#"]
+    settings = dict(line.split("=", 1) for line in lines if "=" in line)
+    for name in ("NoNewPrivileges", "ProtectHome", "ProtectControlGroups", "RestrictSUIDSGID",
+                 "RestrictRealtime", "LockPersonality", "ProtectSystem"):
+        assert settings[name] == "yes", name
+    for name in ("LimitNOFILE", "TasksMax", "MemoryMax", "TimeoutStartSec"):
+        assert settings[name], name
+    # Its status is 1 whenever it ends, by a crash of the worker or because it was told to.
+    assert settings["SuccessExitStatus"] == "1" and settings["Restart"] == "always"
+    assert settings["ExecStart"].endswith("/Veltrancord -l")

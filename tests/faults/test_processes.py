@@ -207,7 +207,7 @@ def test_many_events_each_starting_a_script(device, script, long_form, figure):
             device.send_signal(child, signal.SIGKILL)
     wait_until(lambda: not device.children_of(worker), "all are reaped", device.patience)
     started = 0 if script == "absent" else amount
-    assert device.stderr().count("reaping child ") == started
+    wait_until(lambda: device.stderr().count("reaping child ") == started, "all reapings are told")
     if script == "not executable":
         assert device.stderr().count("execve: Permission denied\n") == amount
     figure("events", amount)
