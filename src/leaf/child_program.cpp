@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,9 +21,14 @@ constexpr int first_private_descriptor = 3;
 // descriptors would otherwise spend seconds on closing numbers that were never open.
 constexpr long most_descriptors_closed = 65536;
 
-void write_text(const char* text) {
+// As execve's perror, in one call: other processes print to the same place meanwhile.
+void report_exec_failure(const char* reason) {
+    const auto part = [](const char* text) {
+        return iovec{const_cast<char*>(text), std::strlen(text)};  // which writev only reads
+    };
+    const iovec line[] = {part("execve: "), part(reason), part("\n")};
     // Nothing can be done about a standard error that takes no text.
-    [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, text, std::strlen(text));
+    [[maybe_unused]] const ssize_t written = ::writev(STDERR_FILENO, line, 3);
 }
 
 void close_private_descriptors(long descriptor_limit) {
@@ -53,9 +59,7 @@ void close_private_descriptors(long descriptor_limit) {
     ::execve(start.path, start.arguments, start.environment);
     if (start.report_exec_failure) {
         const char* const reason = ::strerrordesc_np(errno);
-        write_text("execve: ");
-        write_text(reason != nullptr ? reason : "Unknown error");
-        write_text("\n");
+        report_exec_failure(reason != nullptr ? reason : "Unknown error");
     }
     ::_exit(exec_failed_status);
 }
