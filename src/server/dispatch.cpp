@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "leaf/result.h"
+#include "leaf/termination.h"
 #include "server/command_table.h"
 #include "server/reply_writer.h"
 #include "server/request_server.h"
@@ -59,11 +60,17 @@ void dispatch(connection* client) {
     if (!queued) {
         release_item(client);
     }
-    // The reply goes out only now: a client that holds it finds its change saved.
+    // The reply goes out only now: a client that holds it finds its change saved. A process that is
+    // being terminated saves nothing any more, so it reports no success either.
     for (void (*const follow_up)() : server.follow_ups) {
         run_follow_up(follow_up);
     }
-    if (queued) {
+    if (!queued) {
+        return;
+    }
+    if (client->result >= 0 && g_terminating.load()) {
+        release_item(client);
+    } else {
         write_reply(client);
     }
 }

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "leaf/termination.h"
 #include "server/exchange_fixture.h"
 
 namespace veltrancord {
@@ -86,6 +87,20 @@ TEST_F(dispatching, follows_up_before_the_reply_can_be_read) {
     };
     EXPECT_EQ(request("echo:x"), code_of(1) + "x");
     EXPECT_EQ(waiting_bytes, -1);  // nothing was there yet
+}
+
+// While the process is being terminated nothing is saved, and a client that held a reply would take
+// its change for saved.
+TEST_F(dispatching, reports_no_success_while_the_process_is_terminated) {
+    g_terminating.store(true);
+    EXPECT_EQ(request("code:7"), "");
+    g_terminating.store(false);
+}
+
+TEST_F(dispatching, reports_failures_while_the_process_is_terminated) {
+    g_terminating.store(true);
+    EXPECT_EQ(request("code:-12"), code_of(-12));
+    g_terminating.store(false);
 }
 
 TEST_F(dispatching, ends_only_the_request_when_memory_runs_out_in_a_handler) {

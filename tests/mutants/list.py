@@ -89,4 +89,8 @@ MUTANTS = [
            "(expiry.seconds - now.seconds) * 1000",
            "static_cast<int32_t>(expiry.seconds - now.seconds) * 1000",
            (("unit:server_test", "milliseconds_left*"),)),
+    Mutant("success while nothing is saved any more", "P2", "src/server/dispatch.cpp",
+           "if (client->result >= 0 && g_terminating.load()) {",
+           "if (client->result >= 0 && false) {",
+           (("unit:server_test", "dispatching.reports*"),)),
 ]
