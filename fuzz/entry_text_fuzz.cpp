@@ -1,9 +1,12 @@
 // Log entries as text: what is readable is written again as it was read.
 #include <ctime>
+#include <string>
+#include <vector>
 
 #include "eventlog/entry_text.h"
 #include "eventlog/log_reader.h"
 #include "fuzz_target.h"
+#include "leaf/decimal_number.h"
 
 namespace veltrancord::fuzz {
 namespace {
@@ -14,11 +17,45 @@ bool equal(const log_record& a, const log_record& b) {
     return pack_log_record(timeless) == pack_log_record(b);
 }
 
+// The fields between the colons, empty ones left out, as strtok would find them.
+std::vector<std::string> fields_of(std::string_view text) {
+    std::vector<std::string> fields(1);
+    for (const char c : text) {
+        if (c != ':') {
+            fields.back() += c;
+        } else if (!fields.back().empty()) {
+            fields.emplace_back();
+        }
+    }
+    if (fields.back().empty()) {
+        fields.pop_back();
+    }
+    return fields;
+}
+
+void check_fields(const std::vector<std::string>& fields, const log_record& record) {
+    const uint8_t numbers[] = {record.month,        record.day,    record.hour,
+                               record.minute,       record.second, record.first_detail,
+                               record.second_detail};
+    std::size_t at = 2;
+    for (const uint8_t number : numbers) {
+        at += at == 8 ? 1 : 0;  // the detail text
+        require(number == static_cast<uint8_t>(decimal_number(fields[at])), "a field's number");
+        ++at;
+    }
+    require(record.type == decimal_number(fields[0]), "an entry's type");
+    require(record.detail() == fields[8].substr(0, 15), "an entry's detail text");
+}
+
 void check_text(std::string_view text) {
     log_record record;
-    if (!decode_log_entry(text, record)) {
+    const std::vector<std::string> fields = fields_of(text);
+    const bool readable = decode_log_entry(text, record);
+    require(readable == (fields.size() == 10), "an entry has ten fields");
+    if (!readable) {
         return;
     }
+    check_fields(fields, record);
     require(!record.detail().empty() && record.detail().find(':') == std::string_view::npos,
             "a readable detail text");
     std::tm time = {};
