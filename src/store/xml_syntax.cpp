@@ -35,6 +35,28 @@ bool EndsWithinCharacter(std::string_view text) {
     return false;
 }
 
+// Whether the printer writes this byte as an entity.
+bool IsEscaped(char c) {
+    return static_cast<unsigned char>(c) < 32 ||
+           std::string_view("&<>\"'").find(c) != std::string_view::npos;
+}
+
+// Whether a character is cut short before an entity, whose "&" the parser would then take for a
+// part of that character: "\xE9&" is read back as "\xE9&amp;", one "amp;" longer at each start.
+bool CutsCharacterBeforeEntity(std::string_view text) {
+    for (std::size_t at = 0; at < text.size();) {
+        const auto byte = static_cast<unsigned char>(text[at]);
+        const auto announced =
+            static_cast<std::size_t>(std::max(1, TiXmlBase::utf8ByteTable[byte]));
+        const std::string_view rest = text.substr(at + 1, announced - 1);
+        if (std::any_of(rest.begin(), rest.end(), IsEscaped)) {
+            return true;
+        }
+        at += announced;
+    }
+    return false;
+}
+
 // Whether the parser will take the saved document for UTF-8: it begins with a byte order mark, or
 // its first declaration names that encoding or none.
 bool IsUtf8(const TiXmlDocument& document) {
@@ -62,7 +84,8 @@ bool IsXmlName(std::string_view name) {
 
 bool IsXmlTextWhole(const TiXmlNode& node, std::string_view text) {
     const TiXmlDocument* const document = node.GetDocument();
-    return document == nullptr || !EndsWithinCharacter(text) || !IsUtf8(*document);
+    return document == nullptr ||
+           (!EndsWithinCharacter(text) && !CutsCharacterBeforeEntity(text)) || !IsUtf8(*document);
 }
 
 }  // namespace veltrancord

@@ -16,7 +16,8 @@ namespace veltrancord {
 
 // Whether `text`, as an element's text or an attribute's value in the document of `node`, is read
 // back without what follows it. In a document that declares itself UTF-8 a character cut short at
-// the end of the text takes in the "<" or the quotation mark behind it.
+// the end of the text takes in the "<" or the quotation mark behind it, and one cut short before a
+// character that is written as an entity takes in the "&".
 [[nodiscard]] bool IsXmlTextWhole(const TiXmlNode& node, std::string_view text);
 
 }  // namespace veltrancord

@@ -57,6 +57,18 @@ TEST(xml_syntax, text_that_ends_within_a_character_would_take_in_what_follows) {
     }
 }
 
+TEST(xml_syntax, a_character_cut_short_would_take_in_the_beginning_of_an_entity) {
+    const std::string declaration = "<?xml version=\"1.0\"?>";
+    for (const char* text : {"caf\xE9 & bar", "\xD2\x1B", "a\xC3<b", "\xF0  \"x", "\xE2\x82'x"}) {
+        EXPECT_FALSE(is_whole(declaration, text)) << text;
+        EXPECT_TRUE(is_whole("", text)) << text;
+    }
+    for (const char* text :
+         {"caf\xC3\xA9 & bar", "caf\xE9 bar & x", "\xC3\xA9<\xC3\xA9", "<&\x1B"}) {
+        EXPECT_TRUE(is_whole(declaration, text)) << text;
+    }
+}
+
 TEST(xml_syntax, other_documents_hold_text_of_any_encoding) {
     for (const std::string declaration : {"", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>"}) {
         for (const char* text : {"\xC3", "caf\xE9", "a\xF0\x9F\x94"}) {
