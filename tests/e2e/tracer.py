@@ -14,7 +14,7 @@ class Strace:
         tasks = device.outside(f"/proc/{device.worker_pid}/task")
         self.thread = sorted(int(task.name) for task in tasks.iterdir())[2]
         self.status = tasks / str(self.thread) / "status"
-        self.command = " ".join(["strace", "-qq", "-y", "-s", "256", "-o", f"{LOGS}/strace",
+        self.command = " ".join(["strace", "-y", "-s", "256", "-o", f"{LOGS}/strace",
                                  *options, "-p", str(self.thread)])
 
     def _tracer(self):
@@ -26,6 +26,9 @@ class Strace:
     def __enter__(self):
         self.device.run("sh", "-c", self.command + f" >/dev/null 2>{LOGS}/strace-errors &")
         self.tracer = wait_until(self._tracer, "strace is attached")
+        # Attaching takes two steps; what the thread does between them would not be seen.
+        errors = self.device.outside(f"{LOGS}/strace-errors")
+        wait_until(lambda: "attached" in errors.read_text(), "strace has stopped the thread")
         return self
 
     def __exit__(self, *_):
