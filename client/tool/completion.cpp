@@ -52,7 +52,7 @@ void print_options(context& tool, const CLI::App& app, const std::string& start)
 bool takes_path(const CLI::App& command, std::size_t arguments) {
     static const std::set<std::string> many = {"get", "set"};
     static const std::set<std::string> one = {"ls", "tree", "unset", "edit", "watch", "list"};
-    const std::string name = command.get_name();
+    const std::string& name = command.get_name();
     const bool attribute =
         command.get_parent() != nullptr && command.get_parent()->get_name() == "attr";
     if (name == "list" && !attribute) {

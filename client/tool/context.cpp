@@ -90,9 +90,8 @@ int context::fail(std::string_view subject, int32_t result) {
 }
 
 int context::fail_with(int status, std::string_view subject, std::string_view reason) {
-    std::string text(subject);
-    text.append(": ").append(reason);
-    note(text);
+    std::fprintf(stderr, "veltrancordctl: %.*s: %.*s\n", static_cast<int>(subject.size()),
+                 subject.data(), static_cast<int>(reason.size()), reason.data());
     return status;
 }
 

@@ -34,6 +34,7 @@ int run_file(context& tool, const std::string& what, const std::string& file, fi
     if (input.name().empty()) {
         return tool.fail_with(exit_failed, file, std::strerror(errno));
     }
+    // cppcheck-suppress AssignmentAddressToInteger ; it does not see what the pointer returns
     const int32_t result = call(&tool.client(), input.name().c_str());
     return result < 0 ? tool.fail(file, result) : exit_done;
 }

@@ -11,7 +11,9 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "commands.h"
@@ -134,7 +136,12 @@ int run_list(context& tool, const list_options& options) {
 }
 
 bool is_same(const veltrancord_log_record& one, const veltrancord_log_record& other) {
-    return std::memcmp(&one, &other, sizeof one) == 0;
+    const auto fields = [](const veltrancord_log_record& record) {
+        return std::make_tuple(record.type, record.year, record.month, record.day, record.hour,
+                               record.minute, record.second, record.detail1, record.detail2,
+                               std::string_view(record.text), record.time);
+    };
+    return fields(one) == fields(other);
 }
 
 // How many of `now` are new when `before` was the list a moment ago: the least shift by which the

@@ -1,6 +1,8 @@
 // veltrancordctl: the configuration service from the command line.
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -89,5 +91,12 @@ int run_tool(int argument_count, char** arguments) {
 }  // namespace veltrancord::tool
 
 int main(int argument_count, char** arguments) {
-    return veltrancord::tool::run_tool(argument_count, arguments);
+    try {
+        return veltrancord::tool::run_tool(argument_count, arguments);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "veltrancordctl: %s\n", failure.what());
+    } catch (...) {
+        std::fputs("veltrancordctl: failed\n", stderr);
+    }
+    return veltrancord::tool::exit_failed;
 }

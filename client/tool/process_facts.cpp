@@ -87,7 +87,7 @@ std::vector<process_facts> holders_of_socket(const std::string& path) {
         const std::vector<std::string> descriptors = entries_of(folder);
         const bool holds =
             std::any_of(descriptors.begin(), descriptors.end(), [&](const std::string& name) {
-                return links.count(link_text(folder + "/" + name)) != 0;
+                return links.count(link_text(std::string(folder).append("/").append(name))) != 0;
             });
         if (holds) {
             holders.push_back(facts_of(pid, static_cast<int>(descriptors.size()) - 2));

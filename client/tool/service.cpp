@@ -16,7 +16,7 @@ int32_t get_value(context& tool, const std::string& path, std::string& value) {
         result = veltrancord_get(&client, path.c_str(), buffer.data(), buffer.size());
     }
     if (result >= 0) {
-        value.assign(buffer.c_str());
+        value.assign(buffer, 0, buffer.find('\0'));
     }
     return result;
 }

@@ -70,6 +70,7 @@ bool wait_for_change(int fd, const std::string& document) {
 // Runs the program with the changed lines on its standard input and waits for it.
 bool run_program(const std::vector<std::string>& program, const std::string& lines) {
     std::vector<char*> arguments;
+    arguments.reserve(program.size() + 1);
     for (const std::string& word : program) {
         arguments.push_back(const_cast<char*>(word.c_str()));  // NOLINT(*-const-cast): for execvp
     }

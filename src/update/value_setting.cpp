@@ -58,7 +58,7 @@ int32_t set_attribute_value(std::string_view path, std::string_view value) {
         }
         parent = element;
     }
-    if (!IsXmlTextWhole(*element, value) ||
+    if (element == nullptr || !IsXmlTextWhole(*element, value) ||
         (element->Attribute(name) == nullptr && !IsXmlName(name))) {
         return result_store_failed;
     }

@@ -1,5 +1,6 @@
 """Clients that break off, crowd in, dawdle or talk nonsense: none of them changes or costs anything."""
 
+import contextlib
 import random
 import socket
 import struct
@@ -166,7 +167,9 @@ def test_a_request_may_break_off_behind_each_byte(working):
         for by_byte in (False, True):
             with working.connect() as client:
                 if by_byte:
-                    client.send_byte_by_byte(data[:length])
+                    # A length that comes in pieces makes the service hang up in the middle.
+                    with contextlib.suppress(BrokenPipeError, ConnectionResetError):
+                        client.send_byte_by_byte(data[:length])
                 else:
                     client.send(data[:length])
     assert working.request(PROBE) == PROBE_REPLY
