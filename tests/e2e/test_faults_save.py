@@ -79,6 +79,7 @@ def prepared(device):
 @pytest.mark.fault("S1")
 @pytest.mark.parametrize("name", COMMANDS)
 def test_killed_at_every_system_call(device, name):
+    device.require_no_sanitizer("thread", "its runtime makes calls in threads of its own")
     command, before = COMMANDS[name]
     prepared(device)
     begin_with(device, OLD)
@@ -128,6 +129,7 @@ def save_points(device, command):
 @pytest.mark.fault("S2")
 @pytest.mark.parametrize("error", ERRORS, ids=errno.errorcode.get)
 def test_every_system_call_of_a_save_fails(device, error):
+    device.require_no_sanitizer("thread", "its runtime makes other calls")
     prepared(device)
     points = save_points(device, "write:A.V=0")
     number = 0

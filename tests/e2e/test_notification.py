@@ -254,7 +254,8 @@ def test_a_script_that_cannot_be_run_is_reported(notify):
     assert events.device.request("geteventcount:").code == 1
 
 
-def test_a_fork_that_fails_is_reported(notify):
+def test_a_fork_that_fails_is_reported(device, notify):
+    device.require_no_sanitizer("thread", "its runtime forks in another way")
     events = notify(calls="vfork", trace_options=["-e", "inject=vfork:error=EAGAIN:when=1"])
     # The injection reaches the script's shell too, so this one needs no process of its own.
     events.device.write_file(SCRIPT, "#!/bin/sh\n: > /tmp/fired/$3\n", mode=0o755)

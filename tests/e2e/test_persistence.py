@@ -35,6 +35,7 @@ def test_one_replacement_for_each_changed_document_and_command(device):
 
 
 def test_a_save_needs_ten_system_calls(device):
+    device.require_no_sanitizer("thread", "its runtime makes other calls")
     device.write_documents({"A": "<A/>"})
     device.start_traced()
     device.request("write:A.V=1")
