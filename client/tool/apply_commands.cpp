@@ -17,6 +17,7 @@
 #include "commands.h"
 #include "difference.h"
 #include "exit_status.h"
+#include "process_facts.h"
 #include "question.h"
 #include "service.h"
 #include "state_folder.h"
@@ -34,9 +35,15 @@ struct apply_options {
 constexpr std::string_view process_mark = "# process ";
 constexpr std::string_view new_mark = "# new ";
 
+// The process that applies, as no other process is called while it lives or later.
+std::string process_name(long process) {
+    const std::string facts = process_start(process);
+    return facts.empty() ? std::string() : std::to_string(process) + " " + facts;
+}
+
 // What a change that waits for its confirmation would be taken back to.
 struct pending_change {
-    long process = 0;
+    std::string process;               // see process_name()
     setting_list before;               // values that were there
     std::vector<std::string> created;  // paths that were not
 };
@@ -45,15 +52,13 @@ std::string pending_name(const std::string& folder) {
     return folder + "/apply-pending";
 }
 
-std::string confirmed_name(const std::string& folder) {
-    return folder + "/apply-confirmed";
-}
-
-std::string pending_text(const std::vector<setting_change>& changes) {
+std::string pending_text(context& tool, const std::vector<setting_change>& changes) {
     std::string text(process_mark);
-    text += std::to_string(getpid()) + "\n";
+    text += process_name(getpid()) + "\n";
     for (const setting_change& change : changes) {
-        if (change.before == nullptr) {
+        if (change.before == nullptr && is_there(tool, change.path)) {
+            text += change.path + "=";  // without a text, but it may have attributes
+        } else if (change.before == nullptr) {
             text += new_mark;
             text += change.path;
         } else {
@@ -62,6 +67,11 @@ std::string pending_text(const std::vector<setting_change>& changes) {
         text += '\n';
     }
     return text;
+}
+
+bool still_applies(const pending_change& pending) {
+    return !pending.process.empty() &&
+           process_name(std::atol(pending.process.c_str())) == pending.process;
 }
 
 bool read_pending(const std::string& folder, pending_change& pending) {
@@ -74,7 +84,7 @@ bool read_pending(const std::string& folder, pending_change& pending) {
         const std::size_t end = std::min(text.find('\n', start), text.size());
         const std::string line = text.substr(start, end - start);
         if (line.compare(0, process_mark.size(), process_mark) == 0) {
-            pending.process = std::atol(line.c_str() + process_mark.size());
+            pending.process = line.substr(process_mark.size());
         } else if (line.compare(0, new_mark.size(), new_mark) == 0) {
             pending.created.push_back(line.substr(new_mark.size()));
         }
@@ -114,10 +124,10 @@ int settle_earlier(context& tool, const std::string& folder) {
     if (!read_pending(folder, pending)) {
         return exit_done;
     }
-    if (pending.process > 0 && kill(static_cast<pid_t>(pending.process), 0) == 0) {
+    if (still_applies(pending)) {
         return tool.fail_with(exit_failed, "apply",
                               "another change waits for its confirmation, process " +
-                                  std::to_string(pending.process));
+                                  pending.process.substr(0, pending.process.find(' ')));
     }
     context::note("an earlier change was neither confirmed nor taken back");
     if (asked_yes("write the settings from before it back?")) {
@@ -132,7 +142,8 @@ void note_stop(int /*signal*/) {
     g_stopped = 1;
 }
 
-// Waits for "confirm": typed on standard input, or from "veltrancordctl confirm" elsewhere.
+// Waits for "confirm": typed on standard input, or from "veltrancordctl confirm" elsewhere, which
+// removes the pending change.
 bool wait_for_confirmation(const std::string& folder, int seconds) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
     struct sigaction action {};
@@ -153,7 +164,7 @@ bool wait_for_confirmation(const std::string& folder, int seconds) {
                 return true;
             }
         }
-        if (access(confirmed_name(folder).c_str(), F_OK) == 0) {
+        if (access(pending_name(folder).c_str(), F_OK) != 0) {
             return true;
         }
     }
@@ -171,8 +182,13 @@ int write_changes(context& tool, const std::vector<setting_change>& changes) {
 
 int apply_with_confirmation(context& tool, const std::string& folder,
                             const std::vector<setting_change>& changes, int seconds) {
-    (void)unlink(confirmed_name(folder).c_str());
-    if (!write_private_file(pending_name(folder), pending_text(changes))) {
+    for (const setting_change& change : changes) {
+        if (change.before != nullptr && change.before->find('\n') != std::string::npos) {
+            return tool.fail_with(exit_refused, change.path,
+                                  "holds a line feed, which could not be written back");
+        }
+    }
+    if (!write_private_file(pending_name(folder), pending_text(tool, changes))) {
         return tool.fail_with(exit_failed, pending_name(folder), std::strerror(errno));
     }
     int status = write_changes(tool, changes);
@@ -187,7 +203,6 @@ int apply_with_confirmation(context& tool, const std::string& folder,
         "same places is overwritten then");
     if (wait_for_confirmation(folder, seconds)) {
         (void)unlink(pending_name(folder).c_str());
-        (void)unlink(confirmed_name(folder).c_str());
         context::note("confirmed");
         return exit_done;
     }
@@ -237,11 +252,7 @@ int run_apply(context& tool, const apply_options& options) {
     if (status != exit_done || changes.empty()) {
         return status;
     }
-    if (tool.form == output_form::json) {
-        tool.print_json(difference_json(tool, changes));
-    } else {
-        tool.print(difference_text(tool, changes));
-    }
+    print_difference(tool, changes);
     (void)tool.finish(exit_done);
     return options.confirm_seconds > 0
                ? apply_with_confirmation(tool, folder, changes, options.confirm_seconds)
@@ -254,9 +265,10 @@ int run_confirm(context& tool) {
     if (folder.empty() || !read_pending(folder, pending)) {
         return tool.fail_with(exit_not_found, "confirm", "no change waits for a confirmation");
     }
-    if (!write_private_file(confirmed_name(folder), "")) {
-        return tool.fail_with(exit_failed, confirmed_name(folder), std::strerror(errno));
+    if (unlink(pending_name(folder).c_str()) != 0) {
+        return tool.fail_with(exit_failed, pending_name(folder), std::strerror(errno));
     }
+    context::note("confirmed");
     return exit_done;
 }
 

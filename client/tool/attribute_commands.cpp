@@ -24,7 +24,7 @@ int run_get(context& tool, const std::string& path) {
         return exit_done;
     }
     tool.print(value);
-    tool.print(tool.null_separated ? std::string_view("\0", 1) : std::string_view("\n"));
+    tool.end_line();
     return exit_done;
 }
 

@@ -20,16 +20,15 @@ int run_check(context& tool, const std::string& directory) {
     check_settings(findings);
     json list = json::array();
     for (const finding& one : findings) {
-        if (tool.form == output_form::json) {
-            list.push_back(
-                {{"file", one.file}, {"path", one.place}, {"kind", one.kind}, {"text", one.text}});
-        } else {
-            tool.print(one.file + (one.place.empty() ? "" : " " + one.place) + ": ");
-            tool.print(tool.coloured("33", one.text) + " [" + one.kind + "]\n");
-        }
+        list.push_back(
+            {{"file", one.file}, {"path", one.place}, {"kind", one.kind}, {"text", one.text}});
     }
-    if (tool.form == output_form::json) {
-        tool.print_json(list);
+    if (!tool.print_for_programs(list)) {
+        for (const finding& one : findings) {
+            tool.print(one.file + (one.place.empty() ? "" : " " + one.place) + ": ");
+            tool.print(tool.coloured("33", one.text) + " [" + one.kind + "]");
+            tool.end_line();
+        }
     }
     return findings.empty() ? exit_done : exit_differs;
 }

@@ -17,6 +17,17 @@ bool starts_with(const std::string& text, const std::string& start) {
     return text.compare(0, start.size(), start) == 0;
 }
 
+// Whether the word is an option whose value is the next word.
+bool takes_next_word(const CLI::App* command, const std::string& word) {
+    for (; command != nullptr; command = command->get_parent()) {
+        const CLI::Option* option = command->get_option_no_throw(word);
+        if (option != nullptr) {
+            return option->get_items_expected_max() > 0;
+        }
+    }
+    return false;
+}
+
 // The subcommands of the words so far, and the deepest of them.
 const CLI::App* command_of(const CLI::App& app, const std::vector<std::string>& words,
                            std::size_t& arguments) {
@@ -24,6 +35,9 @@ const CLI::App* command_of(const CLI::App& app, const std::vector<std::string>& 
     arguments = 0;
     for (std::size_t index = 0; index + 1 < words.size(); ++index) {
         if (starts_with(words[index], "-")) {
+            if (takes_next_word(command, words[index])) {
+                ++index;
+            }
             continue;
         }
         const auto commands = command->get_subcommands(
@@ -38,10 +52,11 @@ const CLI::App* command_of(const CLI::App& app, const std::vector<std::string>& 
 }
 
 void print_options(context& tool, const CLI::App& app, const std::string& start) {
+    std::set<std::string> printed;
     for (const CLI::App* one = &app; one != nullptr; one = one->get_parent()) {
         for (const CLI::Option* option : one->get_options()) {
             for (const std::string& name : option->get_lnames()) {
-                if (starts_with("--" + name, start)) {
+                if (starts_with("--" + name, start) && printed.insert(name).second) {
                     tool.print("--" + name + "\n");
                 }
             }
@@ -102,6 +117,9 @@ int run_completion(const CLI::App& app, context& tool, std::vector<std::string> 
     const std::string& start = words.back();
     std::size_t arguments = 0;
     const CLI::App* command = command_of(app, words, arguments);
+    if (words.size() > 1 && takes_next_word(command, words[words.size() - 2])) {
+        return exit_done;  // a file or a number: not ours to tell
+    }
     if (starts_with(start, "-")) {
         print_options(tool, *command, start);
         return exit_done;

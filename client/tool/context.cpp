@@ -25,6 +25,23 @@ void context::print_json(const json& value) {
     print("\n");
 }
 
+bool context::print_for_programs(const json& value) {
+    if (form == output_form::json) {
+        print_json(value);
+    } else if (form == output_form::shell) {
+        print(shell_assignments(value, line_end()));
+    }
+    return form != output_form::text;
+}
+
+void context::end_line() {
+    print(line_end());
+}
+
+std::string_view context::line_end() const {
+    return null_separated ? std::string_view("\0", 1) : std::string_view("\n");
+}
+
 int context::finish(int status) {
     const bool written = no_pager ? write_whole(STDOUT_FILENO, output_) : show_paged(output_);
     output_.clear();
@@ -51,7 +68,7 @@ void context::print_settings(const setting_list& settings) {
             print("=");
             print(value);
         }
-        print(null_separated ? std::string_view("\0", 1) : std::string_view("\n"));
+        end_line();
     }
 }
 
@@ -72,26 +89,29 @@ int context::fail(std::string_view subject, int32_t result) {
     } else {
         std::snprintf(reason, sizeof reason, "%s", veltrancord_result_text(result));
     }
-    const int status = exit_status_of(result);
-    if (form == output_form::json) {
-        const char* name = veltrancord_result_name(result);
-        const json error = {{"error",
-                             {{"subject", subject},
-                              {"code", result},
-                              {"name", name != nullptr ? name : "OTHER"},
-                              {"reason", reason}}}};
-        std::fprintf(stderr, "%s\n",
-                     error.dump(-1, ' ', false, json::error_handler_t::replace).c_str());
-        return status;
-    }
-    std::fprintf(stderr, "veltrancordctl: %.*s: %s (%d)\n", static_cast<int>(subject.size()),
-                 subject.data(), reason, result);
-    return status;
+    const char* name = veltrancord_result_name(result);
+    return print_failure(exit_status_of(result), subject, result, name != nullptr ? name : "OTHER",
+                         reason);
 }
 
 int context::fail_with(int status, std::string_view subject, std::string_view reason) {
-    std::fprintf(stderr, "veltrancordctl: %.*s: %.*s\n", static_cast<int>(subject.size()),
-                 subject.data(), static_cast<int>(reason.size()), reason.data());
+    return print_failure(status, subject, nullptr, exit_status_name(status), reason);
+}
+
+int context::print_failure(int status, std::string_view subject, const json& code, const char* name,
+                           std::string_view reason) const {
+    std::string line;
+    if (form == output_form::json) {
+        const json error = {
+            {"error", {{"subject", subject}, {"code", code}, {"name", name}, {"reason", reason}}}};
+        line = one_line(error);
+    } else {
+        line.append("veltrancordctl: ").append(subject).append(": ").append(reason);
+        if (!code.is_null()) {
+            line.append(" (").append(code.dump()).append(")");
+        }
+    }
+    std::fprintf(stderr, "%s\n", line.c_str());
     return status;
 }
 
@@ -112,6 +132,10 @@ std::string shell_name(std::string_view path) {
     return name;
 }
 
+std::string one_line(const json& value) {
+    return value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
 std::string shell_quoted(std::string_view text) {
     std::string quoted = "'";
     for (const char letter : text) {
@@ -123,6 +147,55 @@ std::string shell_quoted(std::string_view text) {
     }
     quoted += '\'';
     return quoted;
+}
+
+namespace {
+
+std::string shell_value(const json& value) {
+    if (value.is_string()) {
+        return value.get<std::string>();
+    }
+    if (value.is_null()) {
+        return {};
+    }
+    if (!value.is_array()) {
+        return value.dump();
+    }
+    std::string joined;
+    for (const json& one : value) {
+        joined.append(joined.empty() ? "" : ",").append(shell_value(one));
+    }
+    return joined;
+}
+
+bool is_list_of_objects(const json& value) {
+    return value.is_array() && (value.empty() || value.front().is_object());
+}
+
+}  // namespace
+
+std::string shell_assignments(const json& value, std::string_view end) {
+    std::string lines;
+    if (value.is_array()) {
+        for (const json& one : value) {
+            const char* separator = "";
+            for (const auto& [name, member] : one.items()) {
+                lines.append(separator).append(name).append("=");
+                lines.append(shell_quoted(shell_value(member)));
+                separator = " ";
+            }
+            lines.append(end);
+        }
+        return lines;
+    }
+    for (const auto& [name, member] : value.items()) {
+        if (is_list_of_objects(member)) {
+            lines.append(shell_assignments(member, end));
+        } else {
+            lines.append(name).append("=").append(shell_quoted(shell_value(member))).append(end);
+        }
+    }
+    return lines;
 }
 
 }  // namespace veltrancord::tool

@@ -39,6 +39,15 @@ class context {
     // when it could not be written.
     void print(std::string_view text) { output_.append(text); }
     void print_json(const json& value);
+
+    // Prints an answer that is an object, a list of objects or both in one, for a program: as JSON,
+    // or as a shell's assignments. A list gives one line for each of its objects. Return: false
+    // where people read it, and nothing has been printed.
+    bool print_for_programs(const json& value);
+
+    // What ends a line of the output: a line feed, or with -0 a NUL byte.
+    void end_line();
+
     int finish(int status);
 
     // Prints settings in the form asked for, secrets masked.
@@ -56,6 +65,10 @@ class context {
     static void note(std::string_view text);
 
   private:
+    [[nodiscard]] std::string_view line_end() const;
+    int print_failure(int status, std::string_view subject, const json& code, const char* name,
+                      std::string_view reason) const;
+
     veltrancord_client client_ = VELTRANCORD_CLIENT_INIT;
     std::string output_;
 };
@@ -63,7 +76,14 @@ class context {
 // The name of a variable of a shell for a path: "Account.User1" gives "Account_User1".
 std::string shell_name(std::string_view path);
 
+// JSON on one line. Bytes that are no UTF-8 are shown as the replacement character.
+std::string one_line(const json& value);
+
 // Text in single quotes for a shell.
 std::string shell_quoted(std::string_view text);
+
+// An answer as a shell's assignments, each line ended by `end`: each member of an object on a line
+// of its own, the members of an object in a list on one line, texts in a list joined by commas.
+std::string shell_assignments(const json& value, std::string_view end);
 
 }  // namespace veltrancord::tool

@@ -74,7 +74,9 @@ bool diagnose_service(context& tool, diagnosis_list& list) {
                             " KiB resident"});
     }
     if (holders.empty()) {
-        list.push_back({"process", state::warning, "no process seen that holds the socket"});
+        list.push_back(
+            {"process", state::warning,
+             "no process seen that holds the socket; those of other users root sees alone"});
     }
     return result == VELTRANCORD_OK;
 }

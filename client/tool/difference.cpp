@@ -47,7 +47,7 @@ int read_running(context& tool, const std::string& path, setting_map& settings) 
     return exit_done;
 }
 
-std::string difference_text(context& tool, const std::vector<setting_change>& changes) {
+std::string difference_text(const context& tool, const std::vector<setting_change>& changes) {
     std::string text;
     for (const setting_change& change : changes) {
         const bool hidden = !tool.reveal && is_secret_path(change.path);
@@ -73,11 +73,21 @@ json difference_json(const context& tool, const std::vector<setting_change>& cha
             return value != nullptr ? json(shown_value({change.path, *value}, tool.reveal))
                                     : json(nullptr);
         };
+        const char* kind = change.before == nullptr  ? "added"
+                           : change.after == nullptr ? "removed"
+                                                     : "changed";
         list.push_back({{"path", change.path},
+                        {"change", kind},
                         {"before", side(change.before)},
                         {"after", side(change.after)}});
     }
     return list;
+}
+
+void print_difference(context& tool, const std::vector<setting_change>& changes) {
+    if (!tool.print_for_programs(difference_json(tool, changes))) {
+        tool.print(difference_text(tool, changes));
+    }
 }
 
 std::string snapshot_text(const setting_map& settings) {
@@ -101,7 +111,14 @@ bool write_private_file(const std::string& file, const std::string& text) {
     if (!fd || !write_whole(fd.get(), text) || fsync(fd.get()) != 0 || fd.close() != 0) {
         return false;
     }
-    return rename(aside.c_str(), file.c_str()) == 0;
+    if (rename(aside.c_str(), file.c_str()) != 0) {
+        return false;
+    }
+    // A power cut must not bring back what was there before, or nothing.
+    const std::size_t slash = file.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : file.substr(0, slash + 1);
+    const owned_fd directory(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return directory && fsync(directory.get()) == 0;
 }
 
 }  // namespace veltrancord::tool

@@ -19,8 +19,11 @@ int read_settings_file(context& tool, const std::string& file, setting_map& sett
 int read_running(context& tool, const std::string& path, setting_map& settings);
 
 // One line for each side of each change, secrets masked.
-std::string difference_text(context& tool, const std::vector<setting_change>& changes);
+std::string difference_text(const context& tool, const std::vector<setting_change>& changes);
 json difference_json(const context& tool, const std::vector<setting_change>& changes);
+
+// Prints them in the form asked for.
+void print_difference(context& tool, const std::vector<setting_change>& changes);
 
 // The text of a snapshot file: the same lines that "set -" takes.
 std::string snapshot_text(const setting_map& settings);

@@ -19,6 +19,10 @@ struct diff_options {
 };
 
 int run_snapshot(context& tool, const std::string& file, const std::string& path) {
+    if (file == "-") {
+        return tool.fail_with(exit_usage, "snapshot",
+                              "needs a file: it holds secrets, and is made for its owner alone");
+    }
     setting_map settings;
     const int status = read_running(tool, path, settings);
     if (status != exit_done) {
@@ -55,11 +59,7 @@ int run_diff(context& tool, const diff_options& options) {
     keep_below(options.path, before);
     keep_below(options.path, after);
     const std::vector<setting_change> changes = compare(before, after);
-    if (tool.form == output_form::json) {
-        tool.print_json(difference_json(tool, changes));
-    } else {
-        tool.print(difference_text(tool, changes));
-    }
+    print_difference(tool, changes);
     return changes.empty() ? exit_done : exit_differs;
 }
 

@@ -60,16 +60,16 @@ int run_doctor(context& tool, const doctor_options& options) {
     for (const diagnosis& one : list) {
         const state_look look = look_of(one.how);
         sound = sound && one.how != state::bad && one.how != state::warning;
-        if (tool.form == output_form::json) {
-            report.push_back({{"topic", one.topic}, {"state", look.name}, {"text", one.text}});
-        } else {
+        report.push_back({{"topic", one.topic}, {"state", look.name}, {"text", one.text}});
+    }
+    if (!tool.print_for_programs({{"alive", alive}, {"findings", report}})) {
+        for (const diagnosis& one : list) {
+            const state_look look = look_of(one.how);
             std::string state(look.name);
             state.resize(8, ' ');
-            tool.print(tool.coloured(look.colour, state) + one.topic + ": " + one.text + "\n");
+            tool.print(tool.coloured(look.colour, state) + one.topic + ": " + one.text);
+            tool.end_line();
         }
-    }
-    if (tool.form == output_form::json) {
-        tool.print_json({{"alive", alive}, {"findings", report}});
     }
     if (!alive) {
         return exit_unreachable;

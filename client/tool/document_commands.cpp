@@ -16,6 +16,9 @@ namespace {
 using file_call = int32_t(veltrancord_client* client, const char* file);
 
 int run_dump(context& tool, const std::string& file) {
+    if (file == "-") {
+        return tool.fail_with(exit_usage, "dump", "needs a file: the service itself writes it");
+    }
     const std::string name = absolute_name(file);
     const int32_t result = veltrancord_download(&tool.client(), name.c_str());
     return result < 0 ? tool.fail(name, result) : exit_done;

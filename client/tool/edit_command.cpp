@@ -108,12 +108,22 @@ int run_edit(context& tool, const std::string& path) {
         text += value + "\n";
     }
     private_file file;
-    if (!file.write(text) || !run_editor(file.name())) {
-        return tool.fail_with(exit_failed, file.name(), "the editor has failed; nothing was done");
+    if (!file.write(text)) {
+        return tool.fail_with(exit_failed, file.name(), std::strerror(errno));
     }
-    setting_map after;
-    const int read = read_settings_file(tool, file.name(), after);
-    return read == exit_done ? write_edited(tool, before, after) : read;
+    int read = exit_done;
+    do {
+        if (!run_editor(file.name())) {
+            return tool.fail_with(exit_failed, file.name(),
+                                  "the editor has failed; nothing was done");
+        }
+        setting_map after;
+        read = read_settings_file(tool, file.name(), after);
+        if (read == exit_done) {
+            return write_edited(tool, before, after);
+        }
+    } while (asked_yes("edit it again?"));
+    return read;
 }
 
 }  // namespace

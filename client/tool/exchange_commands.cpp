@@ -1,7 +1,9 @@
 // raw, ping, wait.
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <string>
 
@@ -18,21 +20,41 @@ struct raw_options {
     std::string argument;
 };
 
-// A reply of "key=value" lines has its secrets masked; a lone value is one where its path is asked.
+bool is_one_of(const std::string& command, std::initializer_list<const char*> names) {
+    return std::find(names.begin(), names.end(), command) != names.end();
+}
+
+// Whether a word of the command line gives away what lets somebody in.
+bool holds_secret(const raw_options& options) {
+    if (is_one_of(options.command, {"SetSession", "CheckSession"})) {
+        return true;
+    }
+    const setting_list lines = parse_settings(options.argument);
+    return is_one_of(options.command, {"write", "writedbmem"}) &&
+           std::any_of(lines.begin(), lines.end(),
+                       [](const setting& one) { return is_secret_path(one.path); });
+}
+
+// A reply of "key=value" lines has its secrets masked, with what a secret holds behind a line feed;
+// a lone value is one where its path is asked.
 std::string masked(const raw_options& options, const std::string& text) {
     if (options.command == "readvalue" && is_secret_path(options.argument)) {
         return std::string(masked_value);
     }
     std::string result;
     std::size_t start = 0;
+    bool in_secret = false;
     while (start < text.size()) {
         const std::size_t end = std::min(text.find('\n', start), text.size());
         const std::string line = text.substr(start, end - start);
-        const std::size_t equals = line.find('=');
-        const bool secret = equals != std::string::npos && is_secret_path(line.substr(0, equals));
-        result += secret ? line.substr(0, equals + 1) + std::string(masked_value) : line;
-        result += end < text.size() ? "\n" : "";
         start = end + 1;
+        const std::size_t equals = line.find('=');
+        if (equals == std::string::npos && in_secret) {
+            continue;
+        }
+        in_secret = equals != std::string::npos && is_secret_path(line.substr(0, equals));
+        result += in_secret ? line.substr(0, equals + 1) + std::string(masked_value) : line;
+        result += end < text.size() ? "\n" : "";
     }
     return result;
 }
@@ -43,6 +65,19 @@ int run_raw(context& tool, raw_options options) {
         if (!read_input("-", options.argument)) {
             return tool.fail_with(exit_usage, "-", std::strerror(errno));
         }
+    } else if (holds_secret(options)) {
+        return tool.fail_with(exit_refused, options.command,
+                              "a secret is never given on the command line: use \"-\" in place of "
+                              "the argument and standard input");
+    }
+    if (is_one_of(options.command, {"remove", "upload", "restore", "syncxml", "cleanlog"})) {
+        int status = may_destroy(tool, options.command + " " + options.argument);
+        if (status == exit_done) {
+            status = back_up_first(tool);
+        }
+        if (status != exit_done) {
+            return status;
+        }
     }
     owned_reply reply;
     const int32_t result =
@@ -52,9 +87,10 @@ int run_raw(context& tool, raw_options options) {
         return tool.fail(options.command, result);
     }
     const std::string text = tool.reveal ? reply.text() : masked(options, reply.text());
-    if (tool.form == output_form::json) {
-        tool.print_json({{"result", result}, {"text", text}});
-    } else if (reply.text().empty()) {
+    if (tool.print_for_programs({{"result", result}, {"text", text}})) {
+        return exit_done;
+    }
+    if (reply.text().empty()) {
         tool.print(std::to_string(result) + "\n");
     } else {
         tool.print(text);
@@ -73,9 +109,7 @@ int run_ping(context& tool) {
     }
     const auto took = std::chrono::duration_cast<std::chrono::microseconds>(
         std::chrono::steady_clock::now() - start);
-    if (tool.form == output_form::json) {
-        tool.print_json({{"alive", true}, {"microseconds", took.count()}});
-    } else {
+    if (!tool.print_for_programs({{"alive", true}, {"microseconds", took.count()}})) {
         tool.print("alive, " + std::to_string(took.count()) + " microseconds\n");
     }
     return exit_done;

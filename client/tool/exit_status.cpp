@@ -4,6 +4,39 @@
 
 namespace veltrancord::tool {
 
+const char* exit_status_name(int status) {
+    switch (status) {
+        case exit_done:
+            return "OK";
+        case exit_not_found:
+            return "NOT_FOUND";
+        case exit_usage:
+            return "USAGE";
+        case exit_denied:
+            return "DENIED";
+        case exit_empty:
+            return "EMPTY";
+        case exit_refused:
+            return "REFUSED";
+        case exit_too_large:
+            return "TOO_LARGE";
+        case exit_unreachable:
+            return "UNREACHABLE";
+        case exit_timed_out:
+            return "TIMED_OUT";
+        case exit_differs:
+            return "DIFFERS";
+        case exit_cancelled:
+            return "CANCELLED";
+        case exit_broken:
+            return "BROKEN";
+        case exit_mismatch:
+            return "MISMATCH";
+        default:
+            return "FAILED";
+    }
+}
+
 int exit_status_of(int32_t result) {
     switch (result) {
         case VELTRANCORD_CAPTCHA_EXPIRED:

@@ -22,6 +22,9 @@ enum exit_status : int {
     exit_mismatch = 13    // captcha compare: wrong or expired
 };
 
+// Its name for programs: "NOT_FOUND", "USAGE" ...
+const char* exit_status_name(int status);
+
 // The status for a result of the client library.
 int exit_status_of(int32_t result);
 

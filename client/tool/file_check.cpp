@@ -13,6 +13,7 @@
 #include "leaf/file_replacer.h"
 #include "quiet_output.h"
 #include "store/document_set.h"
+#include "store/nesting.h"
 #include "store/value.h"
 #include "veltrancord/client.h"
 
@@ -90,7 +91,8 @@ class element_check {
 };
 
 // What keeps the file from being loaded. Empty: nothing, it is in the store now.
-std::string load(const std::string& directory, const std::string& name, XmlDocument*& document) {
+std::string load(const std::string& directory, const std::string& name, XmlDocument*& document,
+                 file_text& text) {
     const std::string path = directory + "/" + name;
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) {
@@ -111,7 +113,6 @@ std::string load(const std::string& directory, const std::string& name, XmlDocum
         return "is empty";
     }
     const quiet_output quiet;
-    file_text text;
     if (LoadFile2Buf(path.c_str(), text) != 0) {
         return "cannot be opened for reading and writing";
     }
@@ -122,15 +123,27 @@ std::string load(const std::string& directory, const std::string& name, XmlDocum
     return {};
 }
 
-void check_document(const std::string& name, const XmlDocument& document,
+// The reason in words, and the line, which documents of the service are parsed without counting.
+std::string parse_error(const char* text) {
+    if (NestsDeeper(text, max_xml_nesting)) {
+        return "elements stand more than " + std::to_string(max_xml_nesting) + " deep";
+    }
+    TiXmlDocument document;
+    document.Parse(text, nullptr, TIXML_ENCODING_UNKNOWN);
+    return std::string(document.ErrorDesc()) + " (line " + std::to_string(document.ErrorRow()) +
+           ")";
+}
+
+void check_document(const std::string& name, const XmlDocument& document, const char* text,
                     std::vector<finding>& findings) {
     if (document.Error()) {
-        findings.push_back({name, "", "unparsable",
-                            "does not parse: " + std::string(document.ErrorDesc()) + " (line " +
-                                std::to_string(document.ErrorRow()) + ")"});
+        findings.push_back({name, "", "unparsable", "does not parse: " + parse_error(text)});
     }
     const TiXmlElement* root = document.RootElement();
     if (root == nullptr) {
+        if (!document.Error()) {
+            findings.push_back({name, "", "no-root", "has no root element: it counts as empty"});
+        }
         return;
     }
     if (name != root->Value()) {
@@ -174,7 +187,8 @@ bool check_files(const std::string& directory, std::vector<finding>& findings) {
             continue;
         }
         XmlDocument* document = nullptr;
-        const std::string obstacle = load(directory, name, document);
+        file_text text;
+        const std::string obstacle = load(directory, name, document, text);
         if (!obstacle.empty()) {
             findings.push_back({name, "", "skipped", "would be skipped: " + obstacle});
             continue;
@@ -183,7 +197,7 @@ bool check_files(const std::string& directory, std::vector<finding>& findings) {
             findings.push_back(
                 {name, "", "dotted-name", "has a dot in its name, so that no path reaches it"});
         }
-        check_document(name, *document, findings);
+        check_document(name, *document, text.get(), findings);
     }
     return readable;
 }

@@ -120,17 +120,16 @@ int run_list(context& tool, const list_options& options) {
     }
     records.resize(std::min(records.size(), options.count));
     const event_names names(tool);
-    if (tool.form == output_form::json) {
-        json list = json::array();
-        for (const veltrancord_log_record& record : records) {
-            list.push_back(as_json(record, names));
-        }
-        tool.print_json(list);
+    json list = json::array();
+    for (const veltrancord_log_record& record : records) {
+        list.push_back(as_json(record, names));
+    }
+    if (tool.print_for_programs(list)) {
         return records.empty() ? exit_empty : exit_done;
     }
     for (const veltrancord_log_record& record : records) {
         tool.print(as_line(record, names));
-        tool.print(tool.null_separated ? std::string_view("\0", 1) : std::string_view("\n"));
+        tool.end_line();
     }
     return records.empty() ? tool.fail_with(exit_empty, "log", "empty") : exit_done;
 }
@@ -158,6 +157,16 @@ std::size_t count_new(const record_list& before, const record_list& now) {
     return now.size();
 }
 
+std::string followed_line(const context& tool, const veltrancord_log_record& record,
+                          const event_names& names) {
+    if (tool.form == output_form::shell) {
+        return shell_assignments(json::array({as_json(record, names)}), "\n");
+    }
+    return (tool.form == output_form::json ? one_line(as_json(record, names))
+                                           : as_line(record, names)) +
+           "\n";
+}
+
 int run_follow(context& tool, const list_options& options) {
     int32_t mask = 0;
     if (!parse_mask(tool, options.mask, mask)) {
@@ -173,10 +182,7 @@ int run_follow(context& tool, const list_options& options) {
         for (std::size_t index = count_new(before, now); result >= 0 && index > 0; --index) {
             const veltrancord_log_record& record = now[index - 1];
             if ((record.type & mask) != 0) {
-                const std::string line = tool.form == output_form::json
-                                             ? as_json(record, names).dump()
-                                             : as_line(record, names);
-                if (!write_whole(STDOUT_FILENO, line + "\n")) {
+                if (!write_whole(STDOUT_FILENO, followed_line(tool, record, names))) {
                     return exit_failed;
                 }
             }
@@ -223,10 +229,9 @@ int run_count(context& tool, bool capacity) {
     if (count < 0 && (!capacity || count <= VELTRANCORD_UNREACHABLE)) {
         return tool.fail("log", count);
     }
-    if (tool.form == output_form::json) {
-        tool.print_json({{capacity ? "capacity" : "count", count}});
-    } else {
-        tool.print(std::to_string(count) + "\n");
+    if (!tool.print_for_programs({{capacity ? "capacity" : "count", count}})) {
+        tool.print(std::to_string(count));
+        tool.end_line();
     }
     return exit_done;
 }
@@ -244,7 +249,7 @@ int back_up_log(context& tool) {
     std::ofstream file(tool.backup_file);
     const event_names names(tool);
     for (const veltrancord_log_record& record : records) {
-        file << as_json(record, names).dump(-1, ' ', false, json::error_handler_t::replace) << '\n';
+        file << one_line(as_json(record, names)) << '\n';
     }
     file.close();
     return file.good() ? exit_done

@@ -41,7 +41,7 @@ void add_general_options(CLI::App& app, context& tool) {
     app.add_flag_callback(
         "--no-color", [&tool] { tool.may_colour = false; },
         "no colours (as NO_COLOR in the environment)");
-    app.set_version_flag("--version", "veltrancordctl 1.0.0");
+    app.set_version_flag("--version", "veltrancordctl " VELTRANCORD_VERSION);
 }
 
 // The words behind the program's name. The parser takes "-0" for a number.
@@ -50,6 +50,25 @@ std::vector<std::string> words_of(int argument_count, char** arguments) {
     const auto mark = std::find(words.begin(), words.end(), "--");
     std::replace(words.begin(), mark, std::string("-0"), std::string("--null"));
     return words;
+}
+
+// Says which command was used wrongly, and how.
+int explain_usage(context& tool, const CLI::App& app, const CLI::ParseError& failure) {
+    const CLI::App* command = &app;
+    std::string name;
+    while (!command->get_subcommands().empty()) {
+        command = command->get_subcommands().front();
+        name.append(name.empty() ? "" : " ").append(command->get_name());
+    }
+    std::string reason = failure.what();
+    if (command->get_require_subcommand_min() > 0) {
+        const std::vector<std::string> rest = app.remaining(true);
+        reason =
+            rest.empty() ? "a command is missing" : "there is no command \"" + rest.front() + "\"";
+    }
+    return tool.fail_with(
+        exit_usage, name.empty() ? "usage" : name,
+        reason + "; see veltrancordctl " + name + (name.empty() ? "" : " ") + "--help");
 }
 
 int run_tool(int argument_count, char** arguments) {
@@ -78,11 +97,16 @@ int run_tool(int argument_count, char** arguments) {
         words.erase(words.begin(), words.begin() + (marked ? 2 : 1));
         return tool.finish(run_completion(app, tool, std::move(words)));
     }
+    const bool wants_json = std::find(words.begin(), words.end(), "--json") != words.end();
     std::reverse(words.begin(), words.end());  // the parser takes them from the end
     try {
         app.parse(std::move(words));
     } catch (const CLI::ParseError& failure) {
-        return app.exit(failure) == 0 ? exit_done : exit_usage;
+        if (failure.get_exit_code() == 0) {
+            return app.exit(failure);  // help was asked for
+        }
+        tool.form = wants_json ? output_form::json : tool.form;
+        return explain_usage(tool, app, failure);
     }
     return tool.finish(tool.run());
 }

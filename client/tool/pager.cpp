@@ -1,6 +1,7 @@
 #include "pager.h"
 
 #include <sys/ioctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -57,7 +58,9 @@ bool show_paged(std::string_view text) {
     // Whoever leaves the pager early has seen what he wanted.
     std::signal(SIGPIPE, SIG_IGN);
     (void)write_whole(fileno(pager), text);
-    return pclose(pager) >= 0;
+    const int status = pclose(pager);
+    const bool was_found = WIFEXITED(status) && WEXITSTATUS(status) != 127;
+    return was_found || WIFSIGNALED(status) || write_whole(STDOUT_FILENO, text);
 }
 
 }  // namespace veltrancord::tool

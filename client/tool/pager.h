@@ -9,7 +9,8 @@ namespace veltrancord::tool {
 bool write_whole(int fd, std::string_view text);
 
 // Shows `text` through VELTRANCORD_PAGER or PAGER, else "less -FRX", when standard output is a
-// terminal and the text higher than it; writes it plainly otherwise. Return: as above.
+// terminal and the text higher than it; writes it plainly otherwise, and where there is no such
+// pager. Return: as above.
 bool show_paged(std::string_view text);
 
 }  // namespace veltrancord::tool

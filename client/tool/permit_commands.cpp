@@ -24,10 +24,9 @@ int print_decision(context& tool, const std::string& subject, int32_t result) {
         return tool.fail(subject, result);
     }
     const bool allowed = result >= 0;
-    if (tool.form == output_form::json) {
-        tool.print_json({{"allowed", allowed}});
-    } else {
-        tool.print(allowed ? "allowed\n" : "denied\n");
+    if (!tool.print_for_programs({{"allowed", allowed}})) {
+        tool.print(allowed ? "allowed" : "denied");
+        tool.end_line();
     }
     return allowed ? exit_done : exit_denied;
 }
@@ -58,7 +57,7 @@ int print_text(context& tool, const std::string& subject, const char* key, int32
         tool.print_settings({{key, text}});
     } else {
         tool.print(text);
-        tool.print("\n");
+        tool.end_line();
     }
     return exit_done;
 }
@@ -107,18 +106,18 @@ int run_permits(context& tool) {
     json list = json::array();
     for (const setting& line : lines) {
         const permit_line permit = split_permit(line);
-        if (tool.form == output_form::json) {
-            list.push_back({{"number", permit.number},
-                            {"name", permit.name},
-                            {"type", permit.type},
-                            {"value", permit.value}});
-        } else {
-            tool.print(permit.number + "\t" + permit.name + "\t" + permit.type + "\t" +
-                       permit.value + "\n");
-        }
+        list.push_back({{"number", permit.number},
+                        {"name", permit.name},
+                        {"type", permit.type},
+                        {"value", permit.value}});
     }
-    if (tool.form == output_form::json) {
-        tool.print_json(list);
+    if (!tool.print_for_programs(list)) {
+        for (const setting& line : lines) {
+            const permit_line permit = split_permit(line);
+            tool.print(permit.number + "\t" + permit.name + "\t" + permit.type + "\t" +
+                       permit.value);
+            tool.end_line();
+        }
     }
     return lines.empty() ? tool.fail_with(exit_empty, "permits", "empty") : exit_done;
 }

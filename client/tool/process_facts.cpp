@@ -76,6 +76,22 @@ process_facts facts_of(const std::string& pid, int descriptors) {
 
 }  // namespace
 
+std::string process_start(long process) {
+    std::string line;
+    std::getline(std::ifstream("/proc/" + std::to_string(process) + "/stat"), line);
+    // The name, in parentheses, may hold blanks; the start is the 20th field behind it.
+    const std::size_t name_end = line.rfind(')');
+    if (name_end == std::string::npos) {
+        return {};
+    }
+    std::istringstream fields(line.substr(name_end + 1));
+    std::string field;
+    for (int index = 0; index < 20; ++index) {
+        fields >> field;
+    }
+    return field;
+}
+
 std::vector<process_facts> holders_of_socket(const std::string& path) {
     std::vector<process_facts> holders;
     const std::set<std::string> links = socket_links(path);

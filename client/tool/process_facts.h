@@ -17,4 +17,8 @@ struct process_facts {
 // The processes that hold a socket bound to `path`, the listening one or a connection of it.
 std::vector<process_facts> holders_of_socket(const std::string& path);
 
+// When the process was started, in ticks since the system's start, which tells it from one that has
+// its number later. Empty: there is no such process.
+std::string process_start(long process);
+
 }  // namespace veltrancord::tool

@@ -4,8 +4,10 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -33,9 +35,14 @@ int may_destroy(context& tool, const std::string& what) {
         return exit_done;
     }
     if (isatty(STDIN_FILENO) != 1) {
-        return tool.fail_with(exit_usage, what, "needs --yes where there is no terminal to ask at");
+        return tool.fail_with(exit_usage, what,
+                              "needs --yes where there is no terminal to ask at; --backup FILE "
+                              "saves what is there before");
     }
-    if (asked_yes(what + "?")) {
+    const std::string hint = tool.backup_file.empty()
+                                 ? "? (--backup FILE would save what is there before)"
+                                 : "? (what is there is saved in " + tool.backup_file + " before)";
+    if (asked_yes(what + hint)) {
         return exit_done;
     }
     context::note("nothing was done");
@@ -68,16 +75,52 @@ bool read_descriptor(int fd, std::string& text) {
     }
 }
 
+volatile std::sig_atomic_t g_signal = 0;
+
+void note_signal(int signal) {
+    g_signal = signal;
+}
+
+// While it lives, signals that end the program are noted only, and interrupt reading: the terminal
+// must show again what is typed before the program ends.
+class held_signals {
+  public:
+    held_signals() {
+        struct sigaction action {};
+        action.sa_handler = note_signal;
+        for (std::size_t index = 0; index < numbers.size(); ++index) {
+            (void)sigaction(numbers[index], &action, &before_[index]);
+        }
+    }
+    ~held_signals() {
+        for (std::size_t index = 0; index < numbers.size(); ++index) {
+            (void)sigaction(numbers[index], &before_[index], nullptr);
+        }
+        if (g_signal != 0) {
+            (void)raise(g_signal);
+        }
+    }
+    held_signals(const held_signals&) = delete;
+    held_signals& operator=(const held_signals&) = delete;
+    held_signals(held_signals&&) = delete;
+    held_signals& operator=(held_signals&&) = delete;
+
+  private:
+    static constexpr std::array numbers = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+    std::array<struct sigaction, numbers.size()> before_{};
+};
+
 bool read_hidden_line(const std::string& prompt, std::string& line) {
     termios shown{};
     if (tcgetattr(STDIN_FILENO, &shown) != 0) {
         return false;
     }
+    const held_signals held;
     termios hidden = shown;
     hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    (void)tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
     std::fprintf(stderr, "%s: ", prompt.c_str());
     std::fflush(stderr);
-    (void)tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
     int letter = std::getchar();
     for (; letter != EOF && letter != '\n'; letter = std::getchar()) {
         line += static_cast<char>(letter);

@@ -47,6 +47,10 @@ int run_get(context& tool, const get_options& options) {
     for (const std::string& path : options.paths) {
         setting_list settings;
         const int32_t result = get_one(tool, options, path, settings);
+        const bool plain = !options.level && !options.visible && !is_subtree(path);
+        if (result == VELTRANCORD_NOT_FOUND && plain && is_there(tool, path)) {
+            return tool.fail_with(exit_empty, path, "has no value; PATH.* prints what lies below");
+        }
         if (result < 0) {
             return tool.fail(path, result);
         }
@@ -62,7 +66,7 @@ int run_get(context& tool, const get_options& options) {
         return exit_done;
     }
     tool.print(shown_value(all.front(), tool.reveal));
-    tool.print(tool.null_separated ? std::string_view("\0", 1) : std::string_view("\n"));
+    tool.end_line();
     return exit_done;
 }
 
@@ -88,16 +92,14 @@ int run_ls(context& tool, const std::string& path) {
     }
     json names = json::array();
     for (const setting_tree::node& child : tree.root().children) {
-        if (tool.form == output_form::json) {
-            names.push_back({{"name", child.name}, {"children", !child.children.empty()}});
-        } else {
+        names.push_back({{"name", child.name}, {"children", !child.children.empty()}});
+    }
+    if (!tool.print_for_programs(names)) {
+        for (const setting_tree::node& child : tree.root().children) {
             tool.print(child.children.empty() ? child.name
                                               : tool.coloured("1;34", child.name) + ".");
-            tool.print(tool.null_separated ? std::string_view("\0", 1) : std::string_view("\n"));
+            tool.end_line();
         }
-    }
-    if (tool.form == output_form::json) {
-        tool.print_json(names);
     }
     return exit_done;
 }

@@ -1,6 +1,8 @@
 #include "service.h"
 
 #include <array>
+#include <map>
+#include <set>
 
 #include "encoding/escape.h"
 
@@ -85,6 +87,53 @@ int32_t write_settings(context& tool, const setting_list& settings, bool memory_
                        : veltrancord_write(&tool.client(), lines.data(), lines.size());
 }
 
+bool is_there(context& tool, const std::string& path) {
+    const veltrancord_error error = tool.client().error;
+    owned_reply reply;
+    const int32_t result =
+        veltrancord_read_attributes(&tool.client(), (path + ".#").c_str(), reply.get());
+    tool.client().error = error;
+    return result >= 0;
+}
+
+namespace {
+
+// Whether the service holds this setting as it was to be written.
+bool is_held(context& tool, const setting& one) {
+    std::string value;
+    if (get_value(tool, one.path, value) >= 0) {
+        return value == one.value;
+    }
+    return one.value.empty() && is_there(tool, one.path);
+}
+
+// How many lines hold for certain: all before the first whose place has another value, and is not
+// written again further on. The service stops at the first line that fails, and undoes none.
+std::size_t count_holding(context& tool, const setting_list& settings) {
+    std::map<std::string, std::size_t> last;  // the last line of each place
+    for (std::size_t index = 0; index < settings.size(); ++index) {
+        last[settings[index].path] = index;
+    }
+    std::set<std::string> wrong;  // places among the lines so far that hold something else
+    std::size_t holding = 0;
+    for (std::size_t index = 0; index < settings.size(); ++index) {
+        const setting& one = settings[index];
+        if (is_held(tool, one)) {
+            wrong.erase(one.path);
+        } else if (last[one.path] == index) {
+            break;
+        } else {
+            wrong.insert(one.path);
+        }
+        if (wrong.empty()) {
+            holding = index + 1;
+        }
+    }
+    return holding;
+}
+
+}  // namespace
+
 int explain_failed_write(context& tool, const setting_list& settings, int32_t result) {
     const veltrancord_error error = tool.client().error;
     if (result <= VELTRANCORD_INVALID_USE) {
@@ -95,15 +144,8 @@ int explain_failed_write(context& tool, const setting_list& settings, int32_t re
         }
         return status;
     }
-    // The service stops at the first line that fails, and undoes none before it.
-    std::size_t holding = 0;
-    if (result > VELTRANCORD_UNREACHABLE) {
-        std::string value;
-        while (holding < settings.size() && get_value(tool, settings[holding].path, value) >= 0 &&
-               value == settings[holding].value) {
-            ++holding;
-        }
-    }
+    const std::size_t holding =
+        result > VELTRANCORD_UNREACHABLE ? count_holding(tool, settings) : 0;
     tool.client().error = error;
     const std::size_t failed = holding < settings.size() ? holding : settings.size() - 1;
     const int status = tool.fail(settings[failed].path, result);

@@ -44,6 +44,10 @@ bool is_subtree(std::string_view path);
 // Return: the result; VELTRANCORD_OK with an empty list where there is no text.
 int32_t read_subtree(context& tool, const std::string& path, setting_list& settings);
 
+// Whether there is an element at `path`, with a text or without. The client's error is left as it
+// was.
+bool is_there(context& tool, const std::string& path);
+
 // Writes all settings with one request. Return: the result.
 int32_t write_settings(context& tool, const setting_list& settings, bool memory_only);
 

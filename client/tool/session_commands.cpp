@@ -26,7 +26,8 @@ int run_secret(context& tool, const std::string& what, const secret_options& opt
                secret_call* call) {
     std::string secret;
     if (!read_secret(what, options.file, secret)) {
-        return tool.fail_with(exit_usage, options.file, std::strerror(errno));
+        return tool.fail_with(errno == ECANCELED ? exit_cancelled : exit_usage, options.file,
+                              std::strerror(errno));
     }
     const int32_t result = call(tool.client(), options, secret);
     if (result != VELTRANCORD_OK) {

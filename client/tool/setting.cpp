@@ -21,6 +21,8 @@ setting_list parse_settings(const std::string& lines) {
 }
 
 bool is_secret_path(std::string_view path) {
+    path = path.substr(0, path.find('\0'));
+    path = path.substr(0, path.find_last_not_of('.') + 1);
     const std::size_t dot = path.rfind('.');
     return IsSecretName(dot == std::string_view::npos ? path : path.substr(dot + 1));
 }

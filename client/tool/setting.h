@@ -17,7 +17,8 @@ using setting_list = std::vector<setting>;
 // The lines of a reply; a line without "=" goes on with the value before it.
 setting_list parse_settings(const std::string& lines);
 
-// Whether the path names a secret: its last component is "Password" in any letter case.
+// Whether the path names a secret: its last component, which dots and a NUL byte end as they do for
+// the service, is "Password" in any letter case.
 bool is_secret_path(std::string_view path);
 
 // The value as it may be shown: stars in place of a secret unless `reveal`.

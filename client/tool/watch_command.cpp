@@ -109,9 +109,10 @@ int read_now(context& tool, const std::string& path, setting_map& settings) {
 }
 
 int tell(context& tool, const watch_options& options, const std::vector<setting_change>& changes) {
-    const std::string text = tool.form == output_form::json
-                                 ? difference_json(tool, changes).dump() + "\n"
-                                 : difference_text(tool, changes);
+    const json list = difference_json(tool, changes);
+    const std::string text = tool.form == output_form::json    ? one_line(list) + "\n"
+                             : tool.form == output_form::shell ? shell_assignments(list, "\n")
+                                                               : difference_text(tool, changes);
     if (options.program.empty()) {
         return write_whole(STDOUT_FILENO, text) ? exit_done : exit_failed;
     }

@@ -1,4 +1,7 @@
 // set, unset.
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -41,7 +44,11 @@ int take_value(context& tool, setting one, const std::string& file, setting_list
     if (one.value == "-") {
         one.value.clear();
         if (!read_secret(one.path, file, one.value)) {
-            return tool.fail_with(exit_usage, file, std::strerror(errno));
+            return tool.fail_with(errno == ECANCELED ? exit_cancelled : exit_usage, file,
+                                  std::strerror(errno));
+        }
+        if (one.value.find('\0') != std::string::npos) {
+            return tool.fail_with(exit_refused, one.path, "a value cannot hold a NUL byte");
         }
     }
     settings.push_back(std::move(one));
@@ -71,7 +78,19 @@ int collect(context& tool, const set_options& options, setting_list& settings) {
     return exit_done;
 }
 
+// Standard input that is no terminal is one value: a second one would be empty.
+bool wants_input_twice(const set_options& options) {
+    const auto wants = [](const std::string& word) {
+        return word == "-" || (word.size() > 1 && word.compare(word.size() - 2, 2, "=-") == 0);
+    };
+    return options.file.empty() && isatty(STDIN_FILENO) != 1 &&
+           std::count_if(options.words.begin(), options.words.end(), wants) > 1;
+}
+
 int run_set(context& tool, const set_options& options) {
+    if (wants_input_twice(options)) {
+        return tool.fail_with(exit_usage, "set", "standard input can be one value only");
+    }
     setting_list settings;
     const int status = collect(tool, options, settings);
     if (status != exit_done) {
@@ -84,9 +103,7 @@ int run_set(context& tool, const set_options& options) {
     if (result < 0) {
         return explain_failed_write(tool, settings, result);
     }
-    if (tool.form == output_form::json) {
-        tool.print_json({{"written", result}});
-    }
+    (void)tool.print_for_programs({{"written", result}});
     return exit_done;
 }
 

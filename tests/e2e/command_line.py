@@ -1,11 +1,15 @@
 """veltrancordctl as the tests run it: inside a device, or outside on a terminal of its own."""
 
+import fcntl
 import json
 import os
 import pty
+import re
 import select
 import signal
+import struct
 import subprocess
+import termios
 import time
 from pathlib import Path
 
@@ -26,6 +30,11 @@ def program():
     return pytest.skip("veltrancordctl is not built")
 
 
+def check_sound(text):
+    """Raises where a tool that was built with a sanitizer has reported something."""
+    assert not re.search(r"runtime error:|ERROR: \w+Sanitizer|WARNING: ThreadSanitizer", text), text
+
+
 class Tool:
     """Runs the tool on one device."""
 
@@ -35,8 +44,10 @@ class Tool:
 
     def __call__(self, *arguments, stdin="", environment=()):
         """Runs it inside, without a terminal. Return: `Finished`."""
-        return self.device.run("/usr/bin/env", f"VELTRANCORD_STATE={STATE}", *environment,
-                               "/run/host" + self.program, *arguments, stdin=stdin)
+        finished = self.device.run("/usr/bin/env", f"VELTRANCORD_STATE={STATE}", *environment,
+                                   "/run/host" + self.program, *arguments, stdin=stdin)
+        check_sound(finished.stderr)
+        return finished
 
     def json(self, *arguments, status=0):
         """Runs it with --json. Return: what it printed, parsed."""
@@ -61,13 +72,9 @@ class Terminal:
 
     def __init__(self, arguments, environment, rows):
         self.output = b""
+        variables = {"PATH": os.environ["PATH"], "TERM": "xterm", **environment}
         self.pid, self.descriptor = pty.fork()
         if self.pid == 0:
-            variables = {"PATH": os.environ["PATH"], "TERM": "xterm", **environment}
-            import fcntl
-            import struct
-            import termios
-
             fcntl.ioctl(0, termios.TIOCSWINSZ, struct.pack("HHHH", rows, 80, 0, 0))
             os.execve(arguments[0], arguments, variables)
 
@@ -91,6 +98,11 @@ class Terminal:
         os.write(self.descriptor, text.encode())
 
     @property
+    def echoes(self):
+        """Whether the terminal shows what is typed."""
+        return bool(termios.tcgetattr(self.descriptor)[3] & termios.ECHO)
+
+    @property
     def text(self):
         return self.output.decode(errors="replace").replace("\r\n", "\n")
 
@@ -100,6 +112,7 @@ class Terminal:
             pass
         os.close(self.descriptor)
         _, status = os.waitpid(self.pid, 0)
+        check_sound(self.text)
         return os.waitstatus_to_exitcode(status)
 
     def kill(self):

@@ -3,6 +3,7 @@
 import json
 import os
 import shutil
+import signal
 
 import pytest
 
@@ -42,7 +43,9 @@ def test_snapshot_and_diff(tool):
         "+Network.Lan.New=1\n")
     assert "geheim" in tool("diff", "/tmp/before", "--reveal").stdout
     below = json.loads(tool("diff", "/tmp/before", "--path", "Network", "--json").stdout)
-    assert below[1] == {"path": "Network.Lan.Mtu", "before": "1500", "after": "9000"}
+    assert below[1] == {"path": "Network.Lan.Mtu", "change": "changed", "before": "1500",
+                        "after": "9000"}
+    assert [one["change"] for one in below] == ["removed", "changed", "added"]
     assert tool("snapshot", "/tmp/after", "Network").status == 0
     assert b"Account" not in tool.device.read_file("/tmp/after")
     assert tool("diff", "/tmp/before", "/tmp/after", "--path", "Network.Lan").status == 10
@@ -148,6 +151,54 @@ def test_a_failing_apply_takes_back_what_was_written(tool):
     assert value(tool) == "1500"
 
 
+def test_a_killed_change_may_be_confirmed_or_discarded_later(tool):
+    for words in ("confirm", "apply --discard"):
+        process = start_apply(tool)
+        process.kill()
+        process.communicate()
+        assert tool(*words.split()).status == 0
+        assert value(tool) == "1400"
+        assert tool("apply", "-", stdin="Network.Lan.Mtu=1500\n").status == 0
+
+
+def test_a_number_that_another_process_has_got_does_not_hold_a_change_back(tool):
+    """The kept change names its process by number and start: the number alone comes again."""
+    tool.device.write_file(f"{STATE}/apply-pending", "# process 1 1\nNetwork.Lan.Mtu=1234\n")
+    later = tool("apply", "-", stdin="Network.Lan.Mtu=1300\n")
+    assert (later.status, "neither confirmed nor taken back" in later.stderr) == (11, True)
+    assert tool("apply", "--restore").status == 0
+    assert value(tool) == "1234"
+
+
+def test_one_change_at_a_time_waits_for_its_confirmation(tool):
+    process = start_apply(tool)
+    environment = {**os.environ, "VELTRANCORD_STATE": str(tool.device.outside(STATE))}
+    second = tool.outside("apply", "-", env=environment)
+    _, words = second.communicate("Network.Lan.Mtu=1\n")
+    assert second.returncode == 7
+    assert f"another change waits for its confirmation, process {process.pid}" in words
+    process.communicate("confirm\n")
+    assert value(tool) == "1400"
+
+
+def test_an_element_without_text_is_taken_back_to_none_with_its_attributes(tool):
+    tool.device.request("write:Network.Lan.Label=x")
+    tool.device.request("writeattr:Network.Lan.Label.Level=3")
+    tool.device.request("write:Network.Lan.Label=")
+    tool("apply", "-", "--confirm", "1", stdin="Network.Lan.Label=new\nNetwork.Lan.Other=1\n")
+    assert value(tool, "Network.Lan.Label") == ""
+    assert tool("attr", "get", "Network.Lan.Label.Level").stdout == "3\n"
+    assert tool("attr", "list", "Network.Lan.Other.#").status == 1  # was not there at all
+
+
+def test_what_could_not_be_written_back_is_not_applied(tool):
+    tool.device.write_document("Lines", "<Lines><A><![CDATA[a\nb]]></A></Lines>")
+    tool.device.restart()
+    refused = tool("apply", "-", "--confirm", "1", stdin="Lines.A=c\n")
+    assert refused.status == 5 and "line feed" in refused.stderr
+    assert "a\nb" in tool("get", "Lines.A").stdout
+
+
 def edit(tool, script, *arguments, answer="y\n"):
     editor = tool.device.outside("/tmp/editor")
     tool.device.install_script("/tmp/editor", f"#!/bin/sh\n{script}\n")
@@ -202,6 +253,16 @@ def test_watch_prints_saved_changes_of_its_place(tool):
     output, _ = process.communicate()
     assert process.returncode == 0
     assert output == "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1\n+Network.Lan.New=2\n"
+
+
+def test_changes_that_follow_one_another_are_told_together(tool):
+    process = watch(tool, "Network", "--count", "1")
+    process.send_signal(signal.SIGSTOP)
+    for number in range(1, 30):
+        tool.device.request(f"write:Network.Lan.Mtu={number}")
+    process.send_signal(signal.SIGCONT)
+    output, _ = process.communicate()
+    assert output == "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=29\n"
 
 
 def test_watch_runs_a_program_for_each_change(tool):

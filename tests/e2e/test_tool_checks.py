@@ -1,9 +1,12 @@
 """veltrancordctl: fsck and doctor."""
 
+import os
+import re
+
 import pytest
 
 from command_line import Tool
-from device import CONFIGURATION
+from device import CONFIGURATION, REPOSITORY
 
 
 @pytest.fixture
@@ -34,6 +37,12 @@ FILES = {
                 "<C><PASSWORD>enc:abc</PASSWORD></C></Secrets>"),
     "Twice": "<Twice><A>1</A><A>2</A></Twice>",
     "Lines": "<Lines><A><![CDATA[a\nb]]></A></Lines>",
+    "Deep": "<Deep>" + "<a>" * 512 + "</a>" * 512 + "</Deep>",
+    "Comment": "<!-- nothing -->",
+    "Roots": "<Roots><A>1</A></Roots><Second/>",
+    "Path": "<Path>" + ("<" + "p" * 251 + ">") + "1" + ("</" + "p" * 251 + ">") + "</Path>",
+    ".veltrancord-new.Network": "<Netw",
+    "Stored": "<Stored><Password>enc:183:" + "A" * 248 + "</Password></Stored>",
     "Notification": ("<Notification><Log><BitDefine><Num>4</Num><Def1><Bit>10</Bit></Def1>"
                      "<Def2><Bit>0x10</Bit></Def2><Def3><Bit>0x123456789</Bit></Def3></BitDefine>"
                      "</Log></Notification>"),
@@ -46,6 +55,13 @@ FILES = {
 
 EXPECTED = {
     ("Broken", "", "unparsable"),
+    ("Deep", "", "unparsable"),
+    ("Comment", "", "no-root"),
+    ("Roots", "", "second-root"),
+    ("Path", "Path." + "p" * 251, "long-path"),
+    (".veltrancord-new.Network", "", "leftover"),
+    ("Pipe", "", "skipped"),
+    ("Stored", "Stored.Password", "long-value"),
     ("Empty", "", "skipped"),
     ("Folder", "", "skipped"),
     ("Dangling", "", "skipped"),
@@ -72,12 +88,15 @@ def test_every_kind_of_finding(tool):
         device.write_file(f"/tmp/db/{name}", text)
     device.make_directory("/tmp/db/Folder")
     device.outside("/tmp/db/Dangling").symlink_to("nowhere")
+    os.mkfifo(device.outside("/tmp/db/Pipe"))
     before = {name: device.outside(f"/tmp/db/{name}").read_bytes() for name in FILES}
     assert kinds(tool) == EXPECTED
     assert {name: device.outside(f"/tmp/db/{name}").read_bytes() for name in FILES} == before
     text = tool("fsck", "/tmp/db")
     assert text.status == 10
     assert "Empty: would be skipped: is empty [skipped]\n" in text.stdout
+    assert "Broken: does not parse: Error reading end tag. (line 1) [unparsable]\n" in text.stdout
+    assert "Deep: does not parse: elements stand more than 512 deep [unparsable]\n" in text.stdout
     assert text.stderr == ""
 
 
@@ -89,6 +108,32 @@ def test_fsck_agrees_with_the_service_on_what_is_loaded(tool):
     device.start()
     log = device.stderr()
     assert skipped == {name for name in FILES if f"{CONFIGURATION}/{name}\n" in log}
+    assert not device.file_exists(f"{CONFIGURATION}/.veltrancord-new.Network")  # swept, as was told
+
+
+def test_every_kind_that_there_is_is_tested_here():
+    sources = "".join((REPOSITORY / f"client/tool/{name}").read_text()
+                      for name in ("file_check.cpp", "setting_check.cpp"))
+    kinds_there_are = set(re.findall(r'"([a-z]+(?:-[a-z]+)+|unparsable|leftover|skipped)",', sources))
+    tested = {kind for _, _, kind in EXPECTED} | {"rule-permit"}
+    assert kinds_there_are == tested
+
+
+def test_a_rule_behind_the_hundredth_is_never_read(tool):
+    rules = "".join(f"<R{n}><RelatedPermit>Permit1</RelatedPermit></R{n}>" for n in range(1, 102))
+    tool.device.write_file("/tmp/db/Account", (
+        "<Account><Permission><Define><Permit1>A</Permit1></Define></Permission>"
+        f"<CGIPermitDenyFilter>{rules}</CGIPermitDenyFilter></Account>"))
+    assert kinds(tool) == {("Account", "Account.CGIPermitDenyFilter.R101", "rule-behind-gap")}
+
+
+def test_a_file_that_may_not_be_read_is_named(tool):
+    """As the service is told by the system; root reads everything, so this runs outside as nobody."""
+    tool.device.write_file("/tmp/db/Closed", "<Closed/>", mode=0)
+    finished = tool.device.run("setpriv", "--reuid", "0", "--bounding-set", "-all",
+                               "--inh-caps", "-all", "/run/host" + tool.program, "fsck", "/tmp/db")
+    assert finished.stdout == (
+        "Closed: would be skipped: cannot be opened for reading and writing [skipped]\n"), finished
 
 
 def test_a_rule_whose_permit_is_undefined_ends_the_rules(tool):
@@ -123,6 +168,37 @@ def test_doctor_on_a_running_service(tool):
     assert topics["save"][0]["state"] == "good"
     assert any("event log holds 0 of" in one["text"] for one in topics["limit"])
     assert any("free" in one["text"] for one in topics["disk"])
+    assert re.search(r"Account: \d+ bytes, \d+ \w+ old", " ".join(
+        one["text"] for one in topics["file"]))
+    assert re.search(r"mode 0\d{3}, user \d+, group \d+", topics["socket"][0]["text"])
+    assert re.search(r"\(\d+\): \d+ descriptors of \d+, \d+ KiB resident", holders)
+    assert any("reply capacity 262144 bytes" in one["text"] for one in topics["limit"])
+    assert any("Account.Maxuser is 10" in one["text"] for one in topics["limit"])
+    assert any("PermitSyncCb.sh: absent" in one["text"] for one in topics["script"])
+
+
+def test_doctor_finds_what_is_wrong_around_the_service(tool):
+    device = tool.device
+    device.write_document("Network", "<Network><A>1</A></Network>")
+    device.start()
+    device.write_file("/tmp/BackupXmlDB.sh", "#!/bin/sh\n", mode=0o644)
+    device.write_document("Late", "<Late><Password>plain</Password></Late>")
+    device.write_file(f"{CONFIGURATION}/.veltrancord-new.Network", "<Netw")
+    _, topics = report(tool, 10)
+    warnings = {one["text"] for found in topics.values() for one in found if one["state"] == "warning"}
+    assert "/tmp/BackupXmlDB.sh: is not executable" in warnings
+    assert "2 findings, see veltrancordctl fsck" in warnings
+    assert any(".veltrancord-new.Network: 5 bytes" in text for text in warnings)
+    assert topics["leftover"][0]["state"] == "warning"
+
+
+def test_doctor_with_nobody_behind_the_semaphores(tool):
+    """Nothing was ever started: every part is told of, none of them ends the look around."""
+    alive, topics = report(tool, 8)
+    assert not alive
+    assert all(one["state"] == "warning" for one in topics["semaphore"])
+    assert topics["process"][0]["text"].startswith("no process seen")
+    assert {"script", "disk", "limit", "file"} <= set(topics)
 
 
 def test_doctor_sees_changes_that_wait_for_a_sync(tool):

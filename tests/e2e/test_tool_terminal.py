@@ -1,0 +1,180 @@
+"""veltrancordctl on a terminal: questions, hidden input, pager, and completion in each shell."""
+
+import os
+import re
+import shutil
+import signal
+
+import pytest
+
+import command_line
+from command_line import Terminal, Tool
+from device import REPOSITORY
+
+NETWORK = "<Network><Lan><Mtu>1500</Mtu><Dhcp>YES</Dhcp></Lan></Network>"
+COMPLETIONS = REPOSITORY / "client/tool/completions"
+
+
+@pytest.fixture
+def tool(service):
+    return Tool(service({"Network": NETWORK}))
+
+
+def long_lines():
+    return "".join(f"Network.Many.V{n}={n}\n" for n in range(50))
+
+
+def test_what_is_destroyed_can_be_saved_before(tool):
+    saved = tool.device.outside("/tmp/saved")
+    terminal = tool.terminal("unset", "Network.Lan.Mtu")
+    terminal.wait_for("remove Network.Lan.Mtu? (--backup FILE would save what is there before) [y/N]")
+    terminal.type("\n")
+    assert terminal.finish() == 11
+    terminal = tool.terminal("unset", "Network.Lan.Mtu", "--backup", "/tmp/saved")
+    terminal.wait_for("remove Network.Lan.Mtu? (what is there is saved in /tmp/saved before) [y/N]")
+    assert not saved.exists()
+    terminal.type("yes\n")
+    assert terminal.finish() == 0
+    assert b"<Mtu>1500</Mtu>" in saved.read_bytes()
+
+
+def test_an_interrupted_secret_leaves_a_terminal_that_shows_what_is_typed(tool):
+    terminal = tool.terminal("set", "Network.Lan.Password", "-")
+    terminal.wait_for("Network.Lan.Password: ")
+    assert not terminal.echoes
+    terminal.type("half\x03")  # interrupt
+    while terminal._read():
+        pass
+    assert terminal.echoes
+    assert terminal.finish() == -signal.SIGINT
+    assert tool("get", "Network.Lan.Password").status == 1
+
+
+def test_the_end_of_the_input_is_no_secret(tool):
+    terminal = tool.terminal("set", "Network.Lan.Password", "-")
+    terminal.wait_for("Network.Lan.Password: ")
+    terminal.type("\x04")
+    assert terminal.finish() == 11
+    assert tool("get", "Network.Lan.Password").status == 1
+
+
+def test_two_secrets_are_asked_for_one_after_the_other(tool):
+    terminal = tool.terminal("set", "Network.A.Password=-", "Network.B.Password=-")
+    for name in ("A", "B"):
+        terminal.wait_for(f"Network.{name}.Password: ")
+        terminal.type(f"secret {name}\n")
+    assert terminal.finish() == 0
+    assert tool("get", "Network.B.Password", "--reveal").stdout == "secret B\n"
+
+
+def test_the_pager_is_the_tools_own_or_the_users(tool):
+    assert tool("set", "-", stdin=long_lines()).status == 0
+    both = {"VELTRANCORD_PAGER": "sed s/^/own:/", "PAGER": "sed s/^/user:/", "NO_COLOR": "1"}
+    terminal = tool.terminal("tree", environment=both)
+    assert terminal.finish() == 0
+    assert "own:Network" in terminal.text or "own:." in terminal.text
+    assert "user:" not in terminal.text
+    terminal = tool.terminal("tree", environment={**both, "VELTRANCORD_PAGER": ""})
+    assert terminal.finish() == 0
+    assert "own:" not in terminal.text and "user:" not in terminal.text and "V49" in terminal.text
+
+
+def test_a_pager_that_is_not_there_hides_nothing(tool):
+    assert tool("set", "-", stdin=long_lines()).status == 0
+    terminal = tool.terminal("tree", environment={"PAGER": "/nonexistent/pager", "NO_COLOR": "1"})
+    assert terminal.finish() == 0
+    assert "V0 = 0" in terminal.text and "V49 = 49" in terminal.text
+
+
+def test_a_pager_may_be_left_early(tool):
+    lines = "".join(f"Network.Many.V{n}={'v' * 4000}\n" for n in range(60))
+    assert tool("set", "-", stdin=lines).status == 0
+    terminal = tool.terminal("tree", environment={"PAGER": "head -n 3"})
+    assert terminal.finish() == 0
+    assert "V59" not in terminal.text
+
+
+def test_the_usual_pager(tool):
+    if shutil.which("less") is None:
+        pytest.skip("less is not installed")
+    assert tool("set", "-", stdin=long_lines()).status == 0
+    terminal = tool.terminal("tree", environment={"NO_COLOR": "1"})
+    terminal.wait_for("V5 = 5")
+    assert "V49 = 49" not in terminal.text  # on the next page
+    terminal.type("q")
+    assert terminal.finish() == 0
+
+
+def test_an_edit_that_cannot_be_read_may_be_taken_up_again(tool):
+    tool.device.install_script("/tmp/editor", "#!/bin/sh\n"
+                               'if [ -e "$0.again" ]; then sed -i "s/^no setting$/Network.Lan.New=1/" "$1"\n'
+                               'else : > "$0.again"; echo "no setting" >> "$1"; fi\n')
+    terminal = tool.terminal("edit", "Network", environment={
+        "EDITOR": str(tool.device.outside("/tmp/editor")), "NO_COLOR": "1"})
+    terminal.wait_for("line 4 has no '='")
+    terminal.wait_for("edit it again? [y/N]")
+    terminal.type("y\n")
+    terminal.wait_for("write this? [y/N]")
+    terminal.type("y\n")
+    assert terminal.finish() == 0
+    assert "+Network.Lan.New=1" in terminal.text
+    assert tool("get", "Network.Lan.New").stdout == "1\n"
+
+
+# How each shell is started, and how it is told of the completion.
+SHELLS = {
+    "bash": (["--norc", "--noprofile", "-i"], f"source {COMPLETIONS}/veltrancordctl.bash"),
+    "zsh": (["-f", "-i"], "autoload -U compinit && compinit -u -D; "
+            f"source {COMPLETIONS}/_veltrancordctl"),
+    "fish": (["--no-config", "-i"], f"source {COMPLETIONS}/veltrancordctl.fish"),
+}
+
+
+@pytest.mark.parametrize("shell", SHELLS)
+def test_a_key_completes_live_paths(tool, shell, tmp_path):
+    """What is typed is completed, and the line that comes of it prints the value."""
+    program = shutil.which(shell)
+    if program is None:
+        pytest.skip(f"{shell} is not installed")
+    arguments, told = SHELLS[shell]
+    folder = os.path.dirname(command_line.program())
+    terminal = Terminal([program, *arguments], {
+        "PATH": f"{folder}:{os.environ['PATH']}", "HOME": str(tmp_path), "PS1": "$ ",
+        "VELTRANCORD_SOCKET": tool.device.socket_path}, 24)
+    terminal.type(f"{told}; echo told''\n")
+    terminal.wait_for("told\r\n")
+    terminal.type("veltrancordctl get Net\tL\tM\t\n")
+    terminal.wait_for("1500")
+    terminal.type("veltrancordctl pin\t\n")
+    terminal.wait_for("alive, ")
+    terminal.type("exit\n")
+    terminal.finish()
+
+
+def test_completion_gives_up_within_its_budget(tool):
+    """Whoever presses a key waits: no call of the tool may last longer than 300 ms."""
+    if shutil.which("strace") is None:
+        pytest.skip("strace is not installed")
+    device = tool.device
+    device.send_signal(device.worker_pid, signal.SIGSTOP)
+    try:
+        finished = device.run("strace", "-o", "/tmp/trace", "-e", "trace=poll",
+                              "/run/host" + tool.program, "complete", "--", "get", "Net", timeout=300)
+    finally:
+        device.send_signal(device.worker_pid, signal.SIGCONT)
+    assert (finished.status, finished.stdout, finished.stderr) == (0, "", "")
+    calls = device.read_file("/tmp/trace").decode().splitlines()
+    waits = [int(wait) for call in calls for wait in re.findall(r"poll\(.*, (-?\d+)\) ", call)]
+    assert waits and all(0 <= wait <= 300 for wait in waits), calls
+
+
+def test_completion_knows_options_and_what_follows_them(tool):
+    def complete(*words):
+        return tool("complete", "--", *words).stdout.split("\n")[:-1]
+
+    assert complete("--timeout", "5", "get", "Net") == ["Network."]
+    assert complete("get", "--level", "3", "Net") == ["Network."]
+    assert complete("get", "--level", "") == []
+    assert complete("log", "list", "--co") == ["--count"]
+    assert complete("log", "list", "--he") == ["--help"]
+    assert complete("log", "list", "") == []
