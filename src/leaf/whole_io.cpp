@@ -1,6 +1,9 @@
 #include "leaf/whole_io.h"
 
+#include <fcntl.h>
 #include <unistd.h>
+
+#include "leaf/owned_fd.h"
 
 namespace veltrancord {
 
@@ -35,6 +38,12 @@ ssize_t read_whole(int fd, char* bytes, std::size_t size) {
 bool flush_whole(int fd) {
     return uninterrupted([&] { return ::fsync(fd); }) == 0 || errno == EINVAL || errno == ENOSYS ||
            errno == EOPNOTSUPP;
+}
+
+bool flush_directory(const char* path) {
+    const owned_fd directory(
+        uninterrupted([&] { return ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    return directory && flush_whole(directory.get());
 }
 
 }  // namespace veltrancord

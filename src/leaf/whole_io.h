@@ -40,4 +40,9 @@ auto uninterrupted(Call call) {
 // Return: false with errno set.
 [[nodiscard]] bool flush_whole(int fd);
 
+// The same for the names in a directory: what was removed from it stays removed.
+//
+// Return: false with errno set.
+[[nodiscard]] bool flush_directory(const char* path);
+
 }  // namespace veltrancord

@@ -62,6 +62,14 @@ TEST(WholeIo, NothingIsFlushedWhereThereIsNoFlush) {
     EXPECT_TRUE(flush_whole(ends.in.get()));
 }
 
+TEST(WholeIo, FlushesDirectoriesOnly) {
+    EXPECT_TRUE(flush_directory("/tmp"));
+    EXPECT_FALSE(flush_directory("/tmp/none/such"));
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_FALSE(flush_directory("/dev/null"));
+    EXPECT_EQ(errno, ENOTDIR);
+}
+
 TEST(WholeIo, GivesUpAfterManyInterruptions) {
     int calls = 0;
     const auto interrupted = [&calls] {

@@ -1,9 +1,11 @@
 #include "store/xml_document.h"
 
 #include <cstring>
+#include <new>
 #include <string>
 #include <string_view>
 
+#include "leaf/allocation_record.h"
 #include "store/nesting.h"
 
 namespace veltrancord {
@@ -37,7 +39,8 @@ XmlDocument::XmlDocument(const char* name) : TiXmlDocument(name) {
     SetTabSize(0);
 }
 
-bool XmlDocument::LoadXMLFile(const char* text) {
+// Return: false when there is nothing to parse, or too deep; the document then tells why.
+bool XmlDocument::PrepareText(const char* text, std::string& normalised) {
     child_indexes_.Drop();
     Clear();
     location.Clear();
@@ -47,14 +50,41 @@ bool XmlDocument::LoadXMLFile(const char* text) {
         SetError(TIXML_ERROR_DOCUMENT_EMPTY, nullptr, nullptr, TIXML_ENCODING_UNKNOWN);
         return false;
     }
-    const std::string normalised = NormaliseLineEnds(whole);
+    normalised = NormaliseLineEnds(whole);
     if (NestsDeeper(normalised.c_str(), max_xml_nesting)) {
         SetError(TIXML_ERROR_READING_ELEMENT_VALUE, nullptr, nullptr, TIXML_ENCODING_UNKNOWN);
         return false;
     }
     // The library keeps a mark that it has once seen, and writes it at each save from then on.
     has_byte_order_mark_ = has_byte_order_mark_ || whole.starts_with("\xEF\xBB\xBF");
+    return true;
+}
+
+bool XmlDocument::LoadXMLFile(const char* text) {
+    std::string normalised;
+    if (!PrepareText(text, normalised)) {
+        return false;
+    }
     Parse(normalised.c_str(), nullptr, TIXML_ENCODING_UNKNOWN);
+    return !Error();
+}
+
+// The document points only to nodes that are gone when memory has run out. Its own text about an
+// error cannot be among what is taken back: once that is set, the library allocates nothing more.
+bool XmlDocument::LoadXMLFileOrNothing(const char* text) {
+    std::string normalised;
+    if (!PrepareText(text, normalised)) {
+        return false;
+    }
+    allocation_record record;
+    try {
+        Parse(normalised.c_str(), nullptr, TIXML_ENCODING_UNKNOWN);
+    } catch (const std::bad_alloc&) {
+        record.free_all();
+        firstChild = nullptr;
+        lastChild = nullptr;
+        throw;
+    }
     return !Error();
 }
 

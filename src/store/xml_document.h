@@ -3,6 +3,8 @@
 
 #include <tinyxml.h>
 
+#include <string>
+
 #include "store/child_index.h"
 
 namespace veltrancord {
@@ -20,6 +22,12 @@ class XmlDocument : public TiXmlDocument {
     // max_xml_nesting (store/nesting.h) is not parsed at all.
     bool LoadXMLFile(const char* text);
 
+    // As above, but where memory runs out the document is empty and nothing of what was parsed
+    // stays allocated when std::bad_alloc leaves here; the library alone loses the elements that
+    // were open. For text that clients bring in while the service lives: it takes a sixth longer,
+    // which the start, whose failure ends the process anyway, does without.
+    bool LoadXMLFileOrNothing(const char* text);
+
     // Whether the text began with a UTF-8 byte order mark, which a saved document repeats.
     [[nodiscard]] bool HasByteOrderMark() const { return has_byte_order_mark_; }
 
@@ -27,6 +35,8 @@ class XmlDocument : public TiXmlDocument {
     [[nodiscard]] child_indexes& ChildIndexes() { return child_indexes_; }
 
   private:
+    bool PrepareText(const char* text, std::string& normalised);
+
     child_indexes child_indexes_;
     bool has_byte_order_mark_ = false;
 };

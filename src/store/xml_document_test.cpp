@@ -76,6 +76,21 @@ TEST(xml_document, text_nested_too_deep_does_not_parse_at_all) {
     EXPECT_TRUE(document.LoadXMLFile("<A/>"));
 }
 
+TEST(xml_document, what_clients_bring_in_is_loaded_alike) {
+    for (const char* const text :
+         {"", "no markup", "<A><B x='1'>1</B><!-- c --><C/></A>", "<A><B>1</B><C>2</D></A>",
+          "\xEF\xBB\xBF<A>\r\n</A>", "<A/><B/>"}) {
+        XmlDocument one("A");
+        XmlDocument other("A");
+        EXPECT_EQ(one.LoadXMLFile(text), other.LoadXMLFileOrNothing(text)) << text;
+        EXPECT_EQ(SerialiseXmlDoc(one), SerialiseXmlDoc(other)) << text;
+        EXPECT_EQ(one.ErrorId(), other.ErrorId()) << text;
+    }
+    XmlDocument document("A");
+    EXPECT_FALSE(document.LoadXMLFileOrNothing(Nested(513).c_str()));
+    EXPECT_TRUE(document.NoChildren());
+}
+
 TEST(xml_document, byte_order_mark_is_remembered) {
     XmlDocument document("A");
     EXPECT_FALSE(document.HasByteOrderMark());

@@ -8,6 +8,7 @@
 
 #include "leaf/file_replacer.h"
 #include "leaf/result.h"
+#include "leaf/whole_io.h"
 #include "store/xml_text.h"
 
 namespace veltrancord {
@@ -24,7 +25,7 @@ std::unique_ptr<XmlDocument> read_back(const char* path, const std::string& name
     }
     auto doc = std::make_unique<XmlDocument>(name.c_str());
     // What was printed parses; were it not to, the document would be kept as a loaded file's is.
-    static_cast<void>(doc->LoadXMLFile(text.get()));
+    static_cast<void>(doc->LoadXMLFileOrNothing(text.get()));
     return doc;
 }
 
@@ -43,8 +44,8 @@ int32_t put_into_list(const std::string& name, const std::string& path,
         return result_failed;
     }
     if (old != nullptr) {
-        if (path != old->path) {
-            ::unlink(old->path);
+        if (path != old->path && ::unlink(old->path) == 0) {
+            static_cast<void>(flush_directory(XmlConfigDir()));  // as good as it gets
         }
         RemoveXmlDocNode(old);
     }

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "leaf/result.h"
+#include "leaf/whole_io.h"
 #include "store/child_index.h"
 #include "store/document_set.h"
 #include "store/path.h"
@@ -22,6 +23,13 @@ void remove_document(XmlDocNode& node) {
         ::unlink(node.path);
     }
     RemoveXmlDocNode(&node);
+}
+
+// A client that holds the reply must not meet the documents again after a power cut. A directory
+// that cannot be flushed is no failure, as a file that cannot be removed is none.
+int32_t documents_removed() {
+    static_cast<void>(flush_directory(XmlConfigDir()));
+    return result_ok;
 }
 
 int32_t remove_element(XmlDocNode& node, const XmlPath& list) {
@@ -48,7 +56,7 @@ int32_t remove_setting(std::string_view argument) {
         while (g_xmlDocList != nullptr) {
             remove_document(*g_xmlDocList);
         }
-        return result_ok;
+        return documents_removed();
     }
     XmlDocNode* const node = FindXmlDocNode(list[0].text());
     if (node == nullptr || node->doc == nullptr) {
@@ -56,7 +64,7 @@ int32_t remove_setting(std::string_view argument) {
     }
     if (argument == std::string(list[0].text()).append(".*")) {
         remove_document(*node);
-        return result_ok;
+        return documents_removed();
     }
     StripXmlPathWildcard(list);
     return remove_element(*node, list);

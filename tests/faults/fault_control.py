@@ -26,7 +26,9 @@ NEVER = 0xFFFFFFFF
 CONTROL = "/run/faults"
 HEAD = struct.Struct("<7Iiq")
 NAMES, NAME_SIZE = 256, 12
-SIZE = HEAD.size + NAMES * NAME_SIZE
+LARGEST = struct.Struct("<Q")
+LARGEST_AT = HEAD.size + NAMES * NAME_SIZE
+SIZE = LARGEST_AT + LARGEST.size
 
 
 def library():
@@ -58,7 +60,7 @@ class Faults:
         self._set(0, 0, 0, 0)
 
     def _set(self, group, first, amount, action):
-        self.memory[HEAD.size:] = bytes(NAMES * NAME_SIZE)
+        self.memory[HEAD.size:LARGEST_AT] = bytes(NAMES * NAME_SIZE)
         blocks, size = self.blocks, self.bytes
         HEAD.pack_into(self.memory, 0, self.thread, group, first, amount, action, 0, 0, blocks, size)
 
@@ -71,6 +73,10 @@ class Faults:
             yield self
         finally:
             self.memory[4:8] = bytes(4)  # no group: nothing is counted any more
+
+    def refuse_over(self, size):
+        """Every allocation of more bytes than that fails from now on."""
+        LARGEST.pack_into(self.memory, LARGEST_AT, size)
 
     def _field(self, number):
         return HEAD.unpack_from(self.memory)[number]

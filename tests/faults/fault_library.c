@@ -41,6 +41,7 @@ struct control {
     int32_t blocks;                 // blocks that the thread has allocated and not freed
     int64_t bytes;                  // their size
     char called[names][name_size];  // names of the first calls
+    uint64_t largest;               // allocations of more bytes fail, whoever's; 0: none does
 };
 
 static struct control* g_control;
@@ -116,8 +117,9 @@ static void discount(void* block) {
     }
 }
 
-static int refuse(const char* name) {
-    if (fault(group_allocations, name) == 0) {
+static int refuse(const char* name, size_t size) {
+    const int too_large = g_control != NULL && g_control->largest != 0 && size > g_control->largest;
+    if (!too_large && fault(group_allocations, name) == 0) {
         return 0;
     }
     errno = ENOMEM;
@@ -125,15 +127,15 @@ static int refuse(const char* name) {
 }
 
 void* malloc(size_t size) {
-    return refuse("malloc") ? NULL : counted(__libc_malloc(size));
+    return refuse("malloc", size) ? NULL : counted(__libc_malloc(size));
 }
 
 void* calloc(size_t count, size_t size) {
-    return refuse("calloc") ? NULL : counted(__libc_calloc(count, size));
+    return refuse("calloc", count * size) ? NULL : counted(__libc_calloc(count, size));
 }
 
 void* realloc(void* block, size_t size) {
-    if (refuse("realloc")) {
+    if (refuse("realloc", size)) {
         return NULL;
     }
     discount(block);

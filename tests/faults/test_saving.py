@@ -4,11 +4,12 @@ import re
 
 import pytest
 
+from device import CONFIGURATION
 from tracer import Strace
 from workload import COMMANDS, install
 
 CALLS = ("trace=openat,write,pwrite64,fsync,fdatasync,rename,renameat,renameat2,close,sendto,sendmsg,"
-         "ftruncate,unlinkat")
+         "ftruncate,unlink,unlinkat")
 
 
 class Flash:
@@ -19,6 +20,7 @@ class Flash:
         self.written = {}  # bytes of each file that is being made
         self.flushed = {}
         self.renamed = []  # files put in place
+        self.removed = []
         self.unflushed_directories = set()
         self.faults = []
 
@@ -36,6 +38,10 @@ class Flash:
             self.unflushed_directories.discard(path)
         elif name.startswith("rename"):
             self._rename(line)
+        elif name == "unlink":
+            directory, _, file = re.search(r'\("([^"]*)"', line)[1].rpartition("/")
+            self.removed.append(file)
+            self.unflushed_directories.add(directory)
         elif name in ("sendto", "sendmsg") or "<socket:" in line.split(",")[0]:
             if name != "close" and self.unflushed_directories:
                 self.faults.append(f"the reply goes out before {self.unflushed_directories}: {line}")
@@ -68,6 +74,9 @@ def test_the_model_sees_what_is_wrong():
     assert faults(opened, write, rename, flush, flush_directory, reply) == 1
     assert faults(opened, write, flush, write, rename, flush_directory, reply) == 1
     assert faults(opened, write, flush, rename, reply) == 1
+    unlink = 'unlink("/d/A") = 0'
+    assert faults(unlink, flush_directory, reply) == 0
+    assert faults(flush_directory, unlink, reply) == 1
 
 
 @pytest.mark.fault("S4")
@@ -86,6 +95,21 @@ def test_nothing_is_renamed_before_it_is_flushed(device, name, figure):
     assert flash.renamed
     assert flash.faults == []
     figure("files put in place", len(flash.renamed))
+
+
+@pytest.mark.fault("S4")
+@pytest.mark.parametrize("argument, removed", [("A.*", ["A"]), (".*", ["A", "Account", "B"])])
+def test_a_removed_document_is_gone_from_the_device_before_the_reply(device, argument, removed):
+    install(device)
+    device.start()
+    with Strace(device, "-e", CALLS) as strace:
+        assert device.request(f"remove:{argument}").code == 0
+    flash = Flash()
+    for call, _, line in strace.calls():
+        flash.feed(call, line)
+    assert sorted(flash.removed) == removed
+    assert flash.faults == []
+    assert device.list_directory(CONFIGURATION) == sorted({"A", "Account", "B"} - set(removed))
 
 
 @pytest.mark.fault("W1")
