@@ -34,9 +34,11 @@ bool simple_decode(std::string text, std::string& out) {
     return valid;
 }
 
-void check_round_trip(const uint8_t* data, std::size_t size) {
+void check_round_trip(std::string_view bytes) {
+    const std::size_t size = bytes.size();
     std::vector<char> encoded(base64_encoded_size(size));
-    const int32_t length = base64_encode({data, size}, encoded);
+    const int32_t length =
+        base64_encode({reinterpret_cast<const uint8_t*>(bytes.data()), size}, encoded);
     require(length == static_cast<int32_t>(encoded.size() - 1), "the encoded length");
     require(encoded.back() == '\0', "the NUL behind an encoded text");
     if (size == 0) {
@@ -46,7 +48,7 @@ void check_round_trip(const uint8_t* data, std::size_t size) {
     const base64_decoded result =
         base64_decode({encoded.data(), static_cast<std::size_t>(length)}, decoded);
     require(result.code == 0 && result.written == (size + 2) / 3 * 3, "decoding what was encoded");
-    const std::string expected = std::string(input_text(data, size)) + std::string(2, '\0');
+    const std::string expected = std::string(bytes) + std::string(2, '\0');
     require(std::string_view(decoded.data(), result.written) == expected.substr(0, result.written),
             "back again");
 }
@@ -68,15 +70,15 @@ void check_decoding(std::string_view text, std::size_t room) {
 }
 
 }  // namespace
-}  // namespace veltrancord::fuzz
 
-int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    using namespace veltrancord::fuzz;
-    check_round_trip(data, size);
-    if (size > 0) {
-        const std::string_view text = up_to_nul(input_text(data + 1, size - 1));
+void try_input(input_reader input) {
+    check_round_trip(input.rest());
+    if (!input.empty()) {
+        const uint8_t room = input.byte();
+        const std::string_view text = up_to_nul(input.rest());
         check_decoding(text, text.size() + 8);
-        check_decoding(text, data[0]);
+        check_decoding(text, room);
     }
-    return 0;
 }
+
+}  // namespace veltrancord::fuzz

@@ -114,12 +114,8 @@ void check_reply(std::string_view payload, const std::string& reply) {
 }
 
 }  // namespace
-}  // namespace veltrancord::fuzz
 
-int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    using namespace veltrancord;
-    using namespace veltrancord::fuzz;
-    input_reader input(data, size);
+void try_input(input_reader input) {
     const sandbox inside;
     small_worker worker;
     static_cast<void>(refused_children());
@@ -135,5 +131,6 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     require(lowest_free_descriptor() == descriptor, "every descriptor is closed");
     const std::string last = exchange(worker.server, "maxlogcount:");
     require(last == std::string("\5\0\0\0", 4), "the service goes on");
-    return 0;
 }
+
+}  // namespace veltrancord::fuzz

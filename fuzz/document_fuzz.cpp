@@ -80,12 +80,9 @@ void check_nesting(const std::string& text) {
 }
 
 }  // namespace
-}  // namespace veltrancord::fuzz
 
-int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    using namespace veltrancord;
-    using namespace veltrancord::fuzz;
-    const std::string text(up_to_nul(input_text(data, size)));
+void try_input(input_reader input) {
+    const std::string text(up_to_nul(input.rest()));
     if (!NestsDeeper((text + std::string(xml_text_padding, '\0')).c_str(), max_xml_nesting)) {
         check_nesting(text);
     }
@@ -103,12 +100,13 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     XmlDocument again("D");
     if (!parsed || !holds_whole_text(document) || !again.LoadXMLFile(first.c_str()) ||
         !holds_whole_text(again)) {
-        return 0;
+        return;
     }
     const std::string second = SerialiseXmlDoc(again);
     XmlDocument third("D");
     if (third.LoadXMLFile(second.c_str())) {
         require(SerialiseXmlDoc(third) == second, "a saved document stays as it is");
     }
-    return 0;
 }
+
+}  // namespace veltrancord::fuzz

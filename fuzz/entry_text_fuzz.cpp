@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "eventlog/entry_text.h"
+#include "eventlog/log_model.h"
 #include "eventlog/log_reader.h"
 #include "fuzz_target.h"
 #include "leaf/decimal_number.h"
@@ -15,22 +16,6 @@ bool equal(const log_record& a, const log_record& b) {
     log_record timeless = a;
     timeless.time = b.time;
     return pack_log_record(timeless) == pack_log_record(b);
-}
-
-// The fields between the colons, empty ones left out, as strtok would find them.
-std::vector<std::string> fields_of(std::string_view text) {
-    std::vector<std::string> fields(1);
-    for (const char c : text) {
-        if (c != ':') {
-            fields.back() += c;
-        } else if (!fields.back().empty()) {
-            fields.emplace_back();
-        }
-    }
-    if (fields.back().empty()) {
-        fields.pop_back();
-    }
-    return fields;
 }
 
 void check_fields(const std::vector<std::string>& fields, const log_record& record) {
@@ -49,7 +34,7 @@ void check_fields(const std::vector<std::string>& fields, const log_record& reco
 
 void check_text(std::string_view text) {
     log_record record;
-    const std::vector<std::string> fields = fields_of(text);
+    const std::vector<std::string> fields = test::log_model::fields_of(text);
     const bool readable = decode_log_entry(text, record);
     require(readable == (fields.size() == 10), "an entry has ten fields");
     if (!readable) {
@@ -90,15 +75,13 @@ void check_record(std::string_view bytes) {
 }
 
 }  // namespace
-}  // namespace veltrancord::fuzz
 
-int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    using namespace veltrancord;
-    using namespace veltrancord::fuzz;
-    const std::string_view text = input_text(data, size);
+void try_input(input_reader input) {
+    const std::string_view text = input.rest();
     check_text(up_to_nul(text));
     check_record(text);
     log_request request;
     static_cast<void>(parse_log_request(up_to_nul(text), request));
-    return 0;
 }
+
+}  // namespace veltrancord::fuzz

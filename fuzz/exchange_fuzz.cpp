@@ -46,12 +46,8 @@ void check_uploaded(const XmlDocument& exchange) {
 }
 
 }  // namespace
-}  // namespace veltrancord::fuzz
 
-int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    using namespace veltrancord;
-    using namespace veltrancord::fuzz;
-    input_reader input(data, size);
+void try_input(input_reader input) {
     const uint8_t choice = input.byte();
     const std::string text(input.rest());
 
@@ -76,5 +72,6 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     require(again == result_ok || again == result_unparsable, "the second exchange");
     save_changed_documents();
     check_document_set();
-    return 0;
 }
+
+}  // namespace veltrancord::fuzz

@@ -76,12 +76,8 @@ void check_question(input_reader& input) {
 }
 
 }  // namespace
-}  // namespace veltrancord::fuzz
 
-int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    using namespace veltrancord;
-    using namespace veltrancord::fuzz;
-    input_reader input(data, size);
+void try_input(input_reader input) {
     const std::string account(up_to_nul(input.piece()));
     auto document = std::make_unique<XmlDocument>("Account");
     document->LoadXMLFile(account.c_str());
@@ -97,5 +93,6 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     free_group_list();
     free_permit_list();
     FreeXmlDocs();
-    return 0;
 }
+
+}  // namespace veltrancord::fuzz

@@ -1,8 +1,8 @@
 // What the fuzz targets share: their entry point, and how they say that something does not hold.
 //
-// A target is one source here. LibFuzzer feeds it what it makes up (`./dev fuzz`), replay.cpp what
-// the corpus keeps; both call LLVMFuzzerTestOneInput and nothing else of it. A target does not only
-// wait for crashes: it compares with the simplest other way to come to the same answer.
+// A target is one source here, which defines try_input. LibFuzzer feeds it what it makes up
+// (`./dev fuzz`), replay.cpp what the corpus keeps; both come in by entry_point.cpp. A target does
+// not only wait for crashes: it compares with the simplest other way to come to the same answer.
 #pragma once
 
 #include <unistd.h>
@@ -33,10 +33,6 @@ inline void require(bool holds, std::string_view what) {
     std::abort();
 }
 
-inline std::string_view input_text(const uint8_t* data, std::size_t size) {
-    return {reinterpret_cast<const char*>(data), size};
-}
-
 // The part of `text` before its first NUL: what a routine that takes C texts sees.
 inline std::string_view up_to_nul(std::string_view text) {
     return text.substr(0, text.find('\0'));
@@ -45,7 +41,7 @@ inline std::string_view up_to_nul(std::string_view text) {
 // Takes bytes and pieces off the front of an input, so that one input says several things.
 class input_reader {
   public:
-    input_reader(const uint8_t* data, std::size_t size) : rest_(input_text(data, size)) {}
+    explicit input_reader(std::string_view input) : rest_(input) {}
 
     // Return: the next byte, 0 behind the end.
     [[nodiscard]] uint8_t byte() {
@@ -71,5 +67,8 @@ class input_reader {
   private:
     std::string_view rest_;
 };
+
+// One input, tried on the target; what does not hold does not return.
+void try_input(input_reader input);
 
 }  // namespace veltrancord::fuzz

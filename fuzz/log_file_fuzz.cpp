@@ -67,12 +67,8 @@ void check_reading(const log_document& log, const log_ring& ring, input_reader& 
 }
 
 }  // namespace
-}  // namespace veltrancord::fuzz
 
-int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    using namespace veltrancord;
-    using namespace veltrancord::fuzz;
-    input_reader input(data, size);
+void try_input(input_reader input) {
     const int32_t capacity = input.byte() % 12 - 1;
     std::string settings(up_to_nul(input.piece()));
     const std::string text(up_to_nul(input.rest()));
@@ -99,5 +95,6 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const bool full = capacity > 0 && log_starts_full(capacity, elements);
     check_reading(log, full ? full_log_ring(capacity, 1) : partial_log_ring(capacity, elements),
                   input);
-    return 0;
 }
+
+}  // namespace veltrancord::fuzz

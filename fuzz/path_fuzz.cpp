@@ -69,25 +69,23 @@ void check_shortened(XmlPath& list, std::vector<std::string> names) {
 }
 
 }  // namespace
-}  // namespace veltrancord::fuzz
 
-int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    using namespace veltrancord;
-    using namespace veltrancord::fuzz;
-    const std::string_view path = input_text(data, size);
+void try_input(input_reader input) {
+    const std::string_view path = input.rest();
     const std::vector<std::string> names = simple_split(path);
     XmlPath list;
     require(SplitXmlPath(path, list) == !names.empty(), "whether a path splits");
     require(names_of(list) == names, "the components");
     if (names.empty()) {
-        return 0;
+        return;
     }
     require(XmlPathLast(list) == names.back(), "the last component");
     require(names.size() > 1 ? XmlPathParent(list) == names[names.size() - 2]
                              : XmlPathParent(list).data() == nullptr,
             "the last but one");
     check_joined(list, names, 256, "");
-    check_joined(list, names, std::max<std::size_t>(2, size), "x");
+    check_joined(list, names, std::max<std::size_t>(2, path.size()), "x");
     check_shortened(list, names);
-    return 0;
 }
+
+}  // namespace veltrancord::fuzz

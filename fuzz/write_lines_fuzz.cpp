@@ -122,13 +122,12 @@ void check_attributes(std::string_view argument) {
 }
 
 }  // namespace
-}  // namespace veltrancord::fuzz
 
-int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    using namespace veltrancord::fuzz;
-    const std::string_view argument = up_to_nul(input_text(data, size));
+void try_input(input_reader input) {
+    const std::string_view argument = up_to_nul(input.rest());
     check_cutting(argument);
     check_elements(argument);
     check_attributes(argument);
-    return 0;
 }
+
+}  // namespace veltrancord::fuzz

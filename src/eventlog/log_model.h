@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -127,7 +128,7 @@ class log_model {
             if (text == nullptr) {
                 break;
             }
-            const std::vector<std::string> fields = split(*text);
+            const std::vector<std::string> fields = fields_of(*text);
             if (fields.size() != 10) {
                 continue;
             }
@@ -151,21 +152,8 @@ class log_model {
         return elements_;
     }
 
-  private:
-    static std::string element_name(int32_t position) {
-        return std::string("E").append(std::to_string(position));
-    }
-
-    std::string* find(const std::string& name) {
-        for (auto& element : elements_) {
-            if (element.first == name) {
-                return &element.second;
-            }
-        }
-        return nullptr;
-    }
-
-    static std::vector<std::string> split(const std::string& text) {
+    // What stands between the colons of an entry's text; empty fields count for nothing.
+    static std::vector<std::string> fields_of(std::string_view text) {
         std::vector<std::string> fields(1);
         for (const char c : text) {
             if (c != ':') {
@@ -180,9 +168,23 @@ class log_model {
         return fields;
     }
 
+  private:
+    static std::string element_name(int32_t position) {
+        return std::string("E").append(std::to_string(position));
+    }
+
+    std::string* find(const std::string& name) {
+        for (auto& element : elements_) {
+            if (element.first == name) {
+                return &element.second;
+            }
+        }
+        return nullptr;
+    }
+
     // Empty for an entry that does not decode or that the mask leaves out.
     static std::string decode(const std::string& text, int32_t mask) {
-        const std::vector<std::string> fields = split(text);
+        const std::vector<std::string> fields = fields_of(text);
         if (fields.size() != 10 || (std::atoi(fields[0].c_str()) & mask) == 0) {
             return "";
         }

@@ -94,4 +94,21 @@ std::string_view reply_text::frame(int32_t result) noexcept {
     return {block_.get(), frame_header + size_};
 }
 
+bool reply_text::drop_sent(std::size_t sent) noexcept {
+    const std::size_t left = frame_header + size_ - sent;
+    if (left > allocated_ / 2) {
+        return false;
+    }
+    // A block of its own: cut off where it is, the large one would leave a hole that the next large
+    // one does not fit into.
+    char* const rest = static_cast<char*>(std::malloc(frame_header + left));
+    if (rest == nullptr) {
+        return false;
+    }
+    std::memcpy(rest + frame_header, block_.get() + sent, left);
+    block_.reset(rest);
+    size_ = allocated_ = left;
+    return true;
+}
+
 }  // namespace veltrancord

@@ -79,6 +79,13 @@ class reply_text {
     // The text must be open. Valid until the next change.
     [[nodiscard]] std::string_view frame(int32_t result) noexcept;
 
+    // For a frame that is sent in part and has to wait for its client: gives the memory of the
+    // first `sent` bytes back where that is most of it. The text is then what is left of the frame,
+    // and only good for being sent.
+    //
+    // Return: whether it was done; otherwise nothing has changed.
+    bool drop_sent(std::size_t sent) noexcept;
+
   private:
     [[nodiscard]] bool grow_by(std::size_t count) noexcept;
 

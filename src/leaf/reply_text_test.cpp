@@ -27,6 +27,25 @@ TEST(reply_text, is_a_body_as_soon_as_it_is_opened) {
     EXPECT_EQ(text.bound(), 10U);
 }
 
+TEST(reply_text, keeps_of_a_frame_that_is_mostly_sent_only_the_rest) {
+    reply_text text;
+    ASSERT_TRUE(text.open(100'000));
+    ASSERT_TRUE(text.append(std::string(90'000, 'a') + std::string(10'000, 'b')));
+    const std::string frame(text.frame(100'000));
+    EXPECT_FALSE(text.drop_sent(0));
+    EXPECT_FALSE(text.drop_sent(50'003));
+    EXPECT_EQ(text.frame(100'000), frame);
+    EXPECT_TRUE(text.drop_sent(50'004));
+    EXPECT_EQ(text.view(), frame.substr(50'004));
+    EXPECT_TRUE(text.is_open());
+    ASSERT_TRUE(text.open(100'000));
+    ASSERT_TRUE(text.append(std::string(frame.substr(4))));
+    static_cast<void>(text.frame(100'000));
+    EXPECT_TRUE(text.drop_sent(100'004));
+    EXPECT_EQ(text.view(), "");
+    EXPECT_TRUE(text.is_open());
+}
+
 TEST(reply_text, takes_as_much_as_its_bound_and_not_a_byte_more) {
     reply_text text;
     ASSERT_TRUE(text.open(5));

@@ -35,7 +35,12 @@ void await_writable(connection* client) {
     if (client->write_event != nullptr) {
         return;
     }
-    client->payload.reset();  // the client may take its time; its request is over
+    // The client may take its time: it keeps no more than what it has still to be sent.
+    client->payload.reset();
+    if (client->reply.drop_sent(client->written)) {
+        client->frame = client->reply.view();
+        client->written = 0;
+    }
     client->write_event = client->server->loop.add_descriptor(
         client->fd.get(), watch_direction::write, on_writable, client);
     if (client->write_event == nullptr) {
