@@ -10,7 +10,8 @@ namespace {
 
 constexpr std::size_t first_room = 512;
 
-constinit thread_local allocation_record* t_record = nullptr;
+// It is only ever part of a program, so it needs no call to find out where it is.
+[[gnu::tls_model("initial-exec")]] constinit thread_local allocation_record* t_record = nullptr;
 
 // Return: null when memory could not be had, for the note either.
 void* allocate(std::size_t size) noexcept {
