@@ -6,6 +6,25 @@ settings; a key that ends in "#Name" is an attribute. Values are texts.
 
 from xml.sax.saxutils import escape, quoteattr
 
+from secret import enc_form
+
+# Accounts of every sort, of which the filtered read shows some.
+ACCOUNT_WITH_SECRETS = f"""<Account>
+  <Maxuser>10</Maxuser>
+  <User1 Level="3" AllowToShow="YES">
+    <Username>admin</Username>
+    <Password>{enc_form("topsecret")}</Password>
+  </User1>
+  <User2><Username>guest</Username><PASSWORD>{enc_form("x")}</PASSWORD></User2>
+  <UserGroup><Name>all</Name></UserGroup>
+  <Cloud><Url>c</Url></Cloud>
+  <CloudAccount>d</CloudAccount>
+  <CGIPermitDenyFilter><Rule1>r</Rule1></CGIPermitDenyFilter>
+  <LocalPassword><Password>{enc_form("lp")}</Password></LocalPassword>
+  <OperatorPassword>o</OperatorPassword>
+  <Policy><MinLength>8</MinLength></Policy>
+</Account>"""
+
 
 def element_name(component):
     """The name under which an element is stored: other characters as "_" and two digits."""

@@ -12,6 +12,7 @@ import device as device_module
 import machine as machine_module
 import valgrind
 from device import Device
+from supervision import ACCOUNT
 
 TEST_SECONDS = float(os.environ.get("E2E_TEST_SECONDS", "300"))
 
@@ -116,6 +117,32 @@ def service(device):
         return device
 
     return start
+
+
+@pytest.fixture(scope="module")
+def running(request):
+    """One started service on the module's DOCUMENTS for all of its tests that change nothing."""
+    with Device() as one:
+        one.write_documents(request.module.DOCUMENTS)
+        one.start()
+        yield one
+        _check_and_close(one)
+
+
+@pytest.fixture
+def ready(service):
+    """A service with one user, and nothing printed yet."""
+    device = service({"Account": ACCOUNT})
+    device.forget_output()
+    return device
+
+
+@pytest.fixture
+def restarting(service):
+    """The same, whose worker is started again whenever it ends."""
+    device = service({"Account": ACCOUNT}, "-l")
+    device.forget_output()
+    return device
 
 
 @pytest.fixture

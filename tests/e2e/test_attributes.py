@@ -2,7 +2,7 @@
 
 import pytest
 
-from device import Device
+from wire import lines
 
 ACCOUNT = """<Account Level="9" Own="root">
   <User1 Level="3" AllowToShow="YES"><Username DispatchW="/bin/x" Level="1">admin</Username></User1>
@@ -19,18 +19,7 @@ NAMES = """<Names><a_20b At_20t="1" X="&lt;&amp;&quot;"><Inner_20c Y="2"/></a_20
 SINGLE = '<Single Level="2" Color="blue">text only</Single>'
 
 
-@pytest.fixture(scope="module")
-def running():
-    with Device() as one:
-        one.write_documents({"Account": ACCOUNT, "Names": NAMES, "Single": SINGLE, "Bad": "<"})
-        one.start()
-        yield one
-        findings = one.sanitizer_findings()
-    assert findings == ""
-
-
-def lines(*texts):
-    return "".join(text + "\n" for text in texts)
+DOCUMENTS = {"Account": ACCOUNT, "Names": NAMES, "Single": SINGLE, "Bad": "<"}
 
 
 # ---- readsingleattr ---------------------------------------------------------------------------

@@ -7,28 +7,7 @@ import socket
 import pytest
 
 from device import CONFIGURATION, SOCKET, wait_until
-from wire import Reply
-
-ACCOUNT = "<Account><User1><Username>admin</Username></User1></Account>"
-USERNAME = "read:Account.User1.Username"
-ADMIN = Reply(len("Account.User1.Username=admin"), b"Account.User1.Username=admin")
-
-EXITING = "Veltracord Exiting....\n"
-RESTART = "restart Veltracord....\n"
-
-
-@pytest.fixture
-def ready(service):
-    device = service({"Account": ACCOUNT})
-    device.forget_output()
-    return device
-
-
-@pytest.fixture
-def restarting(service):
-    device = service({"Account": ACCOUNT}, "-l")
-    device.forget_output()
-    return device
+from supervision import ACCOUNT, ADMIN, EXITING, RESTART, USERNAME
 
 
 # ---- starting ---------------------------------------------------------------------------------

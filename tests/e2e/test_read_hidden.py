@@ -2,24 +2,8 @@
 
 import pytest
 
-from device import Device
-from secret import enc_form
-
-ACCOUNT = f"""<Account>
-  <Maxuser>10</Maxuser>
-  <User1 Level="3" AllowToShow="YES">
-    <Username>admin</Username>
-    <Password>{enc_form("topsecret")}</Password>
-  </User1>
-  <User2><Username>guest</Username><PASSWORD>{enc_form("x")}</PASSWORD></User2>
-  <UserGroup><Name>all</Name></UserGroup>
-  <Cloud><Url>c</Url></Cloud>
-  <CloudAccount>d</CloudAccount>
-  <CGIPermitDenyFilter><Rule1>r</Rule1></CGIPermitDenyFilter>
-  <LocalPassword><Password>{enc_form("lp")}</Password></LocalPassword>
-  <OperatorPassword>o</OperatorPassword>
-  <Policy><MinLength>8</MinLength></Policy>
-</Account>"""
+from account_text import ACCOUNT_WITH_SECRETS as ACCOUNT
+from wire import lines
 
 NETWORK = """<Network>
   <Lan Level="3"><Ip Level="2">10.0.0.1</Ip><Mask>255.0.0.0</Mask></Lan>
@@ -52,21 +36,6 @@ SHOW = """<Show>
 </Show>"""
 
 DOCUMENTS = {"Account": ACCOUNT, "Network": NETWORK, "Show": SHOW}
-
-
-@pytest.fixture(scope="module")
-def running():
-    """One service for all tests here: none of them changes anything."""
-    with Device() as one:
-        one.write_documents(DOCUMENTS)
-        one.start()
-        yield one
-        findings = one.sanitizer_findings()
-    assert findings == ""
-
-
-def lines(*texts):
-    return "".join(text + "\n" for text in texts)
 
 
 # ---- readAndFilter ----------------------------------------------------------------------------

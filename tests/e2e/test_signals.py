@@ -7,31 +7,11 @@ import time
 import pytest
 
 from device import wait_until
-from wire import Reply
+from supervision import ADMIN, EXITING, RESTART, USERNAME
 
-ACCOUNT = "<Account><User1><Username>admin</Username></User1></Account>"
-USERNAME = "read:Account.User1.Username"
-ADMIN = Reply(len("Account.User1.Username=admin"), b"Account.User1.Username=admin")
-
-EXITING = "Veltracord Exiting....\n"
-RESTART = "restart Veltracord....\n"
 RELEASE = "process release....\n"
 # What Linux says of an accept without waiting on a socket that has been shut down.
 SHUT = "do_accept accept: Resource temporarily unavailable!!\n"
-
-
-@pytest.fixture
-def ready(service):
-    device = service({"Account": ACCOUNT})
-    device.forget_output()
-    return device
-
-
-@pytest.fixture
-def restarting(service):
-    device = service({"Account": ACCOUNT}, "-l")
-    device.forget_output()
-    return device
 
 
 def termination(number):

@@ -49,6 +49,11 @@ class Reply(NamedTuple):
 NO_REPLY = Reply(None, b"")
 
 
+def lines(*texts):
+    """The text of a listing of these lines."""
+    return "".join(text + "\n" for text in texts)
+
+
 def parse_reply(data):
     """Makes a `Reply` of everything that a connection brought until its end.
 
