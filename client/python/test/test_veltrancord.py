@@ -1,8 +1,10 @@
 """The Python module against a service that answers as each test says."""
 
 import re
+import shutil
 import socket
 import struct
+import subprocess
 import sys
 import threading
 import time
@@ -253,3 +255,11 @@ def test_results_and_bounds_are_those_of_the_c_library():
     assert ours == names
     sizes = re.findall(r"VELTRANCORD_(MAX_\w+) = (\d+)", (include / "client.h").read_text())
     assert {name: getattr(bounds, name) for name, _ in sizes} == {n: int(v) for n, v in sizes}
+
+
+def test_the_types_hold():
+    if shutil.which("mypy") is None:
+        pytest.skip("mypy is not installed")
+    checked = subprocess.run(["mypy", "--strict", "--no-incremental", "--cache-dir", "/dev/null",
+                              HERE.parent / "veltrancord"], capture_output=True, text=True, check=False)
+    assert checked.returncode == 0, checked.stdout

@@ -19,7 +19,7 @@ Settings = Union[Mapping[str, str], Iterable[Tuple[str, str]]]
 class Permit(NamedTuple):
     """A permit that the configuration defines."""
 
-    index: int
+    number: int
     name: str
     type: str
     value: str

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import enum
-from typing import Optional
+from typing import Dict, Optional, Type
 
 
 class Result(enum.IntEnum):
@@ -149,11 +149,11 @@ def error_of(
     index: Optional[int] = None,
 ) -> Error:
     """The exception for a result."""
-    kinds = {
+    kinds: Dict[int, Type[Error]] = {
         Result.NOT_FOUND: NotFound,
         Result.DENIED: Denied,
         Result.UNREACHABLE: Unreachable,
         Result.TIMED_OUT: TimedOut,
     }
-    kind = kinds.get(code, Refused if code <= _FIRST_REFUSED else Error)  # type: ignore[call-overload]
+    kind = kinds.get(code, Refused if code <= _FIRST_REFUSED else Error)
     return kind(code, detail, bound=bound, found=found, index=index)
