@@ -1,6 +1,7 @@
 """The shared library exports what the header declares and the map lists: nothing more, nothing less.
+Neither library holds anything that a call could change.
 
-Usage: exported_symbols_test.py LIBRARY MAP HEADER...
+Usage: exported_symbols_test.py LIBRARY STATIC-LIBRARY MAP HEADER...
 """
 
 import re
@@ -8,7 +9,7 @@ import subprocess
 import sys
 from pathlib import Path
 
-library, symbol_map, *headers = sys.argv[1:]
+library, static_library, symbol_map, *headers = sys.argv[1:]
 
 listing = subprocess.run(
     ["nm", "-D", "--defined-only", library], check=True, capture_output=True, text=True
@@ -41,5 +42,13 @@ if not soname or soname.group(1) != "libveltrancord.so.1":
     problems.append("the SONAME is not libveltrancord.so.1")
 if not needed_libraries <= {"libc.so.6", "ld-linux-armhf.so.3"}:
     problems.append(f"needs more than the C library: {sorted(needed_libraries)}")
+table = subprocess.run(
+    ["objdump", "-t", static_library], check=True, capture_output=True, text=True
+).stdout
+variables = re.findall(r"^\S+ .{6}O (\.t?data|\.t?bss|\*COM\*)\s+\S+\s+(\S+)$", table, re.MULTILINE)
+if " O .rodata" not in table and " O .data.rel.ro" not in table:
+    problems.append("the table of symbols is not as expected")
+if variables:
+    problems.append(f"holds variables: {variables}")
 print("\n".join(problems))
 sys.exit(1 if problems else 0)

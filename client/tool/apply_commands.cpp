@@ -33,6 +33,7 @@ struct apply_options {
 };
 
 constexpr std::string_view process_mark = "# process ";
+constexpr std::string_view nothing_waits = "no change waits for a confirmation";
 constexpr std::string_view new_mark = "# new ";
 
 // The process that applies, as no other process is called while it lives or later.
@@ -233,7 +234,9 @@ int run_apply(context& tool, const apply_options& options) {
         return tool.fail_with(exit_failed, "state folder", std::strerror(errno));
     }
     if (options.restore) {
-        return take_back(tool, folder);
+        return access(pending_name(folder).c_str(), F_OK) == 0
+                   ? take_back(tool, folder)
+                   : tool.fail_with(exit_not_found, "apply", nothing_waits);
     }
     if (options.discard) {
         (void)unlink(pending_name(folder).c_str());
@@ -263,7 +266,7 @@ int run_confirm(context& tool) {
     const std::string folder = state_folder();
     pending_change pending;
     if (folder.empty() || !read_pending(folder, pending)) {
-        return tool.fail_with(exit_not_found, "confirm", "no change waits for a confirmation");
+        return tool.fail_with(exit_not_found, "confirm", nothing_waits);
     }
     if (unlink(pending_name(folder).c_str()) != 0) {
         return tool.fail_with(exit_failed, pending_name(folder), std::strerror(errno));

@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "exit_status.h"
 #include "pager.h"
@@ -84,7 +85,10 @@ std::string context::coloured(const char* sequence, std::string_view text) const
 
 int context::fail(std::string_view subject, int32_t result) {
     char reason[256];
-    if (client_.error.code == result) {
+    if (client_.error.code == result && result == VELTRANCORD_UNREACHABLE) {
+        std::snprintf(reason, sizeof reason, "%s: %s: %s", veltrancord_result_text(result),
+                      socket_path.c_str(), std::strerror(client_.error.system_error));
+    } else if (client_.error.code == result) {
         veltrancord_error_text(&client_, reason, sizeof reason);
     } else {
         std::snprintf(reason, sizeof reason, "%s", veltrancord_result_text(result));

@@ -105,7 +105,7 @@ int run_ping(context& tool) {
     const auto start = std::chrono::steady_clock::now();
     const int32_t result = veltrancord_ping(&tool.client());
     if (result < 0) {
-        return tool.fail(tool.socket_path, result);
+        return tool.fail("ping", result);
     }
     const auto took = std::chrono::duration_cast<std::chrono::microseconds>(
         std::chrono::steady_clock::now() - start);
@@ -117,7 +117,7 @@ int run_ping(context& tool) {
 
 int run_wait(context& tool) {
     const int32_t result = veltrancord_wait(&tool.client());
-    return result < 0 ? tool.fail(tool.socket_path, result) : exit_done;
+    return result < 0 ? tool.fail("wait", result) : exit_done;
 }
 
 }  // namespace

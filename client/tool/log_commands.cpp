@@ -101,7 +101,7 @@ std::string as_line(const veltrancord_log_record& record, const event_names& nam
 bool parse_mask(context& tool, const std::string& text, int32_t& mask) {
     int64_t number = 0;
     if (!parse_number(text, number) || number < INT32_MIN || number > UINT32_MAX) {
-        (void)tool.fail_with(exit_usage, text, "is no mask of 32 bits");
+        (void)tool.fail_with(exit_usage, text, "is no number of 32 bits, as in 16 or 0x10");
         return false;
     }
     mask = static_cast<int32_t>(static_cast<uint32_t>(number));

@@ -78,7 +78,7 @@ int read_tree(context& tool, const std::string& path, setting_tree& tree) {
         return tool.fail(path.empty() ? "*" : path, result);
     }
     if (settings.empty()) {
-        return tool.fail_with(exit_empty, path.empty() ? "*" : path, "empty");
+        return tool.fail_with(exit_empty, path.empty() ? "*" : path, "nothing lies below");
     }
     tree = setting_tree(path, settings);
     return exit_done;

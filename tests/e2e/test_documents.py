@@ -134,6 +134,17 @@ def test_the_sides_of_the_wire_agree_on_every_bound(service):
     assert device.request("download:/tmp/" + "u" * 251).code == -1
 
 
+def test_every_command_is_in_the_tables():
+    table = (REPOSITORY / "src/server/command_table.cpp").read_text()
+    commands = re.findall(r'\{"(\w+)", \w+_handle', table)
+    assert len(commands) == 35
+    readme = (REPOSITORY / "README.md").read_text().split("## Commands")[1].split("\n## ")[0]
+    assert sorted(re.findall(r"^\| `(\w+)` \|", readme, re.MULTILINE)) == sorted(commands)
+    page = (REPOSITORY / "client/man/veltrancord.7").read_text().split(".Ss Commands")[1]
+    listed = re.findall(r"\w+", " ".join(re.findall(r"^\.Ic (.*)$", page, re.MULTILINE)))
+    assert sorted(listed) == sorted(commands)
+
+
 def test_manual_pages_are_well_formed():
     import shutil
     import subprocess

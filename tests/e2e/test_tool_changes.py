@@ -86,7 +86,9 @@ def test_apply_is_kept_when_confirmed_on_its_input(tool):
     process.communicate("confirm\n")
     assert process.returncode == 0
     assert value(tool) == "1400"
-    assert tool("confirm").status == 1
+    for words in ("confirm", "apply --restore"):
+        again = tool(*words.split())
+        assert again.status == 1 and "no change waits for a confirmation" in again.stderr
 
 
 def test_apply_is_kept_when_confirmed_from_elsewhere(tool):

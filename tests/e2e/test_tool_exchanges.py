@@ -228,3 +228,12 @@ def test_a_record_of_the_log_is_sent_as_it_was_asked_for(scripted):
     assert fields == (0x10, 7, b"fifteen letters\0", 255, 2147483647)
     assert scripted(reply(0), "log", "add", "1", "x", "--time", "2147483648")[0].returncode == 5
     assert scripted(reply(0), "log", "add", "1", "x", "--detail1", "256")[0].returncode == 2
+
+
+def test_a_service_that_is_not_there_is_named_by_its_socket():
+    for words in (["get", "A.B"], ["ping"], ["wait", "--timeout", "0.01"]):
+        finished = subprocess.run([command_line.program(), "--socket", "/nonexistent", *words],
+                                  capture_output=True, text=True, check=False)
+        assert (finished.returncode, finished.stderr) == (8, (
+            f"veltrancordctl: {words[-1] if words[0] == 'get' else words[0]}: the service cannot be "
+            "reached: /nonexistent: No such file or directory (-100)\n"))
