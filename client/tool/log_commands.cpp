@@ -174,6 +174,9 @@ int run_follow(context& tool, const list_options& options) {
     }
     record_list before;
     int32_t result = read_events(tool, -1, before);
+    if (result >= 0) {
+        context::note("following");
+    }
     for (int round = 0; result >= 0 && round != options.rounds; ++round) {
         std::this_thread::sleep_for(std::chrono::milliseconds(options.interval_ms));
         record_list now;

@@ -254,6 +254,7 @@ def test_log_follow(tool):
     tool("log", "add", "1", "old")
     follower = tool.outside("log", "follow", "--interval", "50")
     try:
+        assert follower.stderr.readline() == "veltrancordctl: following\n"
         for number in range(3):
             # Looked at between any two, or all at once: each is told once, in order.
             tool("log", "add", "1", f"event{number}")

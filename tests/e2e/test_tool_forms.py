@@ -90,19 +90,17 @@ def test_failures_of_the_tool_itself_are_json_too(tool):
     assert error("confirm")[1]["name"] == "NOT_FOUND"
 
 
-def test_follow_and_watch_print_one_line_at_a_time(tool):
-    follower = tool.outside("log", "follow", "--interval", "20", "--json")
-    try:
-        tool("log", "add", "1", "next")
-        while True:  # it may have looked for the first time only after the event had come
-            tool("log", "add", "1", "again")
+def test_what_follows_is_printed_line_by_line(tool):
+    for form, expected in (("json", '{"time":'), ("shell", "time='")):
+        follower = tool.outside("log", "follow", "--interval", "20", "--format", form)
+        try:
+            assert follower.stderr.readline() == "veltrancordctl: following\n"
+            tool("log", "add", "1", "next")
             line = follower.stdout.readline()
-            if line:
-                break
-        assert json.loads(line)["text"] in ("next", "again")
-    finally:
-        follower.kill()
-        follower.communicate()
+            assert line.startswith(expected) and "next" in line
+        finally:
+            follower.kill()
+            follower.communicate()
 
 
 def test_lines_that_certainly_hold_are_told(tool):

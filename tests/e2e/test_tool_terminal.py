@@ -156,6 +156,7 @@ def test_completion_gives_up_within_its_budget(tool):
     if shutil.which("strace") is None:
         pytest.skip("strace is not installed")
     device = tool.device
+    device.require_no_sanitizer("address", "a leak check cannot be traced")
     device.send_signal(device.worker_pid, signal.SIGSTOP)
     try:
         finished = device.run("strace", "-o", "/tmp/trace", "-e", "trace=poll",
