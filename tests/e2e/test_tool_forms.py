@@ -1,10 +1,13 @@
 """veltrancordctl for programs: JSON, a shell's assignments, NUL bytes; and what of several lines holds."""
 
 import json
+import re
+import shlex
 
 import pytest
 
 from command_line import Tool
+from device import REPOSITORY
 
 ACCOUNT = (
     "<Account><User1><Username>it's me</Username><Level>Admin</Level></User1>"
@@ -127,3 +130,47 @@ def test_a_path_that_ends_with_dots_names_the_same_secret(tool):
         assert finished.status == 0 and "geheim" not in finished.stdout, words
     hidden = tool("raw", "readvalue", "-", stdin="Account.User1.Password\0tail")
     assert "geheim" not in hidden.stdout and "********" in hidden.stdout
+
+
+# What each command's JSON holds. The manual promises that names are added, never changed.
+KEYS = {
+    "ls Network": ["name", "children"],
+    "set Network.A=1": ["written"],
+    "log list": ["time", "type", "names", "detail1", "text", "detail2"],
+    "log count": ["count"],
+    "log count --capacity": ["capacity"],
+    "can --group Admin 'Net work'": ["allowed"],
+    'filter "it\'s me" reboot': ["allowed"],
+    "permits": ["number", "name", "type", "value"],
+    "diff /tmp/lines": ["path", "change", "before", "after"],
+    "ping": ["alive", "microseconds"],
+    "raw geteventcount": ["result", "text"],
+    "fsck /tmp/db": ["file", "path", "kind", "text"],
+    "doctor": ["alive", "findings"],
+}
+
+
+def test_the_names_in_json_are_those_of_the_manual(tool):
+    manual = (REPOSITORY / "client/man/veltrancordctl.1").read_text()
+    promised = manual.split(".Sh OUTPUT FOR PROGRAMS")[1].split(".Sh")[0]
+    tool.device.write_file("/tmp/db/Broken", "<Broken><a></Broken>")
+    tool.device.request("write:Account.Permission.Group1.Permit2=YES")
+    for words, keys in KEYS.items():
+        answer = json.loads(tool(*shlex.split(words), "--json").stdout)
+        answer = answer[0] if isinstance(answer, list) else answer
+        assert list(answer) == keys, words
+        assert all(re.search(rf"^\.(?:Dq|Pq) .*\b{key}\b", promised, re.MULTILINE) for key in keys), words
+    finding = tool.json("doctor", status=tool("doctor").status)["findings"][0]
+    assert list(finding) == ["topic", "state", "text"]
+
+
+def test_many_lines_are_one_request_and_one_save(device):
+    """Two requests would save the document twice."""
+    device.write_documents({"Network": NETWORK})
+    device.start_traced(calls="rename,renameat,renameat2")
+    tool = Tool(device)
+    for words, lines in (("set -", [f"Network.A{n}={n}" for n in range(50)]),
+                         ("apply -", [f"Network.B{n}={n}" for n in range(50)])):
+        before = len(device.trace())
+        assert tool(*words.split(), stdin="\n".join(lines)).status == 0
+        assert len(device.trace()) - before == 1

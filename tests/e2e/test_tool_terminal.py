@@ -11,7 +11,8 @@ import command_line
 from command_line import Terminal, Tool
 from device import REPOSITORY
 
-NETWORK = "<Network><Lan><Mtu>1500</Mtu><Dhcp>YES</Dhcp></Lan></Network>"
+NETWORK = ("<Network><Lan><Mtu>1500</Mtu><Dhcp>YES</Dhcp></Lan>"
+           "<Zone_20A><Speed_20B>fast and far</Speed_20B></Zone_20A></Network>")
 COMPLETIONS = REPOSITORY / "client/tool/completions"
 
 
@@ -145,6 +146,8 @@ def test_a_key_completes_live_paths(tool, shell, tmp_path):
     terminal.wait_for("told\r\n")
     terminal.type("veltrancordctl get Net\tL\tM\t\n")
     terminal.wait_for("1500")
+    terminal.type("veltrancordctl get Network.Z\tS\t\n")  # names with blanks
+    terminal.wait_for("fast and far")
     terminal.type("veltrancordctl pin\t\n")
     terminal.wait_for("alive, ")
     terminal.type("exit\n")

@@ -1,10 +1,13 @@
 # Completion of veltrancordctl for bash: all knowledge is in the program.
 _veltrancordctl() {
-    local word=${COMP_WORDS[COMP_CWORD]} found
+    local words=("${COMP_WORDS[@]//\\/}") found one
     # Silent when nothing answers; a path that goes on ends with a dot and gets no blank.
-    found=$("${COMP_WORDS[0]}" complete -- "${COMP_WORDS[@]:1:COMP_CWORD}" 2>/dev/null) || return 0
-    mapfile -t COMPREPLY <<<"$found"
-    [[ -n $found ]] || COMPREPLY=()
+    found=$("${words[0]}" complete -- "${words[@]:1:COMP_CWORD}" 2>/dev/null) || return 0
+    COMPREPLY=()
+    while [[ -n $found ]] && IFS= read -r one; do
+        printf -v one %q "$one" # names may hold blanks
+        COMPREPLY+=("$one")
+    done <<<"$found"
     if [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == *. ]]; then
         compopt -o nospace
     fi
