@@ -48,7 +48,7 @@ void check_joined(const XmlPath& list, const std::vector<std::string>& names, st
     std::string buffer(before);
     buffer.resize(size);
     JoinXmlPath(list, buffer.data(), size);
-    require(buffer.c_str() == whole.substr(0, size - 1), "the joined path");
+    require(std::string_view(buffer.data()) == whole.substr(0, size - 1), "the joined path");
 }
 
 void check_shortened(XmlPath& list, std::vector<std::string> names) {

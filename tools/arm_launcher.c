@@ -19,5 +19,6 @@ int main(int argument_count, char** arguments) {
     }
     (void)execv("/usr/bin/qemu-arm", vector);
     perror("qemu-arm");
+    free(vector);
     return 127;
 }

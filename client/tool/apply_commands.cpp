@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cstring>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "commands.h"
@@ -277,20 +278,20 @@ int run_confirm(context& tool) {
 
 }  // namespace
 
-void add_apply_commands(CLI::App& app, context& tool) {
+void add_apply_commands(subcommand app, context& tool) {
     const auto options = std::make_shared<apply_options>();
-    CLI::App* command = app.add_subcommand(
+    subcommand command = app.add_subcommand(
         "apply", "write what differs in FILE with one request; with --confirm on approval");
-    command->add_option("FILE", options->file, "a snapshot, lines or an exchange file; \"-\"");
-    command->add_option("--confirm", options->confirm_seconds,
-                        "take it back unless it is confirmed within so many seconds");
-    command->add_flag("--restore", options->restore, "take back a change that was left over");
-    command->add_flag("--discard", options->discard, "keep a change that was left over");
-    command->callback(
+    command.add_option("FILE", options->file, "a snapshot, lines or an exchange file; \"-\"");
+    command.add_option("--confirm", options->confirm_seconds,
+                       "take it back unless it is confirmed within so many seconds");
+    command.add_flag("--restore", options->restore, "take back a change that was left over");
+    command.add_flag("--discard", options->discard, "keep a change that was left over");
+    command.callback(
         [&tool, options] { tool.run = [&tool, options] { return run_apply(tool, *options); }; });
 
     command = app.add_subcommand("confirm", "confirm the change that waits for it");
-    command->callback([&tool] { tool.run = [&tool] { return run_confirm(tool); }; });
+    command.callback([&tool] { tool.run = [&tool] { return run_confirm(tool); }; });
 }
 
 }  // namespace veltrancord::tool

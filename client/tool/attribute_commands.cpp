@@ -69,32 +69,32 @@ int run_set(context& tool, const std::vector<std::string>& words) {
 
 }  // namespace
 
-void add_attribute_commands(CLI::App& app, context& tool) {
-    CLI::App* attr = app.add_subcommand("attr", "attributes: the last component names one");
-    attr->require_subcommand(1);
-    attr->fallthrough();
+void add_attribute_commands(subcommand app, context& tool) {
+    subcommand attr = app.add_subcommand("attr", "attributes: the last component names one");
+    attr.require_subcommand(1);
+    attr.fallthrough();
 
     const auto get_path = std::make_shared<std::string>();
-    CLI::App* command = attr->add_subcommand("get", "print one attribute");
-    command->fallthrough();
-    command->add_option("PATH", *get_path, "Document.Element.Attribute")->required();
-    command->callback(
+    subcommand command = attr.add_subcommand("get", "print one attribute");
+    command.fallthrough();
+    command.add_option("PATH", *get_path, "Document.Element.Attribute").required();
+    command.callback(
         [&tool, get_path] { tool.run = [&tool, get_path] { return run_get(tool, *get_path); }; });
 
     const auto list_path = std::make_shared<std::string>();
-    command = attr->add_subcommand(
+    command = attr.add_subcommand(
         "list", "print attributes: of an element (PATH.#), below it (PATH.*), by name (PATH.*.N)");
-    command->fallthrough();
-    command->add_option("PATH", *list_path, "which")->required();
-    command->callback([&tool, list_path] {
+    command.fallthrough();
+    command.add_option("PATH", *list_path, "which").required();
+    command.callback([&tool, list_path] {
         tool.run = [&tool, list_path] { return run_list(tool, *list_path); };
     });
 
     const auto words = std::make_shared<std::vector<std::string>>();
-    command = attr->add_subcommand("set", "write attributes: PATH VALUE or PATH=VALUE ...");
-    command->fallthrough();
-    command->add_option("SETTING", *words, "what to write")->required();
-    command->callback(
+    command = attr.add_subcommand("set", "write attributes: PATH VALUE or PATH=VALUE ...");
+    command.fallthrough();
+    command.add_option("SETTING", *words, "what to write").required();
+    command.callback(
         [&tool, words] { tool.run = [&tool, words] { return run_set(tool, *words); }; });
 }
 

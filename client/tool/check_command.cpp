@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -35,12 +36,12 @@ int run_check(context& tool, const std::string& directory) {
 
 }  // namespace
 
-void add_check_command(CLI::App& app, context& tool) {
+void add_check_command(subcommand app, context& tool) {
     const auto directory = std::make_shared<std::string>("/mnt/database/xml");
-    CLI::App* command =
+    subcommand command =
         app.add_subcommand("fsck", "check the files of a configuration directory, offline");
-    command->add_option("DIR", *directory, "the directory; /mnt/database/xml if not given");
-    command->callback([&tool, directory] {
+    command.add_option("DIR", *directory, "the directory; /mnt/database/xml if not given");
+    command.callback([&tool, directory] {
         tool.run = [&tool, directory] { return run_check(tool, *directory); };
     });
 }

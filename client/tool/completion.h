@@ -1,13 +1,14 @@
 // What the completion scripts of the shells ask: "veltrancordctl complete -- WORD ...".
 #pragma once
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <string>
 #include <vector>
 
 #include "context.h"
+
+namespace CLI {
+class App;
+}  // namespace CLI
 
 namespace veltrancord::tool {
 

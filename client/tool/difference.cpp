@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <nlohmann/json.hpp>
 
 #include "exchange_file.h"
 #include "exit_status.h"

@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "commands.h"
@@ -65,25 +66,24 @@ int run_diff(context& tool, const diff_options& options) {
 
 }  // namespace
 
-void add_difference_commands(CLI::App& app, context& tool) {
+void add_difference_commands(subcommand app, context& tool) {
     const auto snapshot = std::make_shared<diff_options>();
-    CLI::App* command =
+    subcommand command =
         app.add_subcommand("snapshot", "save all settings as lines in a file of your own");
-    command->add_option("FILE", snapshot->file, "the file to write")->required();
-    command->add_option("PATH", snapshot->path, "only what lies below");
-    command->callback([&tool, snapshot] {
+    command.add_option("FILE", snapshot->file, "the file to write").required();
+    command.add_option("PATH", snapshot->path, "only what lies below");
+    command.callback([&tool, snapshot] {
         tool.run = [&tool, snapshot] { return run_snapshot(tool, snapshot->file, snapshot->path); };
     });
 
     const auto diff = std::make_shared<diff_options>();
     command =
         app.add_subcommand("diff", "show how the running settings (or OTHER) differ from FILE");
-    command->add_option("FILE", diff->file, "a snapshot, lines or an exchange file; \"-\"")
-        ->required();
-    command->add_option("OTHER", diff->other, "a second file in place of the running settings");
-    command->add_option("--path", diff->path, "only what lies below");
-    command->callback(
-        [&tool, diff] { tool.run = [&tool, diff] { return run_diff(tool, *diff); }; });
+    command.add_option("FILE", diff->file, "a snapshot, lines or an exchange file; \"-\"")
+        .required();
+    command.add_option("OTHER", diff->other, "a second file in place of the running settings");
+    command.add_option("--path", diff->path, "only what lies below");
+    command.callback([&tool, diff] { tool.run = [&tool, diff] { return run_diff(tool, *diff); }; });
 }
 
 }  // namespace veltrancord::tool

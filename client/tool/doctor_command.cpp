@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "commands.h"
@@ -79,13 +80,13 @@ int run_doctor(context& tool, const doctor_options& options) {
 
 }  // namespace
 
-void add_doctor_command(CLI::App& app, context& tool) {
+void add_doctor_command(subcommand app, context& tool) {
     const auto options = std::make_shared<doctor_options>();
-    CLI::App* command =
+    subcommand command =
         app.add_subcommand("doctor", "tell how the service and its surroundings are");
-    command->add_option("--directory", options->directory, "the service's directory");
-    command->add_option("--log-file", options->log_file, "the service's event log");
-    command->callback(
+    command.add_option("--directory", options->directory, "the service's directory");
+    command.add_option("--log-file", options->log_file, "the service's event log");
+    command.callback(
         [&tool, options] { tool.run = [&tool, options] { return run_doctor(tool, *options); }; });
 }
 

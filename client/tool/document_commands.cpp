@@ -42,13 +42,13 @@ int run_file(context& tool, const std::string& what, const std::string& file, fi
     return result < 0 ? tool.fail(file, result) : exit_done;
 }
 
-void add_file_command(CLI::App& app, context& tool, const std::string& name,
+void add_file_command(subcommand app, context& tool, const std::string& name,
                       const std::string& description, const std::string& question,
                       file_call* call) {
     const auto file = std::make_shared<std::string>();
-    CLI::App* command = app.add_subcommand(name, description);
-    command->add_option("FILE", *file, "an exchange file; \"-\": standard input")->required();
-    command->callback([&tool, file, question, call] {
+    subcommand command = app.add_subcommand(name, description);
+    command.add_option("FILE", *file, "an exchange file; \"-\": standard input").required();
+    command.callback([&tool, file, question, call] {
         tool.run = [&tool, file, question, call] { return run_file(tool, question, *file, call); };
     });
 }
@@ -65,12 +65,12 @@ int run_sync(context& tool) {
 
 }  // namespace
 
-void add_document_commands(CLI::App& app, context& tool) {
+void add_document_commands(subcommand app, context& tool) {
     const auto dump_file = std::make_shared<std::string>();
-    CLI::App* command =
+    subcommand command =
         app.add_subcommand("dump", "have the service write all documents into one exchange file");
-    command->add_option("FILE", *dump_file, "the file to write")->required();
-    command->callback([&tool, dump_file] {
+    command.add_option("FILE", *dump_file, "the file to write").required();
+    command.callback([&tool, dump_file] {
         tool.run = [&tool, dump_file] { return run_dump(tool, *dump_file); };
     });
 
@@ -83,12 +83,12 @@ void add_document_commands(CLI::App& app, context& tool) {
                      "rebuild documents from", veltrancord_restore);
 
     command = app.add_subcommand("sync", "save what was changed in memory only");
-    command->callback([&tool] { tool.run = [&tool] { return run_sync(tool); }; });
+    command.callback([&tool] { tool.run = [&tool] { return run_sync(tool); }; });
 
     const auto text = std::make_shared<std::string>();
     command = app.add_subcommand("backup", "run the device's backup script");
-    command->add_option("TEXT", *text, "for its command line, where a shell reads it");
-    command->callback(
+    command.add_option("TEXT", *text, "for its command line, where a shell reads it");
+    command.callback(
         [&tool, text] { tool.run = [&tool, text] { return run_backup(tool, *text); }; });
 }
 

@@ -128,12 +128,11 @@ int run_edit(context& tool, const std::string& path) {
 
 }  // namespace
 
-void add_edit_command(CLI::App& app, context& tool) {
+void add_edit_command(subcommand app, context& tool) {
     const auto path = std::make_shared<std::string>();
-    CLI::App* command = app.add_subcommand("edit", "change the settings below PATH in an editor");
-    command->add_option("PATH", *path, "where")->required();
-    command->callback(
-        [&tool, path] { tool.run = [&tool, path] { return run_edit(tool, *path); }; });
+    subcommand command = app.add_subcommand("edit", "change the settings below PATH in an editor");
+    command.add_option("PATH", *path, "where").required();
+    command.callback([&tool, path] { tool.run = [&tool, path] { return run_edit(tool, *path); }; });
 }
 
 }  // namespace veltrancord::tool

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <initializer_list>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "commands.h"
@@ -122,18 +123,18 @@ int run_wait(context& tool) {
 
 }  // namespace
 
-void add_exchange_commands(CLI::App& app, context& tool) {
+void add_exchange_commands(subcommand app, context& tool) {
     const auto raw = std::make_shared<raw_options>();
-    CLI::App* command = app.add_subcommand("raw", "send any command and print what comes back");
-    command->add_option("COMMAND", raw->command, "its name")->required();
-    command->add_option("ARGUMENT", raw->argument, "its argument; \"-\": standard input, binary");
-    command->callback([&tool, raw] { tool.run = [&tool, raw] { return run_raw(tool, *raw); }; });
+    subcommand command = app.add_subcommand("raw", "send any command and print what comes back");
+    command.add_option("COMMAND", raw->command, "its name").required();
+    command.add_option("ARGUMENT", raw->argument, "its argument; \"-\": standard input, binary");
+    command.callback([&tool, raw] { tool.run = [&tool, raw] { return run_raw(tool, *raw); }; });
 
     command = app.add_subcommand("ping", "tell whether the service answers, and how fast");
-    command->callback([&tool] { tool.run = [&tool] { return run_ping(tool); }; });
+    command.callback([&tool] { tool.run = [&tool] { return run_ping(tool); }; });
 
     command = app.add_subcommand("wait", "wait until the service answers, at most --timeout");
-    command->callback([&tool] { tool.run = [&tool] { return run_wait(tool); }; });
+    command.callback([&tool] { tool.run = [&tool] { return run_wait(tool); }; });
 }
 
 }  // namespace veltrancord::tool

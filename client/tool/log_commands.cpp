@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -271,53 +272,52 @@ int run_clear(context& tool) {
     return result < 0 ? tool.fail("log", result) : exit_done;
 }
 
-void add_list_commands(CLI::App& log, context& tool) {
+void add_list_commands(subcommand log, context& tool) {
     const auto list = std::make_shared<list_options>();
-    CLI::App* command = log.add_subcommand("list", "print the events, newest first");
-    command->fallthrough();
-    command->add_option("--mask", list->mask, "only types with one of these bits (0x10)");
-    command->add_option("--count", list->count, "at most so many");
-    command->callback(
-        [&tool, list] { tool.run = [&tool, list] { return run_list(tool, *list); }; });
+    subcommand command = log.add_subcommand("list", "print the events, newest first");
+    command.fallthrough();
+    command.add_option("--mask", list->mask, "only types with one of these bits (0x10)");
+    command.add_option("--count", list->count, "at most so many");
+    command.callback([&tool, list] { tool.run = [&tool, list] { return run_list(tool, *list); }; });
 
     const auto follow = std::make_shared<list_options>();
     command = log.add_subcommand("follow", "print events as they come");
-    command->fallthrough();
-    command->add_option("--mask", follow->mask, "only types with one of these bits (0x10)");
-    command->add_option("--interval", follow->interval_ms, "milliseconds between two looks");
-    command->add_option("--rounds", follow->rounds, "end after so many looks");
-    command->callback(
+    command.fallthrough();
+    command.add_option("--mask", follow->mask, "only types with one of these bits (0x10)");
+    command.add_option("--interval", follow->interval_ms, "milliseconds between two looks");
+    command.add_option("--rounds", follow->rounds, "end after so many looks");
+    command.callback(
         [&tool, follow] { tool.run = [&tool, follow] { return run_follow(tool, *follow); }; });
 }
 
 }  // namespace
 
-void add_log_commands(CLI::App& app, context& tool) {
-    CLI::App* log = app.add_subcommand("log", "the event log");
-    log->require_subcommand(1);
-    log->fallthrough();
-    add_list_commands(*log, tool);
+void add_log_commands(subcommand app, context& tool) {
+    subcommand log = app.add_subcommand("log", "the event log");
+    log.require_subcommand(1);
+    log.fallthrough();
+    add_list_commands(log, tool);
 
     const auto add = std::make_shared<add_options>();
-    CLI::App* command = log->add_subcommand("add", "add an event");
-    command->fallthrough();
-    command->add_option("TYPE", add->type, "its type, bits (0x10)")->required();
-    command->add_option("TEXT", add->text, "at most 15 characters, no ':'")->required();
-    command->add_option("--detail1", add->detail1, "0 to 255")->check(CLI::Range(0, 255));
-    command->add_option("--detail2", add->detail2, "0 to 255")->check(CLI::Range(0, 255));
-    command->add_option("--time", add->time, "seconds since the epoch; the present if not given");
-    command->callback([&tool, add] { tool.run = [&tool, add] { return run_add(tool, *add); }; });
+    subcommand command = log.add_subcommand("add", "add an event");
+    command.fallthrough();
+    command.add_option("TYPE", add->type, "its type, bits (0x10)").required();
+    command.add_option("TEXT", add->text, "at most 15 characters, no ':'").required();
+    command.add_option("--detail1", add->detail1, "0 to 255").between(0, 255);
+    command.add_option("--detail2", add->detail2, "0 to 255").between(0, 255);
+    command.add_option("--time", add->time, "seconds since the epoch; the present if not given");
+    command.callback([&tool, add] { tool.run = [&tool, add] { return run_add(tool, *add); }; });
 
     const auto capacity = std::make_shared<bool>(false);
-    command = log->add_subcommand("count", "print how many events there are");
-    command->fallthrough();
-    command->add_flag("--capacity", *capacity, "how many fit");
-    command->callback(
+    command = log.add_subcommand("count", "print how many events there are");
+    command.fallthrough();
+    command.add_flag("--capacity", *capacity, "how many fit");
+    command.callback(
         [&tool, capacity] { tool.run = [&tool, capacity] { return run_count(tool, *capacity); }; });
 
-    command = log->add_subcommand("clear", "remove all events");
-    command->fallthrough();
-    command->callback([&tool] { tool.run = [&tool] { return run_clear(tool); }; });
+    command = log.add_subcommand("clear", "remove all events");
+    command.fallthrough();
+    command.callback([&tool] { tool.run = [&tool] { return run_clear(tool); }; });
 }
 
 }  // namespace veltrancord::tool

@@ -1,4 +1,7 @@
 // veltrancordctl: the configuration service from the command line.
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -77,20 +80,21 @@ int run_tool(int argument_count, char** arguments) {
     app.require_subcommand(1);
     app.fallthrough();
     add_general_options(app, tool);
-    add_read_commands(app, tool);
-    add_write_commands(app, tool);
-    add_attribute_commands(app, tool);
-    add_document_commands(app, tool);
-    add_log_commands(app, tool);
-    add_permit_commands(app, tool);
-    add_session_commands(app, tool);
-    add_exchange_commands(app, tool);
-    add_difference_commands(app, tool);
-    add_apply_commands(app, tool);
-    add_edit_command(app, tool);
-    add_watch_command(app, tool);
-    add_check_command(app, tool);
-    add_doctor_command(app, tool);
+    const subcommand top(app);
+    add_read_commands(top, tool);
+    add_write_commands(top, tool);
+    add_attribute_commands(top, tool);
+    add_document_commands(top, tool);
+    add_log_commands(top, tool);
+    add_permit_commands(top, tool);
+    add_session_commands(top, tool);
+    add_exchange_commands(top, tool);
+    add_difference_commands(top, tool);
+    add_apply_commands(top, tool);
+    add_edit_command(top, tool);
+    add_watch_command(top, tool);
+    add_check_command(top, tool);
+    add_doctor_command(top, tool);
     std::vector<std::string> words = words_of(argument_count, arguments);
     if (!words.empty() && words.front() == "complete") {
         const bool marked = words.size() > 1 && words[1] == "--";

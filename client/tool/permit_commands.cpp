@@ -1,6 +1,7 @@
 // can, permits, group, filter.
 #include <array>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 
@@ -129,45 +130,45 @@ int run_sync(context& tool) {
 
 }  // namespace
 
-void add_permit_commands(CLI::App& app, context& tool) {
+void add_permit_commands(subcommand app, context& tool) {
     const auto can = std::make_shared<can_options>();
-    CLI::App* command = app.add_subcommand("can", "whether a user (a group) may use a function");
-    command->add_option("WHO", can->who, "a user; with --group a group")->required();
-    command->add_option("PERMIT", can->what, "the permit's name")->required();
-    command->add_option("CHANNEL", can->argument, "for permits that have channels");
-    command->add_flag("--group", can->is_group, "WHO is a group");
-    command->callback([&tool, can] { tool.run = [&tool, can] { return run_can(tool, *can); }; });
+    subcommand command = app.add_subcommand("can", "whether a user (a group) may use a function");
+    command.add_option("WHO", can->who, "a user; with --group a group").required();
+    command.add_option("PERMIT", can->what, "the permit's name").required();
+    command.add_option("CHANNEL", can->argument, "for permits that have channels");
+    command.add_flag("--group", can->is_group, "WHO is a group");
+    command.callback([&tool, can] { tool.run = [&tool, can] { return run_can(tool, *can); }; });
 
-    CLI::App* permits = app.add_subcommand("permits", "list the permits");
-    permits->fallthrough();
-    permits->callback([&tool, permits] {
-        if (permits->get_subcommands().empty()) {
+    subcommand permits = app.add_subcommand("permits", "list the permits");
+    permits.fallthrough();
+    permits.callback([&tool, permits] {
+        if (!permits.subcommand_was_given()) {
             tool.run = [&tool] { return run_permits(tool); };
         }
     });
-    command = permits->add_subcommand("sync", "make changed permits and groups effective");
-    command->fallthrough();
-    command->callback([&tool] { tool.run = [&tool] { return run_sync(tool); }; });
+    command = permits.add_subcommand("sync", "make changed permits and groups effective");
+    command.fallthrough();
+    command.callback([&tool] { tool.run = [&tool] { return run_sync(tool); }; });
     const auto value = std::make_shared<can_options>();
-    command = permits->add_subcommand("value", "print what a group holds for a permit");
-    command->fallthrough();
-    command->add_option("GROUP", value->who, "the group")->required();
-    command->add_option("PERMIT", value->what, "the permit's name")->required();
-    command->callback(
+    command = permits.add_subcommand("value", "print what a group holds for a permit");
+    command.fallthrough();
+    command.add_option("GROUP", value->who, "the group").required();
+    command.add_option("PERMIT", value->what, "the permit's name").required();
+    command.callback(
         [&tool, value] { tool.run = [&tool, value] { return run_value(tool, *value); }; });
 
     const auto user = std::make_shared<std::string>();
     command = app.add_subcommand("group", "print the group of a user");
-    command->add_option("USER", *user, "the user")->required();
-    command->callback(
+    command.add_option("USER", *user, "the user").required();
+    command.callback(
         [&tool, user] { tool.run = [&tool, user] { return run_group(tool, *user); }; });
 
     const auto filter = std::make_shared<can_options>();
     command = app.add_subcommand("filter", "whether a user may issue a CGI command");
-    command->add_option("USER", filter->who, "the user")->required();
-    command->add_option("COMMAND", filter->what, "the CGI command")->required();
-    command->add_option("PARAMETERS", filter->argument, "its parameters");
-    command->callback(
+    command.add_option("USER", filter->who, "the user").required();
+    command.add_option("COMMAND", filter->what, "the CGI command").required();
+    command.add_option("PARAMETERS", filter->argument, "its parameters");
+    command.callback(
         [&tool, filter] { tool.run = [&tool, filter] { return run_filter(tool, *filter); }; });
 }
 

@@ -1,5 +1,6 @@
 // get, ls, tree.
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -129,24 +130,24 @@ int run_tree(context& tool, const std::string& path) {
 
 }  // namespace
 
-void add_read_commands(CLI::App& app, context& tool) {
+void add_read_commands(subcommand app, context& tool) {
     const auto get = std::make_shared<get_options>();
-    CLI::App* command = app.add_subcommand("get", "print values; PATH.* prints all below PATH");
-    command->add_option("PATH", get->paths, "settings")->required();
-    command->add_option("--level", get->level, "only what this level may see");
-    command->add_flag("--visible", get->visible, "leave out what is not meant to be shown");
-    command->callback([&tool, get] { tool.run = [&tool, get] { return run_get(tool, *get); }; });
+    subcommand command = app.add_subcommand("get", "print values; PATH.* prints all below PATH");
+    command.add_option("PATH", get->paths, "settings").required();
+    command.add_option("--level", get->level, "only what this level may see");
+    command.add_flag("--visible", get->visible, "leave out what is not meant to be shown");
+    command.callback([&tool, get] { tool.run = [&tool, get] { return run_get(tool, *get); }; });
 
     const auto ls_path = std::make_shared<std::string>();
     command = app.add_subcommand("ls", "list the names below PATH; without PATH the documents");
-    command->add_option("PATH", *ls_path, "where");
-    command->callback(
+    command.add_option("PATH", *ls_path, "where");
+    command.callback(
         [&tool, ls_path] { tool.run = [&tool, ls_path] { return run_ls(tool, *ls_path); }; });
 
     const auto tree_path = std::make_shared<std::string>();
     command = app.add_subcommand("tree", "draw the settings below PATH as a tree");
-    command->add_option("PATH", *tree_path, "where");
-    command->callback([&tool, tree_path] {
+    command.add_option("PATH", *tree_path, "where");
+    command.callback([&tool, tree_path] {
         tool.run = [&tool, tree_path] { return run_tree(tool, *tree_path); };
     });
 }

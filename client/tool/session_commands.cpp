@@ -69,50 +69,50 @@ int32_t delete_captcha(veltrancord_client& client, const secret_options& options
     return veltrancord_delete_captcha(&client, options.code.c_str(), captcha.c_str());
 }
 
-CLI::App* add_secret_command(CLI::App& group, context& tool, const std::string& name,
-                             const std::string& description, const std::string& what,
-                             const std::shared_ptr<secret_options>& options, secret_call* call) {
-    CLI::App* command = group.add_subcommand(name, description);
-    command->fallthrough();
-    command->add_option("--file", options->file, "read it from this file, not standard input");
-    command->callback([&tool, options, what, call] {
+subcommand add_secret_command(subcommand group, context& tool, const std::string& name,
+                              const std::string& description, const std::string& what,
+                              const std::shared_ptr<secret_options>& options, secret_call* call) {
+    subcommand command = group.add_subcommand(name, description);
+    command.fallthrough();
+    command.add_option("--file", options->file, "read it from this file, not standard input");
+    command.callback([&tool, options, what, call] {
         tool.run = [&tool, options, what, call] { return run_secret(tool, what, *options, call); };
     });
     return command;
 }
 
-void add_captcha_command(CLI::App& group, context& tool, const std::string& name,
+void add_captcha_command(subcommand group, context& tool, const std::string& name,
                          const std::string& description, secret_call* call) {
     const auto options = std::make_shared<secret_options>();
-    CLI::App* command =
+    subcommand command =
         add_secret_command(group, tool, name, description, "captcha", options, call);
-    command->add_option("CODE", options->code, "the verify code")->required();
+    command.add_option("CODE", options->code, "the verify code").required();
     if (call == check_captcha) {
-        command->add_option("--lifetime", options->lifetime, "seconds, 30 when not given");
-        command->add_flag("--remove", options->remove, "forget it after a match");
+        command.add_option("--lifetime", options->lifetime, "seconds, 30 when not given");
+        command.add_flag("--remove", options->remove, "forget it after a match");
     }
 }
 
 }  // namespace
 
-void add_session_commands(CLI::App& app, context& tool) {
-    CLI::App* session = app.add_subcommand("session", "login sessions; the token is read");
-    session->require_subcommand(1);
-    session->fallthrough();
-    add_secret_command(*session, tool, "set", "keep a token", "session",
+void add_session_commands(subcommand app, context& tool) {
+    subcommand session = app.add_subcommand("session", "login sessions; the token is read");
+    session.require_subcommand(1);
+    session.fallthrough();
+    add_secret_command(session, tool, "set", "keep a token", "session",
                        std::make_shared<secret_options>(), set_session);
     const auto check = std::make_shared<secret_options>();
-    add_secret_command(*session, tool, "check", "whether a token is valid", "session", check,
+    add_secret_command(session, tool, "check", "whether a token is valid", "session", check,
                        check_session)
-        ->add_option("--lifetime", check->lifetime, "seconds, 60 when not given");
+        .add_option("--lifetime", check->lifetime, "seconds, 60 when not given");
 
-    CLI::App* captcha = app.add_subcommand("captcha", "captchas; their text is read");
-    captcha->require_subcommand(1);
-    captcha->fallthrough();
-    add_captcha_command(*captcha, tool, "set", "keep a captcha", set_captcha);
-    add_captcha_command(*captcha, tool, "check", "compare an answer", check_captcha);
-    add_captcha_command(*captcha, tool, "refresh", "begin its time anew", refresh_captcha);
-    add_captcha_command(*captcha, tool, "delete", "forget a captcha", delete_captcha);
+    subcommand captcha = app.add_subcommand("captcha", "captchas; their text is read");
+    captcha.require_subcommand(1);
+    captcha.fallthrough();
+    add_captcha_command(captcha, tool, "set", "keep a captcha", set_captcha);
+    add_captcha_command(captcha, tool, "check", "compare an answer", check_captcha);
+    add_captcha_command(captcha, tool, "refresh", "begin its time anew", refresh_captcha);
+    add_captcha_command(captcha, tool, "delete", "forget a captcha", delete_captcha);
 }
 
 }  // namespace veltrancord::tool

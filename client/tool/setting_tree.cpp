@@ -1,6 +1,7 @@
 #include "setting_tree.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <string_view>
 
 namespace veltrancord::tool {

@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstring>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -154,15 +155,15 @@ int run_watch(context& tool, const watch_options& options) {
 
 }  // namespace
 
-void add_watch_command(CLI::App& app, context& tool) {
+void add_watch_command(subcommand app, context& tool) {
     const auto options = std::make_shared<watch_options>();
-    CLI::App* command = app.add_subcommand(
+    subcommand command = app.add_subcommand(
         "watch", "print saved changes below PATH, or run a program for each: PATH -- PROGRAM ...");
-    command->add_option("PATH", options->path, "where; \"*\" is everywhere")->required();
-    command->add_option("PROGRAM", options->program, "reads the changes from standard input");
-    command->add_option("--directory", options->directory, "the service's directory");
-    command->add_option("--count", options->count, "end after so many changes");
-    command->callback(
+    command.add_option("PATH", options->path, "where; \"*\" is everywhere").required();
+    command.add_option("PROGRAM", options->program, "reads the changes from standard input");
+    command.add_option("--directory", options->directory, "the service's directory");
+    command.add_option("--count", options->count, "end after so many changes");
+    command.callback(
         [&tool, options] { tool.run = [&tool, options] { return run_watch(tool, *options); }; });
 }
 

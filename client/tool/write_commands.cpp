@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -121,20 +122,20 @@ int run_unset(context& tool, const std::string& path) {
 
 }  // namespace
 
-void add_write_commands(CLI::App& app, context& tool) {
+void add_write_commands(subcommand app, context& tool) {
     const auto set = std::make_shared<set_options>();
-    CLI::App* command = app.add_subcommand(
+    subcommand command = app.add_subcommand(
         "set", "write settings with one request: PATH VALUE, PATH=VALUE ..., or lines from \"-\"");
-    command->add_option("SETTING", set->words, "what to write");
-    command->add_option("--file", set->file, "read the lines, or a secret, from this file");
-    command->add_flag("--memory", set->memory_only, "in memory only, until \"sync\"");
-    command->callback([&tool, set] { tool.run = [&tool, set] { return run_set(tool, *set); }; });
+    command.add_option("SETTING", set->words, "what to write");
+    command.add_option("--file", set->file, "read the lines, or a secret, from this file");
+    command.add_flag("--memory", set->memory_only, "in memory only, until \"sync\"");
+    command.callback([&tool, set] { tool.run = [&tool, set] { return run_set(tool, *set); }; });
 
     const auto path = std::make_shared<std::string>();
     command = app.add_subcommand(
         "unset", "remove an element, a whole document (Document.*) or everything (.*)");
-    command->add_option("PATH", *path, "what to remove")->required();
-    command->callback(
+    command.add_option("PATH", *path, "what to remove").required();
+    command.callback(
         [&tool, path] { tool.run = [&tool, path] { return run_unset(tool, *path); }; });
 }
 
