@@ -1,6 +1,7 @@
 #include "question.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -81,11 +82,18 @@ void note_signal(int signal) {
     g_signal = signal;
 }
 
-// While it lives, signals that end the program are noted only, and interrupt reading: the terminal
-// must show again what is typed before the program ends.
+// While it lives, signals that end the program are noted only, and end the waiting for input: the
+// terminal must show again what is typed before the program ends. They are let in while it waits
+// and at no other moment, lest one come just before and the waiting go on.
 class held_signals {
   public:
     held_signals() {
+        sigset_t held;
+        sigemptyset(&held);
+        for (const int number : numbers) {
+            sigaddset(&held, number);
+        }
+        (void)sigprocmask(SIG_BLOCK, &held, &mask_before_);
         struct sigaction action {};
         action.sa_handler = note_signal;
         for (std::size_t index = 0; index < numbers.size(); ++index) {
@@ -99,6 +107,17 @@ class held_signals {
         if (g_signal != 0) {
             (void)raise(g_signal);
         }
+        (void)sigprocmask(SIG_SETMASK, &mask_before_, nullptr);
+    }
+
+    // Return: whether there is input, or its end; false when a signal came first.
+    [[nodiscard]] bool wait_for_input() const {
+        pollfd input{STDIN_FILENO, POLLIN, 0};
+        int ready = -1;
+        do {
+            ready = ppoll(&input, 1, nullptr, &mask_before_);
+        } while (ready < 0 && errno == EINTR && g_signal == 0);
+        return ready > 0;
     }
     held_signals(const held_signals&) = delete;
     held_signals& operator=(const held_signals&) = delete;
@@ -108,6 +127,7 @@ class held_signals {
   private:
     static constexpr std::array numbers = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
     std::array<struct sigaction, numbers.size()> before_{};
+    sigset_t mask_before_{};
 };
 
 bool read_hidden_line(const std::string& prompt, std::string& line) {
@@ -121,14 +141,18 @@ bool read_hidden_line(const std::string& prompt, std::string& line) {
     (void)tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
     std::fprintf(stderr, "%s: ", prompt.c_str());
     std::fflush(stderr);
-    int letter = std::getchar();
-    for (; letter != EOF && letter != '\n'; letter = std::getchar()) {
-        line += static_cast<char>(letter);
+    char letter = '\0';
+    bool more = true;
+    while (more && letter != '\n') {
+        more = held.wait_for_input() && read(STDIN_FILENO, &letter, 1) == 1;
+        if (more && letter != '\n') {
+            line += letter;
+        }
     }
     (void)tcsetattr(STDIN_FILENO, TCSAFLUSH, &shown);
     std::fprintf(stderr, "\n");
     errno = ECANCELED;
-    return letter != EOF;
+    return more;
 }
 
 }  // namespace
