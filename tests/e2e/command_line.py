@@ -21,13 +21,15 @@ from device import PATIENCE, REPOSITORY
 STATE = "/tmp/state"
 
 
-def program():
-    """The tool that was built beside the program under test, else the one of the release build."""
+def program(name="veltrancordctl"):
+    """The tool, or another program of the clients' side, that was built beside the program under
+    test, else the one of the release build."""
+    chosen = os.environ.get("VELTRANCORDCTL") if name == "veltrancordctl" else None
     for folder in (Path(device_module.default_program).parent, REPOSITORY / "build/bin"):
-        candidate = os.environ.get("VELTRANCORDCTL") or folder / "veltrancordctl"
+        candidate = chosen or folder / name
         if os.access(candidate, os.X_OK):
             return os.path.realpath(candidate)
-    return pytest.skip("veltrancordctl is not built")
+    return pytest.skip(f"{name} is not built")
 
 
 def check_sound(text):

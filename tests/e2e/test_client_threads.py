@@ -2,17 +2,12 @@
 
 import os
 import subprocess
-from pathlib import Path
-
-import pytest
 
 import command_line
 
 
 def test_many_threads_each_with_its_own_client(service):
-    program = Path(command_line.program()).parent / "client_many_threads"
-    if not program.exists():
-        pytest.skip("client_many_threads is not built")
+    program = command_line.program("client_many_threads")
     device = service({"Threads": "<Threads/>"})
     threads, rounds = 16, 20
     finished = subprocess.run([program, str(threads), str(rounds)], capture_output=True, text=True,
