@@ -9,9 +9,9 @@
 #include <tinyxml.h>
 
 #include <array>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <span>
 #include <string_view>
@@ -25,6 +25,13 @@ namespace veltrancord {
     return {element.ValueTStr().data(), element.ValueTStr().size()};
 }
 
+// Whether `name` is the literal: with its length known to the compiler this is a load or two, where
+// a comparison of two views is a call.
+template <std::size_t size>
+[[nodiscard]] bool is_literal(std::string_view name, const char (&literal)[size]) {
+    return name.size() == size - 1 && std::memcmp(name.data(), literal, size - 1) == 0;
+}
+
 // Return: the number at the end of `name` when that is `prefix` and a number from 1 on, written
 // without sign or leading zeros; else 0.
 [[nodiscard]] inline int32_t element_number(std::string_view name, std::string_view prefix) {
@@ -32,11 +39,14 @@ namespace veltrancord {
         return 0;
     }
     const std::string_view digits = name.substr(prefix.size());
-    int32_t number = 0;
-    const char* const end = digits.data() + digits.size();
-    const auto read = std::from_chars(digits.data(), end, number);
-    const bool whole = read.ec == std::errc() && read.ptr == end;
-    return whole && digits.front() != '0' && number > 0 ? number : 0;
+    int64_t number = 0;
+    for (const char digit : digits) {
+        if (digit < '0' || digit > '9' || number > INT32_MAX / 10) {
+            return 0;
+        }
+        number = number * 10 + (digit - '0');
+    }
+    return digits.front() != '0' && number <= INT32_MAX ? static_cast<int32_t>(number) : 0;
 }
 
 // The first element from `node` on among its siblings, or null: what the library's own routines

@@ -2,7 +2,6 @@
 
 #include <string.h>
 
-#include <cstdint>
 #include <cstring>
 #include <new>
 
@@ -24,25 +23,6 @@ bool owned_text::assign(std::string_view text) noexcept {
     }
     bytes_ = std::unique_ptr<char[], wiping_deleter>(bytes, wiping_deleter{text.size()});
     return true;
-}
-
-bool equals_in_constant_time(std::string_view a, std::string_view b) noexcept {
-    if (a.size() != b.size()) {
-        return false;
-    }
-    uint64_t difference = 0;
-    std::size_t at = 0;
-    for (; at + sizeof(uint64_t) <= a.size(); at += sizeof(uint64_t)) {
-        uint64_t left = 0;
-        uint64_t right = 0;
-        std::memcpy(&left, a.data() + at, sizeof left);
-        std::memcpy(&right, b.data() + at, sizeof right);
-        difference |= left ^ right;
-    }
-    for (; at < a.size(); ++at) {
-        difference |= static_cast<unsigned char>(a[at] ^ b[at]);
-    }
-    return difference == 0;
 }
 
 }  // namespace veltrancord

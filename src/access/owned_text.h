@@ -5,6 +5,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string_view>
 
@@ -42,9 +44,27 @@ class owned_text {
 };
 
 // Compares secrets in a time that tells nothing of where two texts of one length differ, so that a
-// token cannot be guessed one character after the other.
+// token cannot be guessed one character after the other. In line, since a token is compared with
+// every session there is.
 //
 // Return: whether the texts are equal.
-[[nodiscard]] bool equals_in_constant_time(std::string_view a, std::string_view b) noexcept;
+[[nodiscard]] inline bool equals_in_constant_time(std::string_view a, std::string_view b) noexcept {
+    if (a.size() != b.size()) {
+        return false;
+    }
+    uint64_t difference = 0;
+    std::size_t at = 0;
+    for (; at + sizeof(uint64_t) <= a.size(); at += sizeof(uint64_t)) {
+        uint64_t left = 0;
+        uint64_t right = 0;
+        std::memcpy(&left, a.data() + at, sizeof left);
+        std::memcpy(&right, b.data() + at, sizeof right);
+        difference |= left ^ right;
+    }
+    for (; at < a.size(); ++at) {
+        difference |= static_cast<unsigned char>(a[at] ^ b[at]);
+    }
+    return difference == 0;
+}
 
 }  // namespace veltrancord

@@ -15,17 +15,12 @@ std::string_view listed(const owned_text& text) {
     return text.absent() ? "(null)" : text.view();
 }
 
-template <class... Pieces>
-bool append_all(reply_text& out, const Pieces&... pieces) {
-    return (out.append(pieces) && ...);
-}
-
 bool list_permit(const PermitDef& permit, reply_text& out) {
     std::array<char, std::numeric_limits<int32_t>::digits10 + 2> digits;
     const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), permit.index).ptr;
     const std::string_view index(digits.data(), static_cast<std::size_t>(end - digits.data()));
-    return append_all(out, "permit", index, "=", permit.name.view(), "&type=", listed(permit.type),
-                      "&value=", listed(permit.value), "\n");
+    return out.append_all("permit", index, "=", permit.name.view(), "&type=", listed(permit.type),
+                          "&value=", listed(permit.value), "\n");
 }
 
 }  // namespace

@@ -18,7 +18,8 @@ constexpr int32_t default_user_count = 20;
 bool may_be_slot_of(const TiXmlElement& slot, std::string_view user) {
     for (const TiXmlElement* child = element_from(slot.FirstChild()); child != nullptr;
          child = element_from(child->NextSibling())) {
-        if (element_name(*child) == "Username" && XmlElementText(*child).starts_with(user)) {
+        if (is_literal(element_name(*child), "Username") &&
+            XmlElementText(*child).starts_with(user)) {
             return true;
         }
     }

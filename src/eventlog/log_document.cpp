@@ -56,13 +56,14 @@ log_entry_state read_element(const TiXmlElement& element, std::size_t longest, l
                                                              : log_entry_state::unreadable;
 }
 
-log_entry_state read_element_bytes(const TiXmlElement& element, log_record_bytes& bytes) {
+log_entry read_entry(const TiXmlElement& element) {
+    log_entry entry;
     log_record record;
-    const log_entry_state state = read_element(element, readable_text, record);
-    if (state == log_entry_state::readable) {
-        bytes = pack_log_record(record);
+    entry.state = read_element(element, readable_text, record);
+    if (entry.state == log_entry_state::readable) {
+        entry.record = pack_log_record(record);
     }
-    return state;
+    return entry;
 }
 
 }  // namespace
@@ -89,18 +90,6 @@ int32_t log_document::element_count() const {
     return count;
 }
 
-bool log_document::indexed(int32_t position) const {
-    return position >= 1 && static_cast<std::size_t>(position) <= slots_.size();
-}
-
-log_document::slot& log_document::slot_at(int32_t position) {
-    return slots_[static_cast<std::size_t>(position) - 1];
-}
-
-const log_document::slot& log_document::slot_at(int32_t position) const {
-    return slots_[static_cast<std::size_t>(position) - 1];
-}
-
 // A look-up goes through the top elements "Log" in order and takes the first E<n> in them; setting
 // a value looks only into the first of them.
 void log_document::build_index() {
@@ -113,20 +102,18 @@ void log_document::build_index() {
             if (!position || !indexed(*position)) {
                 continue;
             }
-            slot& entry = slot_at(*position);
-            if (entry.element == nullptr) {
-                entry.element = element;
-                entry.state = read_element_bytes(*element, entry.record);
+            slot& place = slot_at(*position);
+            if (place.element == nullptr) {
+                place.element = element;
+                place.entry = read_entry(*element);
             }
         }
     }
 }
 
-bool log_document::read(int32_t position, log_entry_state& state, log_record_bytes& record) const {
-    if (indexed(position)) {
-        const slot& entry = slot_at(position);
-        state = entry.state;
-        record = entry.record;
+bool log_document::read(int32_t position, log_entry& entry) const {
+    if (const log_entry* const known = stored(position); known != nullptr) {
+        entry = *known;
         return true;
     }
     // The cursor stands at -1 before the first page: E-1 is a name that a file may hold.
@@ -135,7 +122,7 @@ bool log_document::read(int32_t position, log_entry_state& state, log_record_byt
         return false;
     }
     const TiXmlElement* const element = FindXmlElement(document_->RootElement(), path);
-    state = element != nullptr ? read_element_bytes(*element, record) : log_entry_state::missing;
+    entry = element != nullptr ? read_entry(*element) : log_entry{};
     return true;
 }
 
@@ -146,12 +133,12 @@ log_entry_state log_document::decode(int32_t position, log_record& record) const
     return read_element(*slot_at(position).element, std::string_view::npos, record);
 }
 
-void log_document::create_entry(slot& entry, int32_t position) {
+void log_document::create_entry(slot& place, int32_t position) {
     if (log_ == nullptr) {
         log_ = &AppendElement(*document_, log_name);
     }
-    entry.element = &AppendElement(*log_, name_of(position).data());
-    entry.at = nowhere;
+    place.element = &AppendElement(*log_, name_of(position).data());
+    place.at = nowhere;
 }
 
 int32_t log_document::set_by_path(int32_t position, std::string_view text) {
@@ -169,13 +156,13 @@ int32_t log_document::set(int32_t position, std::string_view text) {
     if (!indexed(position)) {
         return set_by_path(position, text);
     }
-    slot& entry = slot_at(position);
-    if (entry.element == nullptr || entry.element->Parent() != log_) {
-        create_entry(entry, position);
+    slot& place = slot_at(position);
+    if (place.element == nullptr || place.element->Parent() != log_) {
+        create_entry(place, position);
     }
-    SetXmlElementText(*entry.element, text);
-    entry.state = read_element_bytes(*entry.element, entry.record);
-    replace_in_file_text(entry);
+    SetXmlElementText(*place.element, text);
+    place.entry = read_entry(*place.element);
+    replace_in_file_text(place);
     return result_ok;
 }
 
@@ -223,26 +210,26 @@ void log_document::build_file_text() {
 
 // Printing a log of 1000 entries costs more than writing the file does, and one entry is all that
 // has changed.
-void log_document::replace_in_file_text(slot& entry) {
+void log_document::replace_in_file_text(slot& place) {
     if (!pieces_known_) {
         forget_file_text();
         return;
     }
     piece_.assign(1, '\n');
-    PrintXml(*entry.element, 1, piece_);
-    if (entry.at == nowhere) {
-        entry.at = file_text_.size() - file_tail.size();
-        entry.length = 0;
+    PrintXml(*place.element, 1, piece_);
+    if (place.at == nowhere) {
+        place.at = file_text_.size() - file_tail.size();
+        place.length = 0;
     }
-    file_text_.replace(entry.at, entry.length, piece_);
-    if (piece_.size() != entry.length) {
+    file_text_.replace(place.at, place.length, piece_);
+    if (piece_.size() != place.length) {
         for (slot& other : slots_) {
-            if (other.at != nowhere && other.at > entry.at) {
-                other.at += piece_.size() - entry.length;
+            if (other.at != nowhere && other.at > place.at) {
+                other.at += piece_.size() - place.length;
             }
         }
     }
-    entry.length = piece_.size();
+    place.length = piece_.size();
 }
 
 void log_document::forget_file_text() {

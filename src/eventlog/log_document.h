@@ -29,6 +29,12 @@ enum class log_entry_state : uint8_t {
     readable,
 };
 
+// What the document holds at one position.
+struct log_entry {
+    log_entry_state state = log_entry_state::missing;
+    log_record_bytes record{};  // for clients; when it is readable
+};
+
 class log_document {
   public:
     // The file of an empty log.
@@ -44,14 +50,20 @@ class log_document {
     // The number of elements in the root element, whatever their names are.
     [[nodiscard]] int32_t element_count() const;
 
-    // What "Log.E<position>" holds. `record` gets the bytes for clients when it is readable; at
-    // most 95 characters of the text count.
+    // What "Log.E<position>" holds, for the positions of the index: what a page asks for a thousand
+    // times. At most 95 characters of the text count.
+    //
+    // Return: the entry, until the next change, or null for a position beyond the index.
+    [[nodiscard]] const log_entry* stored(int32_t position) const {
+        return indexed(position) ? &slot_at(position).entry : nullptr;
+    }
+
+    // As stored(), for any position.
     //
     // Return: false when the path cannot be formed.
-    [[nodiscard]] bool read(int32_t position, log_entry_state& state,
-                            log_record_bytes& record) const;
+    [[nodiscard]] bool read(int32_t position, log_entry& entry) const;
 
-    // As read(), for the positions of the index and all of the text.
+    // As stored(), with all of the text; missing beyond the index.
     [[nodiscard]] log_entry_state decode(int32_t position, log_record& record) const;
 
     // Sets the text of "Log.E<position>"; elements that are missing are created.
@@ -70,21 +82,26 @@ class log_document {
         TiXmlElement* element = nullptr;  // the first one of that name; owned by the document
         std::size_t at = nowhere;         // where its text begins in file_text_
         std::size_t length = 0;           // of its text there
-        log_entry_state state = log_entry_state::missing;
-        log_record_bytes record{};
+        log_entry entry;
     };
 
-    [[nodiscard]] bool indexed(int32_t position) const;
-    [[nodiscard]] slot& slot_at(int32_t position);
-    [[nodiscard]] const slot& slot_at(int32_t position) const;
+    [[nodiscard]] bool indexed(int32_t position) const {
+        return position >= 1 && static_cast<std::size_t>(position) <= slots_.size();
+    }
+    [[nodiscard]] slot& slot_at(int32_t position) {
+        return slots_[static_cast<std::size_t>(position) - 1];
+    }
+    [[nodiscard]] const slot& slot_at(int32_t position) const {
+        return slots_[static_cast<std::size_t>(position) - 1];
+    }
 
     void build_index();
-    void create_entry(slot& entry, int32_t position);
+    void create_entry(slot& place, int32_t position);
     [[nodiscard]] int32_t set_by_path(int32_t position, std::string_view text);
 
     [[nodiscard]] bool is_plain() const;
     void build_file_text();
-    void replace_in_file_text(slot& entry);
+    void replace_in_file_text(slot& place);
     void forget_file_text();
 
     std::unique_ptr<XmlDocument> document_;

@@ -62,12 +62,11 @@ void expect_same(log_document& document, walked_document& walked, const std::str
                        : decode_log_entry(text.substr(0, 95), record) ? log_entry_state::readable
                                                                       : log_entry_state::unreadable;
         }
-        log_entry_state state = log_entry_state::missing;
-        log_record_bytes bytes;
-        ASSERT_TRUE(document.read(position, state, bytes));
-        ASSERT_EQ(state, expected) << what << "\nat " << position;
-        if (state == log_entry_state::readable) {
-            ASSERT_EQ(bytes, pack_log_record(record)) << what << "\nat " << position;
+        log_entry entry;
+        ASSERT_TRUE(document.read(position, entry));
+        ASSERT_EQ(entry.state, expected) << what << "\nat " << position;
+        if (entry.state == log_entry_state::readable) {
+            ASSERT_EQ(entry.record, pack_log_record(record)) << what << "\nat " << position;
         }
     }
     ASSERT_EQ(document.element_count(), walked.elements_in_root()) << what;
@@ -118,10 +117,9 @@ TEST(LogDocument, StatesOfEntries) {
                              "</E4><E5><!-- c --></E5></Log>";
     document.load(text.c_str());
     const auto state_of = [&](int32_t position) {
-        log_entry_state state = log_entry_state::missing;
-        log_record_bytes record;
-        EXPECT_TRUE(document.read(position, state, record));
-        return state;
+        log_entry entry;
+        EXPECT_TRUE(document.read(position, entry));
+        return entry.state;
     };
     EXPECT_EQ(state_of(1), log_entry_state::readable);
     EXPECT_EQ(state_of(2), log_entry_state::empty);
@@ -141,17 +139,30 @@ TEST(LogDocument, ReadingTakes95CharactersAndDecodingAll) {
     const std::string cut = lead + std::string(94 - lead.size() - 1, 'x') + ":61";
     log_document document(2);
     document.load(("<Log><E1>" + over + "</E1><E2>" + cut + "</E2></Log>").c_str());
-    log_entry_state state = log_entry_state::missing;
-    log_record_bytes bytes;
-    ASSERT_TRUE(document.read(1, state, bytes));
-    EXPECT_EQ(state, log_entry_state::unreadable);
-    ASSERT_TRUE(document.read(2, state, bytes));
-    EXPECT_EQ(state, log_entry_state::readable);
-    EXPECT_EQ(bytes[27], 6);
+    log_entry entry;
+    ASSERT_TRUE(document.read(1, entry));
+    EXPECT_EQ(entry.state, log_entry_state::unreadable);
+    ASSERT_TRUE(document.read(2, entry));
+    EXPECT_EQ(entry.state, log_entry_state::readable);
+    EXPECT_EQ(entry.record[27], 6);
     log_record record;
     EXPECT_EQ(document.decode(1, record), log_entry_state::readable);
     EXPECT_EQ(document.decode(2, record), log_entry_state::readable);
     EXPECT_EQ(record.second_detail, 61);
+}
+
+TEST(LogDocument, HandsOutStoredEntriesOfTheIndexOnly) {
+    log_document document(2);
+    document.load(("<Log><E1>" + good + "</E1><E3>" + good + "</E3></Log>").c_str());
+    ASSERT_NE(document.stored(1), nullptr);
+    EXPECT_EQ(document.stored(1)->state, log_entry_state::readable);
+    ASSERT_NE(document.stored(2), nullptr);
+    EXPECT_EQ(document.stored(2)->state, log_entry_state::missing);
+    for (const int32_t beyond : {-1, 0, 3, INT32_MAX, INT32_MIN}) {
+        EXPECT_EQ(document.stored(beyond), nullptr) << beyond;
+    }
+    ASSERT_EQ(document.set(2, good), result_ok);
+    EXPECT_EQ(document.stored(2)->state, log_entry_state::readable);
 }
 
 TEST(LogDocument, DecodesPositionsOfTheIndexOnly) {
@@ -180,10 +191,9 @@ TEST(LogDocument, LoadsInPlaceOfWhatItHeld) {
     document.load(("<Log><E1>" + good + "</E1><E2>" + good + "</E2></Log>").c_str());
     EXPECT_NE(document.file_text(), "");
     document.load("<Log><E2>x</E2></Log>");
-    log_entry_state state = log_entry_state::readable;
-    log_record_bytes bytes;
-    ASSERT_TRUE(document.read(1, state, bytes));
-    EXPECT_EQ(state, log_entry_state::missing);
+    log_entry entry{.state = log_entry_state::readable};
+    ASSERT_TRUE(document.read(1, entry));
+    EXPECT_EQ(entry.state, log_entry_state::missing);
     ASSERT_EQ(document.set(1, good), result_ok);
     EXPECT_EQ(document.file_text(), "<Log>\n    <E2>x</E2>\n    <E1>" + good + "</E1>\n</Log>\n");
 }

@@ -58,21 +58,25 @@ int32_t log_read(const log_document& document, const log_ring& ring, log_cursor&
     int32_t result = result_ok;
     // A page may pass over a thousand entries: its lines go out in one write.
     std::string messages;
+    log_entry other;
     for (int32_t pass = 0; pass < ring.count; ++pass) {
-        log_entry_state state = log_entry_state::missing;
-        log_record_bytes record;
-        if (!document.read(cursor.position, state, record)) {
-            messages += "GetLog: LoadXmlItem == 0\n";
-            result = result_store_failed;
-            break;
+        const log_entry* entry = document.stored(cursor.position);
+        if (entry == nullptr) {
+            if (!document.read(cursor.position, other)) {
+                messages += "GetLog: LoadXmlItem == 0\n";
+                result = result_store_failed;
+                break;
+            }
+            entry = &other;
         }
-        if (state == log_entry_state::missing) {
+        if (entry->state == log_entry_state::missing) {
             messages += "targetele is null\n";
             break;
         }
-        if (state == log_entry_state::readable && append_selected(record, request.mask, reply)) {
+        if (entry->state == log_entry_state::readable &&
+            append_selected(entry->record, request.mask, reply)) {
             ++records;
-        } else if (state != log_entry_state::empty) {
+        } else if (entry->state != log_entry_state::empty) {
             messages += "TransferToLog == 0\n";
         }
         if (!move_log_cursor(cursor, ring, direction) || records >= limit) {

@@ -54,6 +54,24 @@ class reply_text {
         return is_open();
     }
 
+    // Appends the texts one behind the other, or nothing: what a listing does for each of its
+    // lines.
+    //
+    // Return: as append().
+    template <class... Pieces>
+    [[nodiscard]] bool append_all(const Pieces&... pieces) noexcept {
+        const std::size_t total = (std::string_view(pieces).size() + ...);
+        if (total > allocated_ - size_ && !grow_by(total)) {
+            return false;
+        }
+        if (is_open()) {
+            char* to = block_.get() + frame_header + size_;
+            ((to += std::string_view(pieces).copy(to, std::string_view::npos)), ...);
+            size_ += total;
+        }
+        return is_open();
+    }
+
     // Appends `count` bytes, all zero, and hands them out to be filled; they stay valid until the
     // next call that grows the text.
     //

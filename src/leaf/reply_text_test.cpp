@@ -114,6 +114,21 @@ TEST(reply_text, extends_up_to_its_bound) {
     EXPECT_TRUE(text.extend(1).empty());
 }
 
+TEST(reply_text, appends_all_pieces_or_none) {
+    reply_text text;
+    EXPECT_FALSE(text.append_all("a", "b"));  // not open
+    ASSERT_TRUE(text.open(300));
+    const std::string long_piece(290, 'x');
+    ASSERT_TRUE(text.append_all("key", "=", std::string_view(), long_piece, "\n"));
+    EXPECT_EQ(text.view(), "key=" + long_piece + "\n");
+    EXPECT_FALSE(text.append_all("123", "456"));  // one byte more than the bound
+    EXPECT_EQ(text.size(), 295U);
+    EXPECT_TRUE(text.append_all("12", "345"));
+    EXPECT_EQ(text.size(), 300U);
+    EXPECT_TRUE(text.append_all("", ""));
+    EXPECT_TRUE(text.view().ends_with("\n12345"));
+}
+
 TEST(reply_text, truncates_to_no_more_than_it_has) {
     reply_text text;
     ASSERT_TRUE(text.open(10));

@@ -80,7 +80,7 @@ std::span<const command_row> command_table() {
 
 int32_t find_command(std::span<const command_row> table, std::string_view name) {
     const auto found = std::find_if(table.begin(), table.end(), [name](const command_row& row) {
-        return row.handler != nullptr && row.name == name;
+        return row.name == name && row.handler != nullptr;
     });
     return found != table.end() ? static_cast<int32_t>(found - table.begin()) : -1;
 }

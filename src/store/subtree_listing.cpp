@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "encoding/escape.h"
@@ -13,9 +14,14 @@ namespace veltrancord {
 namespace {
 
 // Whether url_decode gives back the character itself, whatever follows it.
-bool StandsForItself(char c) {
-    return c != '_' && c != '+' && c != '\0';
-}
+constexpr std::array<bool, 256> stands_for_itself = [] {
+    std::array<bool, 256> table{};
+    table.fill(true);
+    for (const char decoded : {'_', '+', '\0'}) {
+        table[static_cast<unsigned char>(decoded)] = false;
+    }
+    return table;
+}();
 
 class lister {
   public:
@@ -58,15 +64,16 @@ std::size_t lister::AppendName(std::size_t length, std::string_view name) {
         key_[length++] = '.';
     }
     // Nearly all names stand for themselves and are copied as they are looked through.
-    const std::size_t room = sizeof(key_) - length - 1;
+    const std::size_t most = std::min(name.size(), sizeof(key_) - length - 1);
+    char* const to = key_ + length;
     std::size_t copied = 0;
-    while (copied < name.size() && copied < room && StandsForItself(name[copied])) {
-        key_[length + copied] = name[copied];
+    while (copied < most && stands_for_itself[static_cast<unsigned char>(name[copied])]) {
+        to[copied] = name[copied];
         ++copied;
     }
     if (copied < name.size()) {
-        url_decode(key_ + length, sizeof(key_) - length, name);
-        copied = std::strlen(key_ + length);
+        url_decode(to, sizeof(key_) - length, name);
+        copied = std::strlen(to);
     }
     return length + copied;
 }
@@ -78,7 +85,7 @@ bool lister::AppendLine(std::string_view key, const TiXmlElement& element, std::
     if (capacity_ < text.size() + (out_.size() - start_) + 2) {
         return false;
     }
-    return out_.append(key) && out_.append("=") && out_.append(text) && out_.append("\n");
+    return out_.append_all(key, "=", text, "\n");
 }
 
 bool lister::List(const TiXmlNode& parent, std::size_t length, bool at_top) {

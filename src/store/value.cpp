@@ -57,13 +57,6 @@ TiXmlElement* FindXmlElement(TiXmlElement* first, const XmlPath& list) {
     }
 }
 
-std::string_view XmlElementText(const TiXmlElement& element) {
-    const TiXmlNode* const first = element.FirstChild();
-    return first != nullptr && first->Type() == TiXmlNode::TINYXML_TEXT
-               ? std::string_view(first->Value())
-               : std::string_view();
-}
-
 bool IsSecretName(std::string_view name) {
     return name.size() == secret_name.size() &&
            strncasecmp(name.data(), secret_name.data(), secret_name.size()) == 0;

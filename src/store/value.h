@@ -18,8 +18,14 @@ namespace veltrancord {
 [[nodiscard]] TiXmlElement* FindXmlElement(TiXmlElement* first, const XmlPath& list);
 
 // The text of the element's first child when that is a text node; a view without data otherwise.
-// Valid until the document changes.
-[[nodiscard]] std::string_view XmlElementText(const TiXmlElement& element);
+// Valid until the document changes. In line, since listings and look-ups ask for it at every
+// element.
+[[nodiscard]] inline std::string_view XmlElementText(const TiXmlElement& element) {
+    const TiXmlNode* const first = element.FirstChild();
+    return first != nullptr && first->Type() == TiXmlNode::TINYXML_TEXT
+               ? std::string_view(first->Value())
+               : std::string_view();
+}
 
 // Whether the name is "Password" in any case: such values are kept in "enc:" form.
 [[nodiscard]] bool IsSecretName(std::string_view name);
