@@ -5,6 +5,7 @@ from __future__ import annotations
 import pathlib
 import shutil
 from dataclasses import dataclass
+from xml.etree import ElementTree
 
 LEAVES_IN_GROUP = 10
 FILTER_RULES = 100
@@ -85,15 +86,32 @@ def generated(name: str, base: pathlib.Path, documents: int, size: int, flat: in
     )
 
 
+def leaves_of(file: pathlib.Path) -> list[str]:
+    """The dotted paths of the elements that hold a text, in the order of the file."""
+    found = []
+
+    def walk(element: ElementTree.Element, path: str) -> None:
+        if len(element) == 0 and (element.text or "").strip():
+            found.append(path)
+        for child in element:
+            walk(child, f"{path}.{child.tag}")
+
+    root = ElementTree.parse(file).getroot()
+    walk(root, root.tag)
+    # Where a name occurs twice in one place, a path leads to the first alone.
+    return [path for path in found if found.count(path) == 1]
+
+
 def sample(source: pathlib.Path, base: pathlib.Path) -> Dataset:
     directory = base / "sample"
     shutil.copytree(source, directory)
+    leaves = [path for file in sorted(directory.iterdir()) for path in leaves_of(file)]
     return Dataset(
         "sample",
         directory,
-        first_leaf="Account.User1.Username",
-        last_leaf="Wireless.Radio1.Channel",
-        deepest_leaf="Notification.Log.BitDefine.Def1.Name",
+        first_leaf=leaves[0],
+        last_leaf=leaves[-1],
+        deepest_leaf=max(leaves, key=lambda path: path.count(".")),
         document="Network.*",
         subtree="Account.User1.*",
     )

@@ -12,6 +12,8 @@ import time
 from collections.abc import Callable
 from dataclasses import dataclass
 
+import processors
+
 
 @dataclass(frozen=True)
 class Programs:
@@ -49,6 +51,8 @@ def run_load(
     file = pathlib.Path("/tmp/request")
     file.write_bytes(request)
     command = [programs.load, "--socket", socket_path, "--request", file, "--server", str(pid)]
+    if clients == 1 and processors.SERVERS is not None:
+        command = ["taskset", "--cpu-list", str(processors.SERVERS), *command]
     command += ["--requests", str(requests), "--clients", str(clients), *options]
     if "--expect" not in options:
         command.append("--learn")
@@ -63,8 +67,22 @@ def median_of(runs: list[dict]) -> dict:
     return {key: statistics.median(run[key] for run in runs) for key in runs[0]}
 
 
-def count_system_calls(pid: int, send: Callable[[], None], requests: int) -> float | None:
-    """System calls of the server per request while `send` sends that many; None without strace."""
+def wait_until_traced(pid: int) -> None:
+    """Until a tracer has every thread of the process, or a second has passed."""
+    deadline = time.monotonic() + 1.0
+    while time.monotonic() < deadline:
+        tasks = pathlib.Path(f"/proc/{pid}/task").iterdir()
+        states = [(task / "status").read_text() for task in tasks]
+        if not any(re.search(r"^TracerPid:\s+0$", state, re.M) for state in states):
+            return
+        time.sleep(0.005)
+
+
+def count_system_calls(
+    pid: int, send: Callable[[], None], requests: int
+) -> dict[str, float] | None:
+    """System calls of the server per request, by name, while `send` sends that many; None without
+    strace."""
     try:
         tracer = subprocess.Popen(
             ["strace", "-f", "-c", "-p", str(pid)],
@@ -75,12 +93,13 @@ def count_system_calls(pid: int, send: Callable[[], None], requests: int) -> flo
         )
     except FileNotFoundError:
         return None
-    time.sleep(0.5)
+    wait_until_traced(pid)
     send()
     tracer.send_signal(2)
     output = tracer.communicate(timeout=30)[1]
-    total = re.search(r"^\s*100\.00\s+\S+\s+(?:\S+\s+)?(\d+)\s+(?:\d+\s+)?total", output, re.M)
-    return int(total.group(1)) / requests if total else None
+    # Share, seconds, microseconds per call, calls, sometimes errors, name.
+    found = re.findall(r"^\s*[\d.]+\s+[\d.]+\s+\d+\s+(\d+)\s+(?:\d+\s+)?(\w+)$", output, re.M)
+    return {name: int(calls) / requests for calls, name in found if name != "total"}
 
 
 def run_json(command: list) -> dict:
@@ -88,10 +107,20 @@ def run_json(command: list) -> dict:
 
 
 def run_process(command: list) -> dict:
-    """Processor and wall time, in microseconds, of a program started for one question."""
+    """Processor and wall time, in microseconds, from a program's start to its end.
+
+    It is waited for without a time-out: Python would then look after its end at growing intervals,
+    which are longer than what is measured.
+    """
     before = resource.getrusage(resource.RUSAGE_CHILDREN)
     start = time.monotonic()
-    subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True)
+    subprocess.run(
+        command,
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.DEVNULL,
+        stderr=subprocess.DEVNULL,
+        check=True,
+    )
     wall = time.monotonic() - start
     after = resource.getrusage(resource.RUSAGE_CHILDREN)
     used = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime

@@ -8,6 +8,8 @@
 #include <string_view>
 
 #include "encoding/escape.h"
+#include "eventlog/entry_text.h"
+#include "eventlog/log_record.h"
 #include "leaf/reply_text.h"
 #include "store/document_set.h"
 #include "store/path.h"
@@ -104,6 +106,15 @@ void library_save(benchmark::State& state) {
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(size));
 }
 BENCHMARK(library_save)->Arg(10)->Arg(100)->Arg(1000);
+
+void decode_entry(benchmark::State& state) {
+    for (auto step : state) {
+        log_record record;
+        benchmark::DoNotOptimize(decode_log_entry("1:2024:0:31:23:5:9:3:detail:1", record));
+        benchmark::DoNotOptimize(pack_log_record(record));
+    }
+}
+BENCHMARK(decode_entry);
 
 void set_value(benchmark::State& state) {
     XmlDocument& document = load_document(state.range(0));

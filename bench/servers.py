@@ -10,6 +10,9 @@ import subprocess
 import time
 from dataclasses import dataclass, field
 
+import processors
+from measure import run_process
+
 SOCKET = "/tmp/Veltrancord.unix"
 START_SECONDS = 60.0
 
@@ -28,7 +31,7 @@ def wait_for_socket(path: str) -> None:
 
 
 def processes_named(name: str) -> dict[int, int]:
-    """Process id to parent's id of all processes of this namespace with that name."""
+    """Process id to parent's id of all processes of this namespace whose name begins so."""
     found = {}
     for entry in pathlib.Path("/proc").iterdir():
         if not entry.name.isdigit():
@@ -37,7 +40,7 @@ def processes_named(name: str) -> dict[int, int]:
             text = (entry / "stat").read_text()
         except OSError:
             continue
-        if text[text.index("(") + 1 : text.rindex(")")] == name[:15]:
+        if text[text.index("(") + 1 : text.rindex(")")].startswith(name[:15]):
             found[int(entry.name)] = int(text[text.rindex(")") + 2 :].split()[1])
     return found
 
@@ -63,25 +66,21 @@ class Service:
     program: pathlib.Path
     directory: pathlib.Path
     event_log: str = "/mnt/eventlog/log"
+    launcher: tuple[str, ...] = ()  # a command that runs the program under its own eyes
+    process_name: str = ""  # how the names of its processes then begin
     ready_seconds: float = 0.0
     supervisor: int = 0
     worker: int = 0
 
     def __enter__(self) -> "Service":
         pathlib.Path(self.event_log).parent.mkdir(parents=True, exist_ok=True)
-        start = time.monotonic()
-        subprocess.run(
-            [self.program, "-P", self.directory, "-E", self.event_log],
-            check=True,
-            stdin=subprocess.DEVNULL,
-            stdout=subprocess.DEVNULL,
-            stderr=subprocess.DEVNULL,
-            timeout=START_SECONDS,
-        )
-        self.ready_seconds = time.monotonic() - start
-        parents = processes_named(self.program.name)
+        self.become_default_configuration()
+        command = [*self.launcher, self.program, "-P", self.directory, "-E", self.event_log]
+        self.ready_seconds = run_process(command)["wall_us"] / 1e6
+        parents = processes_named(self.process_name or self.program.name)
         self.worker = next(pid for pid, parent in parents.items() if parent in parents)
         self.supervisor = parents[self.worker]
+        processors.keep_server(self.worker)
         return self
 
     def __exit__(self, *_: object) -> None:
@@ -92,6 +91,14 @@ class Service:
             except ProcessLookupError:
                 pass
         wait_until_gone(pids)
+
+    def become_default_configuration(self) -> None:
+        """The service bounds its replies by the size of this directory, whatever it loads: without
+        it `read:*` would be refused."""
+        default = pathlib.Path("/mnt/database/xml")
+        default.parent.mkdir(exist_ok=True)
+        default.unlink(missing_ok=True)
+        default.symlink_to(self.directory)
 
     def resident_kilobytes(self) -> int:
         text = pathlib.Path(f"/proc/{self.worker}/status").read_text()
@@ -124,6 +131,7 @@ class Peer:
             stderr=subprocess.DEVNULL,
         )
         wait_for_socket(self.socket_path)
+        processors.keep_server(self.process.pid)
         return self
 
     def __exit__(self, *_: object) -> None:
@@ -135,9 +143,9 @@ class Peer:
         return self.process.pid
 
 
-def floor(program: pathlib.Path, result: int) -> Peer:
-    path = f"/tmp/floor-{result}.unix"
-    return Peer([str(program), "--socket", path, "--result", str(result)], path)
+def floor(program: pathlib.Path, result: int, *options: str) -> Peer:
+    path = f"/tmp/floor{''.join(options)}{result}.unix"
+    return Peer([str(program), "--socket", path, "--result", str(result), *options], path)
 
 
 def redis(name: str, *options: str) -> Peer:

@@ -1,9 +1,13 @@
 // What the XML library alone costs on the same files: the limit of start, save and memory.
 //
-//   parse DIR         read and parse every file; prints milliseconds and the documents' memory
-//   walk DIR ROUNDS   visit every element's name and text; prints microseconds of processor time
-//   save FILE ROUNDS  SaveFile to FILE.copy; prints microseconds of processor time
-//   replace FILE ROUNDS   write, fsync and rename the same bytes; likewise
+//   parse DIR             read and parse every file; prints milliseconds and the documents' memory
+//   walk PATH ROUNDS      visit every element's name and text of a file or of a directory's files,
+//                         and list them; prints microseconds of processor time of either
+//   save FILE ROUNDS      the library's SaveFile to FILE.copy and its printer, and the service's
+//                         serialising of the same document; prints microseconds of processor time
+//   replace FILE ROUNDS   write, fsync, close and rename the same bytes; likewise
+//   replace-safely FILE ROUNDS   replace the file as the service does, which also keeps mode and
+//                         owner and flushes the directory; likewise
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <tinyxml.h>
@@ -19,7 +23,11 @@
 #include <string>
 #include <vector>
 
+#include "leaf/file_replacer.h"
 #include "leaf/owned_fd.h"
+#include "leaf/result.h"
+#include "store/xml_document.h"
+#include "store/xml_text.h"
 #include "whole_file.h"
 
 namespace {
@@ -34,13 +42,21 @@ double microseconds(clockid_t clock) {
     return static_cast<double>(now.tv_sec) * 1e6 + static_cast<double>(now.tv_nsec) / 1e3;
 }
 
-document_list parse_directory(const std::string& directory) {
+std::unique_ptr<TiXmlDocument> parse_file(const std::string& path) {
+    const std::string text = read_whole(path);
+    auto document = std::make_unique<TiXmlDocument>();
+    document->Parse(text.c_str(), nullptr, TIXML_ENCODING_UNKNOWN);
+    return document;
+}
+
+document_list parse_all(const std::string& path) {
     document_list documents;
-    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-        const std::string text = read_whole(entry.path().string());
-        auto document = std::make_unique<TiXmlDocument>();
-        document->Parse(text.c_str(), nullptr, TIXML_ENCODING_UNKNOWN);
-        documents.push_back(std::move(document));
+    if (!std::filesystem::is_directory(path)) {
+        documents.push_back(parse_file(path));
+        return documents;
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(path)) {
+        documents.push_back(parse_file(entry.path().string()));
     }
     return documents;
 }
@@ -92,7 +108,7 @@ void run_parse(const std::string& directory) {
     const uint64_t before = resident_kilobytes();
     const double start = microseconds(CLOCK_MONOTONIC);
     const double processor = microseconds(CLOCK_PROCESS_CPUTIME_ID);
-    const document_list documents = parse_directory(directory);
+    const document_list documents = parse_all(directory);
     print({{"wall_us", microseconds(CLOCK_MONOTONIC) - start},
            {"processor_us", microseconds(CLOCK_PROCESS_CPUTIME_ID) - processor},
            {"documents_kb", resident_kilobytes() - before},
@@ -100,7 +116,7 @@ void run_parse(const std::string& directory) {
 }
 
 void run_walk(const std::string& directory, int rounds) {
-    const document_list documents = parse_directory(directory);
+    const document_list documents = parse_all(directory);
     std::size_t bytes = 0;
     double start = microseconds(CLOCK_PROCESS_CPUTIME_ID);
     for (int round = 0; round < rounds; ++round) {
@@ -126,18 +142,36 @@ void run_walk(const std::string& directory, int rounds) {
            {"listed_bytes", listed_bytes}});
 }
 
-void run_save(const std::string& path, int rounds) {
-    TiXmlDocument document;
-    document.Parse(read_whole(path).c_str(), nullptr, TIXML_ENCODING_UNKNOWN);
-    const std::string copy = path + ".copy";
+// Processor time of one call, in microseconds.
+template <class Call>
+double processor_time(int rounds, const Call& call) {
     const double start = microseconds(CLOCK_PROCESS_CPUTIME_ID);
     for (int round = 0; round < rounds; ++round) {
-        if (!document.SaveFile(copy)) {
-            std::perror(copy.c_str());
-            return;
-        }
+        call();
     }
-    print({{"processor_us", (microseconds(CLOCK_PROCESS_CPUTIME_ID) - start) / rounds}});
+    return (microseconds(CLOCK_PROCESS_CPUTIME_ID) - start) / rounds;
+}
+
+void run_save(const std::string& path, int rounds) {
+    const std::string text = read_whole(path);
+    veltrancord::XmlDocument document("Measured");
+    static_cast<void>(document.LoadXMLFile(text.c_str()));
+    const std::string copy = path + ".copy";
+    bool saved = true;
+    const double save_us =
+        processor_time(rounds, [&] { saved = document.SaveFile(copy) && saved; });
+    const double print_us = processor_time(rounds, [&] {
+        TiXmlPrinter printer;
+        document.Accept(&printer);
+    });
+    std::string serialised;
+    const double serialise_us =
+        processor_time(rounds, [&] { serialised = veltrancord::SerialiseXmlDoc(document); });
+    print({{"saved", saved},
+           {"processor_us", save_us},
+           {"print_us", print_us},
+           {"serialise_us", serialise_us},
+           {"identical", serialised == read_whole(copy)}});
     ::unlink(copy.c_str());
 }
 
@@ -162,6 +196,19 @@ void run_replace(const std::string& path, int rounds) {
            {"wall_us", (microseconds(CLOCK_MONOTONIC) - wall) / rounds}});
 }
 
+void run_replace_safely(const std::string& path, int rounds) {
+    const std::string text = read_whole(path);
+    bool replaced = true;
+    const double wall = microseconds(CLOCK_MONOTONIC);
+    const double processor_us = processor_time(rounds, [&] {
+        replaced =
+            veltrancord::replace_file(path.c_str(), text) == veltrancord::result_ok && replaced;
+    });
+    print({{"replaced", replaced},
+           {"processor_us", processor_us},
+           {"wall_us", (microseconds(CLOCK_MONOTONIC) - wall) / rounds}});
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -171,9 +218,10 @@ int main(int argc, char** argv) {
     int rounds = 10;
     auto* parse = app.add_subcommand("parse", "Read and parse every file of a directory");
     auto* walk_command = app.add_subcommand("walk", "Visit and list every element");
-    auto* save = app.add_subcommand("save", "Save one document with the library's SaveFile");
+    auto* save = app.add_subcommand("save", "Print and save one document");
     auto* replace = app.add_subcommand("replace", "Write, fsync and rename one file's bytes");
-    for (CLI::App* command : {parse, walk_command, save, replace}) {
+    auto* safely = app.add_subcommand("replace-safely", "Replace one file as the service does");
+    for (CLI::App* command : {parse, walk_command, save, replace, safely}) {
         command->add_option("path", path, "Directory or file")->required();
         command->add_option("rounds", rounds, "How often")->check(CLI::Range(1, 1'000'000));
     }
@@ -184,7 +232,9 @@ int main(int argc, char** argv) {
         run_walk(path, rounds);
     } else if (save->parsed()) {
         run_save(path, rounds);
-    } else {
+    } else if (replace->parsed()) {
         run_replace(path, rounds);
+    } else {
+        run_replace_safely(path, rounds);
     }
 }
