@@ -137,14 +137,6 @@ def test_unset_asks(tool):
     assert tool("get", "Network.Lan.Dhcp").status == 1
 
 
-def test_a_secret_is_typed_unseen(tool):
-    terminal = tool.terminal("set", "Account.User1.Password", "-")
-    terminal.wait_for("Account.User1.Password: ")
-    terminal.type("unsichtbar\n")
-    assert terminal.finish() == 0
-    assert "unsichtbar" not in terminal.text
-    assert tool("get", "Account.User1.Password", "--reveal").stdout == "unsichtbar\n"
-
 
 def test_ls_and_tree(tool):
     assert set(tool("ls").stdout.split()) == {"Account.", "Network."}
@@ -292,37 +284,3 @@ def test_a_silent_service_times_out(tool):
     tool.device.send_signal(tool.device.worker_pid, signal.SIGSTOP)
     assert tool("get", "Network.Lan.Mtu", "--timeout", "0.05").status == 9
     tool.device.send_signal(tool.device.worker_pid, signal.SIGCONT)
-
-
-def test_long_output_is_paged_and_coloured_on_a_terminal_alone(tool):
-    lines = "".join(f"Network.Many.V{n}={n}\n" for n in range(50))
-    assert tool("set", "-", stdin=lines).status == 0
-    terminal = tool.terminal("tree", environment={"PAGER": "sed s/^/paged:/"})
-    assert terminal.finish() == 0
-    assert "paged:" in terminal.text and "\033[" in terminal.text
-    terminal = tool.terminal("tree", environment={"PAGER": "sed s/^/paged:/", "NO_COLOR": "1"})
-    assert terminal.finish() == 0
-    assert "\033[" not in terminal.text
-    terminal = tool.terminal("tree", "--no-pager", "--no-color")
-    assert terminal.finish() == 0
-    assert "paged" not in terminal.text and "\033[" not in terminal.text
-    assert "\033[" not in tool("tree").stdout
-    terminal = tool.terminal("get", "Network.Lan.Mtu", environment={"PAGER": "sed s/^/paged:/"})
-    assert terminal.finish() == 0 and terminal.text == "1500\n"
-
-
-def test_completion_of_words_and_live_paths(tool):
-    def complete(*words):
-        return tool("complete", "--", *words).stdout.split("\n")[:-1]
-
-    assert complete("ge") == ["get"]
-    assert complete("log", "") == ["list", "follow", "add", "count", "clear"]
-    assert complete("get", "Net") == ["Network."]
-    assert complete("get", "Network.Lan.") == ["Network.Lan.Dhcp", "Network.Lan.Mtu"]
-    assert complete("attr", "get", "Acc") == ["Account."]
-    assert complete("--reveal", "tree", "Network.L") == ["Network.Lan."]
-    assert "--reveal" in complete("get", "--re")
-    assert complete("--socket", "/nonexistent", "get", "N") == []
-    tool.device.stop()
-    silent = tool("complete", "--", "get", "Net")
-    assert (silent.status, silent.stdout, silent.stderr) == (0, "", "")

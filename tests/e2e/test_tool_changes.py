@@ -2,7 +2,6 @@
 
 import json
 import os
-import shutil
 import signal
 
 import pytest
@@ -277,32 +276,3 @@ def test_watch_runs_a_program_for_each_change(tool):
     tool("set", "Network.Lan.Mtu", "7")
     process.communicate()
     assert target.read_text() == "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=7\n"
-
-
-@pytest.mark.parametrize("shell", ["bash", "zsh", "fish"])
-def test_completion_scripts_offer_live_paths(tool, shell):
-    """Each shell itself is asked for what it would offer."""
-    if shutil.which(shell) is None:
-        pytest.skip(f"{shell} is not installed")
-    import subprocess
-
-    import device as device_module
-
-    scripts = device_module.REPOSITORY / "client/tool/completions"
-    line = f"veltrancordctl --socket {tool.device.socket_path} get Network.Lan."
-    commands = {
-        "bash": ["bash", "--norc", "-c",
-                 f"source {scripts}/veltrancordctl.bash; COMP_WORDS=({line}); "
-                 "COMP_CWORD=$((${#COMP_WORDS[@]}-1)); compopt() { :; }; _veltrancordctl; "
-                 'printf "%s\\n" "${COMPREPLY[@]}"'],
-        "zsh": ["zsh", "-f", "-c",
-                f"compdef() {{ :; }}; compadd() {{ shift; [[ $1 == '' ]] && shift; print -l -- "
-                f"${{@:#--}}; }}; _files() {{ :; }}; source {scripts}/_veltrancordctl; "
-                f"words=({line}); CURRENT=${{#words}}; _veltrancordctl"],
-        "fish": ["fish", "--no-config", "-c",
-                 f"source {scripts}/veltrancordctl.fish; complete -C '{line}'"],
-    }
-    folder = os.path.dirname(tool.program)
-    offered = subprocess.run(commands[shell], env={**os.environ, "PATH": folder + ":" + os.environ["PATH"]},
-                             capture_output=True, text=True, check=False)
-    assert set(offered.stdout.split()) == {"Network.Lan.Mtu", "Network.Lan.Dhcp"}, offered

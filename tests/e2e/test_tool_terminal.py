@@ -39,6 +39,15 @@ def test_what_is_destroyed_can_be_saved_before(tool):
     assert b"<Mtu>1500</Mtu>" in saved.read_bytes()
 
 
+def test_a_secret_is_typed_unseen(tool):
+    terminal = tool.terminal("set", "Network.Lan.Password", "-")
+    terminal.wait_for("Network.Lan.Password: ")
+    terminal.type("unsichtbar\n")
+    assert terminal.finish() == 0
+    assert "unsichtbar" not in terminal.text
+    assert tool("get", "Network.Lan.Password", "--reveal").stdout == "unsichtbar\n"
+
+
 def test_an_interrupted_secret_leaves_a_terminal_that_shows_what_is_typed(tool):
     terminal = tool.terminal("set", "Network.Lan.Password", "-")
     terminal.wait_for("Network.Lan.Password: ")
@@ -66,6 +75,22 @@ def test_two_secrets_are_asked_for_one_after_the_other(tool):
         terminal.type(f"secret {name}\n")
     assert terminal.finish() == 0
     assert tool("get", "Network.B.Password", "--reveal").stdout == "secret B\n"
+
+
+def test_long_output_is_paged_and_coloured_on_a_terminal_alone(tool):
+    assert tool("set", "-", stdin=long_lines()).status == 0
+    terminal = tool.terminal("tree", environment={"PAGER": "sed s/^/paged:/"})
+    assert terminal.finish() == 0
+    assert "paged:" in terminal.text and "\033[" in terminal.text
+    terminal = tool.terminal("tree", environment={"PAGER": "sed s/^/paged:/", "NO_COLOR": "1"})
+    assert terminal.finish() == 0
+    assert "\033[" not in terminal.text
+    terminal = tool.terminal("tree", "--no-pager", "--no-color")
+    assert terminal.finish() == 0
+    assert "paged" not in terminal.text and "\033[" not in terminal.text
+    assert "\033[" not in tool("tree").stdout
+    terminal = tool.terminal("get", "Network.Lan.Mtu", environment={"PAGER": "sed s/^/paged:/"})
+    assert terminal.finish() == 0 and terminal.text == "1500\n"
 
 
 def test_the_pager_is_the_tools_own_or_the_users(tool):
@@ -112,7 +137,7 @@ def test_an_edit_that_cannot_be_read_may_be_taken_up_again(tool):
                                'else : > "$0.again"; echo "no setting" >> "$1"; fi\n')
     terminal = tool.terminal("edit", "Network", environment={
         "EDITOR": str(tool.device.outside("/tmp/editor")), "NO_COLOR": "1"})
-    terminal.wait_for("line 4 has no '='")
+    terminal.wait_for("line 5 has no '='")
     terminal.wait_for("edit it again? [y/N]")
     terminal.type("y\n")
     terminal.wait_for("write this? [y/N]")
@@ -182,3 +207,20 @@ def test_completion_knows_options_and_what_follows_them(tool):
     assert complete("log", "list", "--co") == ["--count"]
     assert complete("log", "list", "--he") == ["--help"]
     assert complete("log", "list", "") == []
+
+
+def test_completion_of_words_and_live_paths(tool):
+    def complete(*words):
+        return tool("complete", "--", *words).stdout.split("\n")[:-1]
+
+    assert complete("ge") == ["get"]
+    assert complete("log", "") == ["list", "follow", "add", "count", "clear"]
+    assert complete("get", "Net") == ["Network."]
+    assert complete("get", "Network.Lan.") == ["Network.Lan.Dhcp", "Network.Lan.Mtu"]
+    assert complete("attr", "get", "N") == ["Network."]
+    assert complete("--reveal", "tree", "Network.L") == ["Network.Lan."]
+    assert "--reveal" in complete("get", "--re")
+    assert complete("--socket", "/nonexistent", "get", "N") == []
+    tool.device.stop()
+    silent = tool("complete", "--", "get", "Net")
+    assert (silent.status, silent.stdout, silent.stderr) == (0, "", "")
