@@ -44,6 +44,10 @@ ldconfig
 listing >/tmp/before
 dpkg -i ./*.deb >/tmp/install.log 2>&1 || { cat /tmp/install.log >&2; fail "dpkg -i"; }
 
+# It comes back at boot, whichever init the device has.
+[[ -L /etc/systemd/system/multi-user.target.wants/veltrancord.service ]] || fail "the unit is not enabled"
+[[ -e /etc/rc2.d/S01veltrancord ]] || fail "the init script is not enabled"
+
 printf '<System>\n<Name>scratch</Name>\n</System>\n' >/mnt/database/xml/System
 /etc/init.d/veltrancord start >/tmp/start.log 2>&1 || { cat /tmp/start.log >&2; fail "start"; }
 /etc/init.d/veltrancord status || fail "it does not run"
@@ -80,6 +84,18 @@ systemd-analyze verify --man=no /usr/lib/systemd/system/veltrancord.service ||
 for page in 1/veltrancordctl.1 3/libveltrancord.3 5/veltrancord.5 7/veltrancord.7 8/Veltrancord.8; do
     [[ -f /usr/share/man/man$page.gz ]] || fail "no manual page $page"
 done
+# The table for BusyBox names the script that is there, and shells know the tool's words.
+table=/usr/share/doc/veltrancord/examples/inittab
+while read -r script _; do
+    [[ -x $script ]] || fail "$table names $script"
+done < <(grep -v '^#' "$table" | cut -d: -f4)
+bash -n /usr/share/bash-completion/completions/veltrancordctl || fail "completion of bash"
+if command -v zsh >/dev/null; then
+    zsh -n /usr/share/zsh/vendor-completions/_veltrancordctl || fail "completion of zsh"
+fi
+if command -v fish >/dev/null; then
+    fish -n /usr/share/fish/vendor_completions.d/veltrancordctl.fish || fail "completion of fish"
+fi
 /etc/init.d/veltrancord restart >/tmp/start.log 2>&1 || fail "restart"
 veltrancordctl ping >/dev/null || fail "no answer after a restart"
 
