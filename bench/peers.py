@@ -128,7 +128,6 @@ def measure_programs(programs: Programs, work: datasets.Dataset, rounds: int) ->
         "xmlstarlet": ["xmlstarlet", "sel", "-t", "-v", expression, file],
         "sqlite3": ["sqlite3", database, "select v from s where k='a'"],
         "veltrancordctl get": [programs.directory / "veltrancordctl", "get", work.first_leaf],
-        "veltrancordctl --version": [programs.directory / "veltrancordctl", "--version"],
     }
     runs: dict[str, list[dict]] = {name: [] for name in commands}
     with servers.Service(programs.service, work.directory):

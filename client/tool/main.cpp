@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <exception>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "commands.h"
@@ -47,6 +48,28 @@ void add_general_options(CLI::App& app, context& tool) {
     app.set_version_flag("--version", "veltrancordctl " VELTRANCORD_VERSION);
 }
 
+// Scripts ask for values by the hundred, each time by a program of its own, and to describe all the
+// commands takes longer than to ask for a value.
+bool is_read_command(std::string_view first_word) {
+    return first_word == "get" || first_word == "ls" || first_word == "tree";
+}
+
+void add_other_commands(const subcommand& top, context& tool) {
+    add_write_commands(top, tool);
+    add_attribute_commands(top, tool);
+    add_document_commands(top, tool);
+    add_log_commands(top, tool);
+    add_permit_commands(top, tool);
+    add_session_commands(top, tool);
+    add_exchange_commands(top, tool);
+    add_difference_commands(top, tool);
+    add_apply_commands(top, tool);
+    add_edit_command(top, tool);
+    add_watch_command(top, tool);
+    add_check_command(top, tool);
+    add_doctor_command(top, tool);
+}
+
 // The words behind the program's name. The parser takes "-0" for a number.
 std::vector<std::string> words_of(int argument_count, char** arguments) {
     std::vector<std::string> words(arguments + 1, arguments + argument_count);
@@ -81,21 +104,11 @@ int run_tool(int argument_count, char** arguments) {
     app.fallthrough();
     add_general_options(app, tool);
     const subcommand top(app);
-    add_read_commands(top, tool);
-    add_write_commands(top, tool);
-    add_attribute_commands(top, tool);
-    add_document_commands(top, tool);
-    add_log_commands(top, tool);
-    add_permit_commands(top, tool);
-    add_session_commands(top, tool);
-    add_exchange_commands(top, tool);
-    add_difference_commands(top, tool);
-    add_apply_commands(top, tool);
-    add_edit_command(top, tool);
-    add_watch_command(top, tool);
-    add_check_command(top, tool);
-    add_doctor_command(top, tool);
     std::vector<std::string> words = words_of(argument_count, arguments);
+    add_read_commands(top, tool);
+    if (words.empty() || !is_read_command(words.front())) {
+        add_other_commands(top, tool);
+    }
     if (!words.empty() && words.front() == "complete") {
         const bool marked = words.size() > 1 && words[1] == "--";
         words.erase(words.begin(), words.begin() + (marked ? 2 : 1));
