@@ -60,7 +60,8 @@ class Device(Machine):
 
     def __init__(self, program=None, patience=None):
         super().__init__(program or default_program, patience)
-        self.sanitizer = sanitizer.built_in(self.program)
+        # What watches the program: "address", "thread", "valgrind" or None.
+        self.sanitizer = sanitizer.built_in(self.program) or ("valgrind" if default_under else None)
         self.starter = None
         self._options = ()
         self._start_arguments = {}
@@ -179,14 +180,15 @@ class Device(Machine):
     # ---- a clock of its own ---------------------------------------------------------------------
 
     def require_no_sanitizer(self, kind, reason):
-        """Skips the test when the program was built with that sanitizer."""
+        """Skips the test when the program was built with that sanitizer ("address", "thread") or
+        runs under "valgrind"."""
         if self.sanitizer == kind:
-            pytest.skip(f"{kind} sanitizer: {reason}")
+            pytest.skip(f"{kind}: {reason}")
 
     def require_fake_clock(self):
         """Skips the test where the program's clock cannot be moved."""
         if self.sanitizer is not None:
-            pytest.skip("a preloaded clock does not go together with a sanitizer")
+            pytest.skip("a preloaded clock does not go together with a sanitizer or valgrind")
         if not os.path.exists(clock.LIBRARY):
             pytest.skip("libfaketime is not installed")
 

@@ -7,6 +7,8 @@ import pytest
 from access_model import PermissionModel, SessionModel
 from account_text import account_text
 
+pytestmark = pytest.mark.fault("Z2")
+
 PERMISSION_COMMANDS = ("isPermitAllow", "isPermitAllowByUser", "getPermitValue", "getGroupName",
                        "listPermits", "GetCGIPermitFilter")
 SESSION_COMMANDS = ("SetSession", "CheckSession", "CheckSession", "SetCaptcha", "CompareCaptcha",

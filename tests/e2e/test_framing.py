@@ -206,6 +206,7 @@ def test_a_length_of_zero_is_a_failure_even_if_more_bytes_follow(ready):
 @pytest.mark.fault("M2")
 @pytest.mark.parametrize("length", [0x7FFFFFFF, 0x80000000, 0xFFFFFFFE, 0xFFFFFFFF])
 def test_a_huge_length_costs_no_memory(ready, length):
+    ready.require_no_sanitizer("valgrind", "it keeps books of each byte, four gigabytes too")
     before = ready.memory_kilobytes(ready.worker_pid, "VmHWM")
     with ready.connect() as client:
         client.send(b"?" + struct.pack("<I", length) + b"read:Account")
@@ -217,6 +218,7 @@ def test_a_huge_length_costs_no_memory(ready, length):
 
 
 def test_memory_that_cannot_be_had_for_the_payload_is_logged(device):
+    device.require_no_sanitizer("valgrind", "it needs the address space itself")
     device.write_document("Account", ACCOUNT)
     # A sanitizer's allocator has its own limit, below this length too.
     device.start(limits=None if device.sanitizer else {"AS": 1 << 30})

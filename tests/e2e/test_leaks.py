@@ -7,6 +7,8 @@ import pytest
 import valgrind
 from log_model import record
 
+pytestmark = pytest.mark.fault("X1")
+
 ACCOUNT = """<Account Level="1"><User1 Level="3"><Username>admin</Username>
 <Password>enc:5:NxBaBAU=</Password></User1><Hidden AllowToShow="NO">h</Hidden></Account>"""
 
@@ -32,7 +34,7 @@ def lives_without_loss(device, requests):
     """Counted by valgrind, which tells a lost block from one that is still in use."""
     if shutil.which("valgrind") is None:
         pytest.skip("valgrind is not installed")
-    if device.sanitizer is not None:
+    if device.sanitizer not in (None, "valgrind"):
         pytest.skip("valgrind and a sanitizer do not go together")
     device.patience *= 5
     device.write_document("Account", ACCOUNT)

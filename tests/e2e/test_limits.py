@@ -11,6 +11,8 @@ from account_text import account_text
 from device import CONFIGURATION, EVENT_LOG, REPOSITORY, wait_until
 from log_model import entries, record
 
+pytestmark = pytest.mark.fault("C3")
+
 TABLE = json.loads((REPOSITORY / "docs/limits.json").read_text())
 
 

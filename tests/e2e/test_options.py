@@ -12,6 +12,7 @@ ADMIN = Reply(len("Account.User1.Username=admin"), b"Account.User1.Username=admi
 
 @pytest.mark.parametrize("option", ["-h", "-H"])
 def test_help_goes_to_standard_error_and_ends_the_program(device, option):
+    device.require_no_sanitizer("valgrind", "it tells the program the name of its file")
     starter = device.start(option, ready=False, argv0="/sbin/any name")
     assert starter.wait() == 0
     assert device.stderr() == ("/sbin/any name -t[databse backup time] -P[xml path] -h[help]\n")
@@ -25,14 +26,16 @@ def test_help_is_given_behind_other_options_too(device):
     assert device.stderr() == f"{PROGRAM} -t[databse backup time] -P[xml path] -h[help]\n"
 
 
-def test_an_unknown_option_is_complained_of_and_ignored(service):
+def test_an_unknown_option_is_complained_of_and_ignored(device, service):
+    device.require_no_sanitizer("valgrind", "it tells the program the name of its file")
     device = service({"Account": ACCOUNT}, "-x", argv0="prog")
     assert "prog: invalid option -- 'x'\n" in device.stderr()
     assert "databse" not in device.stderr()
     assert device.request(USERNAME) == ADMIN
 
 
-def test_an_option_without_its_argument_is_complained_of_and_ignored(service):
+def test_an_option_without_its_argument_is_complained_of_and_ignored(device, service):
+    device.require_no_sanitizer("valgrind", "it tells the program the name of its file")
     device = service({"Account": ACCOUNT}, "-P", argv0="prog")
     assert "prog: option requires an argument -- 'P'\n" in device.stderr()
     assert device.request(USERNAME) == ADMIN

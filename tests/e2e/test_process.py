@@ -112,6 +112,7 @@ def test_a_file_in_the_place_of_the_socket_is_replaced(device):
 
 
 def test_without_a_socket_the_supervisor_ends_and_the_starter_waits_on(device):
+    device.require_no_sanitizer("valgrind", "it needs to write to /tmp")
     device.set_read_only("/tmp")
     starter = device.start(ready=False)
     device.wait_for_stderr("create local server socket error!!\n")
@@ -127,6 +128,7 @@ def test_without_a_socket_the_supervisor_ends_and_the_starter_waits_on(device):
 
 @pytest.mark.parametrize("closed", [(0,), (1,), (2,), (0, 1), (0, 1, 2)], ids=str)
 def test_closed_standard_descriptors_are_opened_before_anything_else(device, closed):
+    device.require_no_sanitizer("valgrind", "its log takes the place of what is closed")
     device.write_document("Account", ACCOUNT)
     device.start(closed=closed)
     for pid in (device.supervisor_pid, device.worker_pid):
@@ -141,6 +143,7 @@ def test_closed_standard_descriptors_are_opened_before_anything_else(device, clo
 
 
 def test_the_service_holds_few_descriptors(ready):
+    ready.require_no_sanitizer("valgrind", "it holds some itself")
     supervisor = ready.open_descriptors(ready.supervisor_pid)
     assert len(supervisor) == 4  # 0 to 2 and the listening socket
     worker = ready.open_descriptors(ready.worker_pid)

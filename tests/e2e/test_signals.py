@@ -33,6 +33,7 @@ def test_a_terminated_worker_closes_the_socket_and_its_supervisor_ends(ready, nu
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP])
 def test_a_terminated_starter_ends_with_1(device, number):
     device.require_no_sanitizer("thread", "it holds signals back while a semaphore is waited for")
+    device.require_no_sanitizer("valgrind", "it needs to write to /tmp")
     device.set_read_only("/tmp")  # without its socket the service never gets ready
     starter = device.start(ready=False)
     device.wait_for_stderr("create local server socket error!!\n")

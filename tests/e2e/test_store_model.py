@@ -10,6 +10,8 @@ import pytest
 from device import CONFIGURATION, Device
 from store_model import StoreModel, parse, same
 
+pytestmark = pytest.mark.fault("Z2")
+
 TEXTS = {
     "Account": '<Account Level="1"><A Level="3">one</A><A><B x="y">two</B></A>'
                '<User><Password>enc:1:AA==</Password></User></Account>',

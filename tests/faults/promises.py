@@ -43,13 +43,24 @@ PROMISES = {
     "P4": "many events that start a script",
     "C1": "slow, half and hostile clients",
     "C2": "steps of the clock",
+    "C3": "each stated bound, one below, at and one above it",
+    "Z1": "what was ever made up by fuzzing, once more",
+    "Z2": "random commands against small models",
+    "X1": "memory and descriptors counted by valgrind",
     "H1": "hardening of the program's file",
+    "L1": "a long life under mixed load",
+    "B1": "what is held at most under all that clients can do at a time",
 }
+
+# ./dev soak; its figures stand in the table above the one that is written here.
+RUNS_OF_THEIR_OWN = {"L1"}
 
 UNIT_TESTS = {
     "S7": ["FileReplacer."],
     "S8": ["xml_text.generated_documents_are_printed_as_the_library_prints_them"],
     "M3": ["read_query.capacity_may_flip_while_subtrees_are_read"],
+    "Z1": ["fuzz.replay_"],
+    "Z2": ["Capacities/EventLogModel."],
     "C2": ["Backup.KnowsTimesBehindTheYear2038", "Backup.IsDueAfterAStepOfTheClock",
            "milliseconds_left.knows_times_far_apart"],
 }
@@ -111,6 +122,8 @@ def outcomes(folder):
 def table(found):
     lines = ["| id | what is done to it | where | outcome | figures |", "|---|---|---|---|---|"]
     for promise, text in PROMISES.items():
+        if promise in RUNS_OF_THEIR_OWN:
+            continue
         outcome = found[promise]
         places = ", ".join(f"`{place}`" for place in sorted(outcome.places))
         lines.append(f"| {promise} | {text} | {places} | {outcome.state()} | {outcome.figures_text()} |")
@@ -156,4 +169,5 @@ def main():
         sys.exit(__doc__)
 
 
-main()
+if __name__ == "__main__":
+    main()

@@ -2,7 +2,8 @@
 
 file, the text that is replaced (it stands there exactly once), its replacement, what that breaks,
 and what has to fail: tests of the Python suites (a path below tests and a pattern as of pytest -k),
-or unit tests ("unit:", the program, and a pattern as of --gtest_filter).
+unit tests ("unit:", the program, and a pattern as of --gtest_filter), the replay of a fuzz target's
+corpus ("corpus:" and the target), or a soak ("soak:" and the minutes).
 """
 
 from typing import NamedTuple
@@ -10,7 +11,7 @@ from typing import NamedTuple
 
 class Mutant(NamedTuple):
     name: str
-    promise: str
+    promise: str  # the id of what it breaks, as in docs/reliability.md
     file: str
     old: str
     new: str
@@ -99,6 +100,69 @@ MUTANTS = [
            "::stat(path, &status) != 0 && (errno == ENOENT || errno == ENOTDIR)",
            "::stat(path, &status) != 0",
            (("unit:store_test", "*pruning*"),)),
+    Mutant("what is not saved is forgotten", "S3", "src/update/document_saving.cpp",
+           "    g_flashSaveDue = still_due;",
+           "    g_flashSaveDue = still_due && false;",
+           (("faults/test_failing_calls.py", "really_full and writeattr"),)),
+    Mutant("a new file has a mode of its own", "S7", "src/leaf/file_replacer.cpp",
+           "           ::fchmod(file_.get(), mode_) == 0;",
+           "           mode_ != 0;",
+           (("unit:leaf_test", "FileReplacer*"),)),
+    Mutant("one kind of quotation marks", "S8", "src/store/xml_text.cpp",
+           "value.find('\"') == std::string::npos ? '\"' : '\\''",
+           "value.empty() || value.back() != '\\0' ? '\"' : '\\''",
+           (("unit:store_test", "xml_text.generated*"),)),
+    Mutant("the payload is cleared beforehand", "M2", "src/server/request_reader.cpp",
+           "    return client.payload != nullptr;",
+           "    return client.payload != nullptr && std::memset(client.payload.get(), 0, size) != nullptr;",
+           (("faults/test_sizes.py", "announced and 0x6400000"),)),
+    Mutant("a listing that is cut counts as whole", "M3", "src/store/read_query.cpp",
+           "    if (ListXmlSubtree(*top, out, capacity, prefix, filter) != 0) {\n"
+           "        return result_too_large;\n    }",
+           "    static_cast<void>(capacity);\n"
+           "    static_cast<void>(ListXmlSubtree(*top, out, GetReadBufSize(), prefix, filter));",
+           (("unit:store_test", "read_query.capacity_may_flip*"),)),
+    Mutant("released connections stay open", "F1", "src/server/connection.cpp",
+           "    const std::unique_ptr<connection> owner(client);\n",
+           "",
+           (("faults/test_clients.py", "mixed_requests"),)),
+    Mutant("each worker has a socket of its own", "P1", "src/service/supervisor.cpp",
+           "        std::fprintf(stderr, \"restart Veltracord....\\n\");",
+           "        ::close(g_listeningFd.load());\n"
+           "        g_listeningFd.store(create_local_server(socket_path));",
+           (("faults/test_processes.py", "backlog"),)),
+    Mutant("a request that breaks off is served", "C1", "src/server/request_reader.cpp",
+           "        } else if (count == 0 || !try_again(errno)) {\n            return false;",
+           "        } else if (count == 0 || !try_again(errno)) {\n            return count == 0;",
+           (("faults/test_clients.py", "break_off"),)),
+    Mutant("a path may be one character shorter", "C3", "src/update/value_setting.cpp",
+           "path.size() > max_line_path || value.size() > max_element_value",
+           "path.size() >= max_line_path || value.size() > max_element_value",
+           (("e2e/test_limits.py", "path_of_a_written_line"),)),
+    Mutant("an escape that does not fit", "Z1", "src/encoding/escape.cpp",
+           "if (i + 3 >= size) {",
+           "if (i + 2 >= size) {",
+           (("corpus:escape", ""),)),
+    Mutant("changes in memory are saved at once", "Z2", "src/update/value_setting.cpp",
+           "to_flash ? DOC_SAVE_FLASH : DOC_SAVE_MEMORY",
+           "to_flash || list.size() > 1 ? DOC_SAVE_FLASH : DOC_SAVE_MEMORY",
+           (("e2e/test_store_model.py", "store_is_as_in_the_model"),)),
+    Mutant("files that were read stay in memory", "X1", "src/store/file_text.cpp",
+           "    std::free(text);",
+           "    static_cast<void>(text);",
+           (("e2e/test_leaks.py", "mixed_changes"),)),
+    Mutant("addresses are bound late", "H1", "cmake/Hardening.cmake",
+           "    -Wl,-z,now\n",
+           "",
+           (("e2e/test_program_file.py", "read_only"),)),
+    Mutant("payloads stay in memory", "L1", "src/server/connection.h",
+           "{ std::free(payload); }",
+           "{ static_cast<void>(payload); }",
+           (("soak:1", ""),)),
+    Mutant("whole replies wait for their clients", "B1", "src/leaf/reply_text.cpp",
+           "    if (left > allocated_ / 2) {",
+           "    if (left > 0) {",
+           (("faults/test_holdings.py", "no_more"),)),
     Mutant("times in 32 bits", "C2", "src/server/event_loop.cpp",
            "(expiry.seconds - now.seconds) * 1000",
            "static_cast<int32_t>(expiry.seconds - now.seconds) * 1000",

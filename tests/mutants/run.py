@@ -2,6 +2,7 @@
 and runs the tests that must turn red.
 
     run.py FOLDER [WORD...]    all of them, or those whose name or promise holds one of the words
+    run.py list                which there are for each promise; ends with 1 where one has none
 
 FOLDER holds the copy and its build, and is kept for the next run. Ends with 1 when a damaged tree
 passes its tests, or the sound one fails them.
@@ -17,6 +18,9 @@ from pathlib import Path
 from list import MUTANTS
 
 ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tests/faults"))
+
+from promises import PROMISES
 SECONDS = 900  # a damaged program may hang
 
 
@@ -59,9 +63,15 @@ class Tree:
         return "" if done.returncode == 0 else done.stdout[-3000:]
 
     def passes(self, where, pattern):
-        if where.startswith("unit:"):
-            program = self.build_folder / "bin" / where.removeprefix("unit:")
-            command = [str(program), f"--gtest_filter={pattern}", "--gtest_fail_fast"]
+        kind, _, name = where.rpartition(":")
+        programs = self.build_folder / "bin"
+        if kind == "unit":
+            command = [str(programs / name), f"--gtest_filter={pattern}", "--gtest_fail_fast"]
+        elif kind == "corpus":
+            command = [str(programs / f"fuzz_{name}"), str(self.source / "fuzz/corpus" / name)]
+        elif kind == "soak":
+            command = [sys.executable, str(self.source / "tests/soak/soak.py"), name,
+                       "--bin", str(programs / "Veltrancord")]
         else:
             command = [sys.executable, "-m", "pytest", "-q", "-x", str(self.source / "tests" / where),
                        "-k", pattern, "--bin", str(self.build_folder / "bin/Veltrancord")]
@@ -75,8 +85,9 @@ class Tree:
 
 
 def unit_targets(mutants):
-    return sorted({where.removeprefix("unit:") for mutant in mutants for where, _ in mutant.tests
-                   if where.startswith("unit:")})
+    names = {where.replace("corpus:", "fuzz_").removeprefix("unit:") for mutant in mutants
+             for where, _ in mutant.tests if where.startswith(("unit:", "corpus:"))}
+    return sorted(names)
 
 
 def try_mutant(tree, mutant):
@@ -95,7 +106,18 @@ def try_mutant(tree, mutant):
     return (f"SURVIVES {', '.join(survived)}", False) if survived else ("turns red", True)
 
 
+def list_mutants():
+    missing = 0
+    for promise, text in PROMISES.items():
+        names = [mutant.name for mutant in MUTANTS if mutant.promise == promise]
+        missing += not names
+        print(f"{promise}  {text}: {', '.join(names) or 'NONE'}")
+    return 1 if missing or {mutant.promise for mutant in MUTANTS} - set(PROMISES) else 0
+
+
 def main():
+    if sys.argv[1:] == ["list"]:
+        return list_mutants()
     folder, words = Path(sys.argv[1]).resolve(), sys.argv[2:]
     chosen = [mutant for mutant in MUTANTS
               if not words or any(word in mutant.name or word == mutant.promise for word in words)]
