@@ -13,15 +13,17 @@ constexpr int32_t log_file_system_size(uint32_t block_size, uint32_t block_count
     return static_cast<int32_t>(block_size * block_count);
 }
 
+inline constexpr int32_t most_log_entries = 1000;
+
 // 128 KiB are left to others, and a quarter of the rest is the log's, with 64 bytes for each entry;
-// at most 1000 entries. Not bounded below: small and wrapped sizes give zero or a negative number,
+// at most most_log_entries. Not bounded below: small and wrapped sizes give zero or a negative number,
 // which the ring understands (see log_ring.cpp).
 constexpr int32_t log_capacity_for_size(int32_t size) {
     // In 64 bits, since the difference may lie below what 32 bits hold.
     const int64_t quarter = (int64_t{size} - 131072) / 4;
     // Rounded down, below zero too.
     const int64_t entries = quarter / 64 - (quarter % 64 < 0 ? 1 : 0);
-    return static_cast<int32_t>(std::min<int64_t>(entries, 1000));
+    return static_cast<int32_t>(std::min<int64_t>(entries, most_log_entries));
 }
 
 // Asks for the size of the file system that holds `directory`.

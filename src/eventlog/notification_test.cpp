@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <string>
 
@@ -227,10 +228,12 @@ TEST(ShouldNotify, ADefinitionWithoutANameMatchesAndIsNotWanted) {
 }
 
 TEST(ShouldNotify, NamesAreCutTo127Characters) {
-    fixed_settings settings;
-    settings.define(1, "0x1", std::string(127, 'n') + "more");
-    settings.email(std::string(127, 'n'));
-    EXPECT_TRUE(should_notify(1, settings));
+    for (const std::size_t length : {126U, 127U, 128U}) {
+        fixed_settings settings;
+        settings.define(1, "0x1", std::string(length, 'n'));
+        settings.email(std::string(std::min<std::size_t>(length, 127), 'n'));
+        EXPECT_TRUE(should_notify(1, settings)) << length;
+    }
 }
 
 }  // namespace

@@ -11,10 +11,10 @@ NAMES = ("/clock-sem", "/clock-shm")  # of what the program's processes share, i
 
 
 def environment(machine):
-    """What lets a program go by the moved clock; made ready on the machine."""
+    """What lets a program that the library is loaded into go by the moved clock; made ready on the
+    machine."""
     _share(machine)
     return {
-        "LD_PRELOAD": LIBRARY,
         "FAKETIME_TIMESTAMP_FILE": SETTING,
         "FAKETIME_NO_CACHE": "1",
         "FAKETIME_DONT_RESET": "1",

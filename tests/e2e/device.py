@@ -124,6 +124,7 @@ class Device(Machine):
         if fake_clock:
             self.move_clock(0, int(fake_clock))
             variables.update(clock.environment(self))
+            variables["LD_PRELOAD"] = self.preload(clock.LIBRARY)
         variables.update(environment or {})
         program = shutil.which(under[0]) if under else PROGRAM
         arguments = [*under, PROGRAM, *options] if under else [argv0 or PROGRAM, *options]
@@ -185,10 +186,20 @@ class Device(Machine):
         if self.sanitizer == kind:
             pytest.skip(f"{kind}: {reason}")
 
-    def require_fake_clock(self):
-        """Skips the test where the program's clock cannot be moved."""
-        if self.sanitizer is not None:
-            pytest.skip("a preloaded clock does not go together with a sanitizer or valgrind")
+    def preload(self, library):
+        """The value of LD_PRELOAD for that library; skips the test where nothing can be preloaded."""
+        value = sanitizer.preload(self.program, library)
+        if self.sanitizer == "valgrind" or value is None:
+            pytest.skip(f"{self.sanitizer}: nothing can be preloaded")
+        return value
+
+    def require_fake_clock(self, time_must_pass=True):
+        """Skips the test where the program's clock cannot be moved. Under a sanitizer the clock can
+        be set, but what sleeps until a time of it is not woken: `time_must_pass` is for tests that
+        wait for that."""
+        if time_must_pass and self.sanitizer is not None:
+            pytest.skip(f"{self.sanitizer}: who sleeps does not feel the clock being set")
+        self.preload(clock.LIBRARY)
         if not os.path.exists(clock.LIBRARY):
             pytest.skip("libfaketime is not installed")
 

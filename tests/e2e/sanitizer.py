@@ -3,6 +3,7 @@
 import functools
 import os
 import re
+import subprocess
 from pathlib import Path
 
 from machine import LOGS
@@ -23,6 +24,23 @@ def built_in(program):
         if mark in data:
             return name
     return None
+
+
+@functools.lru_cache(maxsize=None)
+def _runtime(program):
+    """The library that the sanitizer's own code is in; None where it is part of the program."""
+    listed = subprocess.run(["ldd", program], capture_output=True, text=True, check=False).stdout
+    found = re.search(r"=> (\S*/lib(?:asan|tsan)\.so\S*)", listed)
+    return found and found[1]
+
+
+def preload(program, library):
+    """The value of LD_PRELOAD that loads `library`: a sanitizer must come before it. None where that
+    cannot be."""
+    if built_in(program) is None:
+        return library
+    runtime = _runtime(program)
+    return runtime and f"{runtime}:{library}"
 
 
 def environment(traced):

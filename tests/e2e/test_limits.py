@@ -3,6 +3,7 @@ of the sources agree, and the running service keeps each bound one below, at and
 whose tests are elsewhere name them; that they exist is tested too."""
 
 import json
+import os
 import re
 
 import pytest
@@ -38,8 +39,8 @@ def test_the_sources_have_the_same_numbers():
     for row in TABLE:
         for file, name, number in row["code"]:
             text = (REPOSITORY / "src" / file).read_text()
-            found = re.search(rf"constexpr [\w:]+ {name} = ([\d']+);|using {name} = char\[(\d+)\];",
-                              text)
+            found = re.search(rf"constexpr [\w:]+ {name} = ([\d']+);|(?:using {name} = char| char {name})"
+                              r"\[(\d+)\]", text)
             assert found and int((found[1] or found[2]).replace("'", "")) == number, (row["what"], file, name)
 
 
@@ -51,6 +52,23 @@ def test_each_row_has_a_test():
         for name in row["tests"]:
             pattern = re.compile(rf"def {name}\(|^TEST(?:_F)?\(\w+,\s*{name}\)", re.M)
             assert any(map(pattern.search, texts)), (row["what"], name)
+
+
+# ---- options ------------------------------------------------------------------------------------
+
+@pytest.mark.parametrize("option", ["-P", "-E"])
+def test_a_path_of_an_option(device, option):
+    most = limit("path of `-P`, `-E`")
+    for length in around(most):
+        path = f"/mnt/{length}".ljust(length, "d")
+        device.write_document("A", "<A>default</A>")
+        if option == "-P":
+            device.write_file(f"{path}/A", "<A>option</A>")
+        device.start(option, path)
+        taken = device.file_exists(path) if option == "-E" else \
+            device.request("readvalue:A").text == "option"
+        assert taken == (length <= most)
+        device.stop()
 
 
 # ---- paths and values ---------------------------------------------------------------------------
@@ -276,10 +294,42 @@ def test_the_text_for_the_backup_script(service):
     assert device.stderr().count("input parameter fail !!\n") == 1
 
 
+# ---- clients ------------------------------------------------------------------------------------
+
+def test_the_time_until_the_start_code(device):
+    device.require_fake_clock()
+    device.write_document("A", "<A>x</A>")
+    device.start(fake_clock=True)
+    device.stop_clock(0)
+    most = limit("time between connecting and the start code")
+    with device.connect() as silent:
+        for seconds in around(most):
+            device.stop_clock(seconds)
+            assert device.request("readvalue:A").text == "x"  # makes the loop look at its timers
+            if seconds < most:
+                assert silent.is_open(0.1)
+            else:
+                assert silent.receive_reply().code is None
+
+
 # ---- the event log ------------------------------------------------------------------------------
 
 def newest(device, limit_text="1"):
     return entries(device.request(f"readlog:1&255&{limit_text}").body)
+
+
+def test_entries_of_the_event_log(device):
+    most = limit("event log")
+    device.write_document("A", "<A/>")
+    device.mount_tmpfs(os.path.dirname(EVENT_LOG), size="16m")
+    # Writing hundreds of entries into a log that is there already takes long; loading them does not.
+    listed = "".join(f"<E{n}>1:2024:0:1:2:3:4:5:d:6</E{n}>" for n in range(1, most - 1))
+    device.write_file(EVENT_LOG, f"<Log>{listed}</Log>")
+    device.start()
+    for count in around(most):
+        assert device.request(b"writelog:" + record(1)).code == 0
+        assert device.request("geteventcount:").code == min(count, most)
+        assert device.read_file(EVENT_LOG).count(b"<E") == min(count, most)
 
 
 def test_a_detail_text(service):

@@ -88,14 +88,14 @@ def test_a_clock_that_is_set_back_ends_no_session(timed):
 def test_the_oldest_go(running):
     for number in range(1, 52):
         assert code(running, f"SetSession:tok{number}") == 0
-        if number == 50:
+        if number in (49, 50):
             assert code(running, "CheckSession:tok1&99999") == 0
     assert code(running, "CheckSession:tok1&99999") == NOT_FOUND
     assert code(running, "CheckSession:tok2&99999") == 0
     assert code(running, "CheckSession:tok51&99999") == 0
     for number in range(1, 62):
         assert code(running, f"SetCaptcha:id{number}&x") == 0
-        if number == 60:
+        if number in (59, 60):
             assert code(running, "CompareCaptcha:id1&x&0&99999") == 0
     assert code(running, "CompareCaptcha:id1&x&0&99999") == NOT_FOUND
     assert code(running, "CompareCaptcha:id2&x&0&99999") == 0

@@ -12,7 +12,7 @@ class Strace:
     def __init__(self, device, *options):
         self.device = device
         tasks = device.outside(f"/proc/{device.worker_pid}/task")
-        self.thread = sorted(int(task.name) for task in tasks.iterdir())[2]
+        self.thread = sorted(int(task.name) for task in tasks.iterdir())[-1]
         self.status = tasks / str(self.thread) / "status"
         self.command = " ".join(["strace", "-y", "-s", "256", "-o", f"{LOGS}/strace",
                                  *options, "-p", str(self.thread)])

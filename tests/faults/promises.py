@@ -3,7 +3,7 @@
     promises.py list PROGRAM          every promise with its tests
     promises.py unit-tests            those of the unit tests, as a pattern for ctest -R
     promises.py report FOLDER [long]  writes what the runs have left in FOLDER (unit.xml, e2e.xml,
-                                      faults.xml) into docs/reliability.md
+                                      faults.xml) into docs/reliability.md and README.md
 
 A test of the Python suites says for itself what it proves, by the marker `fault`, which conftest.py
 puts into the results; the unit tests, which know no markers, stand in the table here.
@@ -18,8 +18,29 @@ from collections import defaultdict
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
-DOCUMENT = ROOT / "docs/reliability.md"
-BEGIN, END = "<!-- figures: begin -->\n", "<!-- figures: end -->\n"
+# Each file that figures are written into, and the marks between which they stand there.
+DOCUMENT = ROOT / "docs/reliability.md", "<!-- figures: begin -->\n", "<!-- figures: end -->\n"
+README = ROOT / "README.md", "<!-- promises: begin -->\n", "<!-- promises: end -->\n"
+
+# Sentence, files of its tests, their ids, and the figures of these that are told beside it.
+SENTENCES = [
+    ("When you hold the reply to a write, the file is already saved.",
+     ("faults/test_saving.py", "e2e/test_faults_save.py"), ("S1", "S4"), ("files put in place",)),
+    ("At every instant each file is wholly the old or wholly the new one, whatever is cut.",
+     ("e2e/test_faults_save.py", "faults/test_failing_calls.py"), ("S1", "S2", "S3", "W1"),
+     ("faults injected",)),
+    ("A bad file never stops the service.",
+     ("e2e/test_loading.py", "faults/test_sizes.py"), ("S6", "M4"), ("siblings",)),
+    ("No request, however malformed, ends it.",
+     ("faults/test_clients.py", "faults/test_allocations.py"), ("C1", "F1", "M1", "M2"),
+     ("requests", "cut off", "hostile connections", "allocations failed", "parses refused")),
+    ("It holds no more than 1,024 descriptors and 64 MiB.",
+     ("faults/test_holdings.py",), ("B1",), ("descriptors", "MiB")),
+    ("It leaves no descriptor, process or memory behind, and spins for no crowd.",
+     ("faults/test_clients.py", "faults/test_processes.py", "e2e/test_leaks.py"),
+     ("F1", "F2", "F3", "P4", "X1"), ("blocks lost", "calls in a second")),
+]
+MAXIMA = {"siblings", "calls in a second", "descriptors", "MiB"}  # the largest one tells, no sum
 
 PROMISES = {
     "S1": "killed before each system call of every command that changes files",
@@ -130,13 +151,41 @@ def table(found):
     return "\n".join(lines) + "\n"
 
 
+def sentence_outcome(found, promises, names):
+    """All outcomes of these promises as one; of figures the sum, where they are amounts of work."""
+    total = Outcome()
+    for promise in promises:
+        one = found[promise]
+        total.passed += one.passed
+        total.failed += one.failed
+        total.skipped += one.skipped
+        for name, values in one.figures.items():
+            total.figures[name] += values
+    chosen = [(name, total.figures[name]) for name in names if total.figures.get(name)]
+    return "; ".join([total.state(), *(f"{name}: {max(values) if name in MAXIMA else sum(values):,}"
+                                       for name, values in chosen)])
+
+
+def sentences(found, today):
+    lines = [f"| Promise | Proof | {today} |", "|---|---|---|"]
+    for sentence, files, promises, names in SENTENCES:
+        proof = ", ".join(f"`tests/{file}`" for file in files)
+        lines.append(f"| {sentence} | {proof} | {sentence_outcome(found, promises, names)} |")
+    return "\n".join(lines) + "\n"
+
+
+def put_between(place, text):
+    path, begin, end = place
+    head, rest = path.read_text(encoding="utf-8").split(begin)
+    path.write_text(f"{head}{begin}\n{text}\n{end}{rest.split(end)[1]}", encoding="utf-8")
+
+
 def report(folder, form):
     today = datetime.datetime.now(datetime.timezone.utc).date()
-    text = DOCUMENT.read_text(encoding="utf-8")
-    head, rest = text.split(BEGIN)
-    tail = rest.split(END)[1]
-    figures = f"Last run, {form} form: {today}.\n\n{table(outcomes(folder))}"
-    DOCUMENT.write_text(head + BEGIN + "\n" + figures + "\n" + END + tail, encoding="utf-8")
+    found = outcomes(folder)
+    figures = f"Last run, {form} form: {today}.\n\n{table(found)}"
+    put_between(DOCUMENT, figures)
+    put_between(README, sentences(found, today))
     print(figures)
 
 

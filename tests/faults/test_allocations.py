@@ -22,7 +22,7 @@ def starved(device):
     """A started service with `device.faults`, all that grows up to a bound already at its bound."""
     device.mount_tmpfs(os.path.dirname(EVENT_LOG), size="136k")
     install(device)
-    device.faults = Faults(device)
+    device.faults = Faults(device, allocations=True)
     device.start("-L", environment=device.faults.environment)
     device.faults.watch()
     capacity = device.request("maxlogcount:").code
@@ -139,7 +139,7 @@ def test_a_text_too_long_for_memory_takes_none_of_it(device, name):
                        (":quarantine_size_mb=1" if variable == "ASAN_OPTIONS" else "")
                        for variable, options in sanitizer.environment(traced=False).items()}
     else:
-        faults = Faults(device)
+        faults = Faults(device, allocations=True)
         environment = faults.environment
     device.write_file("/tmp/in", "<R><A><V>" + "<W>1</W>" * 1000 + "y" * 5_000_000 + "</V></A></R>")
     device.start(environment=environment)

@@ -18,7 +18,7 @@ START = 1_000_000_000
 
 @pytest.fixture
 def timed(device):
-    device.require_fake_clock()
+    device.require_fake_clock(time_must_pass=False)
     device.mount_tmpfs(os.path.dirname(EVENT_LOG), size="16m")
     device.write_document("Account", ACCOUNT)
     device.start(fake_clock=True, environment={"TZ": "UTC0"})

@@ -7,7 +7,7 @@ import threading
 
 import pytest
 
-from device import CONFIGURATION, wait_until
+from device import CONFIGURATION, REPOSITORY, wait_until
 from log_model import record
 from wire import frame
 
@@ -72,6 +72,8 @@ class Watch:
 def test_it_holds_no_more_than_it_says(device, long_form, figure):
     """A crowd larger than the limit: silent, babbling, and clients that never read the largest reply
     there can be; while all of them stay, others send large requests of every kind."""
+    for kind in ("thread", "valgrind"):
+        device.require_no_sanitizer(kind, "the first are let go before the last have come")
     device.copy_sample_database()
     device.start(limits={"NOFILE": DESCRIPTORS})
     fill_documents(device)
@@ -101,6 +103,7 @@ def test_it_holds_no_more_than_it_says(device, long_form, figure):
 
 @pytest.mark.fault("B1")
 def test_its_own_descriptors_are_few(device, figure):
+    device.require_no_sanitizer("valgrind", "it holds some itself")
     """Without clients: what it has open for good, and the most that a command adds to it."""
     device.copy_sample_database()
     device.start()
@@ -119,3 +122,8 @@ def test_its_own_descriptors_are_few(device, figure):
     assert "x" not in device.request("readvalue:System.Name").text
     assert device.list_directory(CONFIGURATION)
     figure("own descriptors", most - 1)
+
+
+def test_the_first_page_promises_these_numbers():
+    text = (REPOSITORY / "README.md").read_text(encoding="utf-8")
+    assert f"It holds no more than {DESCRIPTORS:,} descriptors and {MEBIBYTES} MiB." in text

@@ -103,7 +103,7 @@ MUTANTS = [
     Mutant("what is not saved is forgotten", "S3", "src/update/document_saving.cpp",
            "    g_flashSaveDue = still_due;",
            "    g_flashSaveDue = still_due && false;",
-           (("faults/test_failing_calls.py", "really_full and writeattr"),)),
+           (("faults/test_failing_calls.py", "really_full and write and not log"),)),
     Mutant("a new file has a mode of its own", "S7", "src/leaf/file_replacer.cpp",
            "           ::fchmod(file_.get(), mode_) == 0;",
            "           mode_ != 0;",
