@@ -48,12 +48,21 @@ std::string printed_by_library(const TiXmlDocument& document) {
     return printed;
 }
 
+// The library writes a declaration's values as they stand, and files are to be as it writes them.
+bool holds_whole_values(const TiXmlNode& node) {
+    const TiXmlDeclaration* const declaration = node.ToDeclaration();
+    return declaration == nullptr || std::string(declaration->Version())
+                                             .append(declaration->Encoding())
+                                             .append(declaration->Standalone())
+                                             .find('"') == std::string::npos;
+}
+
 // A file may bring in characters that are cut short, which swallow a part of what follows each time
 // they are read. Writing such a text is refused; what is loaded already is not judged here.
 bool holds_whole_text(const TiXmlNode& node) {
     for (const TiXmlNode* child = node.FirstChild(); child != nullptr;
          child = child->NextSibling()) {
-        bool whole = holds_whole_text(*child);
+        bool whole = holds_whole_text(*child) && holds_whole_values(*child);
         whole = whole && (child->ToText() == nullptr || IsXmlTextWhole(*child, child->ValueStr()));
         const TiXmlElement* const element = child->ToElement();
         const TiXmlAttribute* attribute = element != nullptr ? element->FirstAttribute() : nullptr;

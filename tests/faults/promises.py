@@ -38,7 +38,7 @@ SENTENCES = [
      ("faults/test_holdings.py",), ("B1",), ("descriptors", "MiB")),
     ("It leaves no descriptor, process or memory behind, and spins for no crowd.",
      ("faults/test_clients.py", "faults/test_processes.py", "e2e/test_leaks.py"),
-     ("F1", "F2", "F3", "P4", "X1"), ("blocks lost", "calls in a second")),
+     ("M1", "F1", "F2", "F3", "P4", "X1"), ("blocks lost", "calls in a second")),
 ]
 MAXIMA = {"siblings", "calls in a second", "descriptors", "MiB"}  # the largest one tells, no sum
 
