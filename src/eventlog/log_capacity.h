@@ -16,8 +16,8 @@ constexpr int32_t log_file_system_size(uint32_t block_size, uint32_t block_count
 inline constexpr int32_t most_log_entries = 1000;
 
 // 128 KiB are left to others, and a quarter of the rest is the log's, with 64 bytes for each entry;
-// at most most_log_entries. Not bounded below: small and wrapped sizes give zero or a negative number,
-// which the ring understands (see log_ring.cpp).
+// at most most_log_entries. Not bounded below: small and wrapped sizes give zero or a negative
+// number, which the ring understands (see log_ring.cpp).
 constexpr int32_t log_capacity_for_size(int32_t size) {
     // In 64 bits, since the difference may lie below what 32 bits hold.
     const int64_t quarter = (int64_t{size} - 131072) / 4;

@@ -11,11 +11,11 @@ namespace {
 constexpr std::size_t first_room = 512;
 
 // It is only ever part of a program, so it needs no call to find out where it is.
-[[gnu::tls_model("initial-exec")]] constinit thread_local allocation_record* t_record = nullptr;
+[[gnu::tls_model("initial-exec")]] constinit thread_local allocation_record* g_record = nullptr;
 
 // Return: null when memory could not be had, for the note either.
 void* allocate(std::size_t size) noexcept {
-    allocation_record* const record = t_record;
+    allocation_record* const record = g_record;
     if (record == nullptr) {
         return std::malloc(size > 0 ? size : 1);
     }
@@ -35,8 +35,8 @@ void* allocate_or_throw(std::size_t size) {
 }
 
 void release(void* block) noexcept {
-    if (t_record != nullptr && block != nullptr) {
-        t_record->drop(block);
+    if (g_record != nullptr && block != nullptr) {
+        g_record->drop(block);
     }
     std::free(block);
 }
@@ -44,7 +44,7 @@ void release(void* block) noexcept {
 }  // namespace
 
 allocation_record::allocation_record() noexcept {
-    t_record = this;
+    g_record = this;
 }
 
 allocation_record::~allocation_record() {
@@ -52,8 +52,8 @@ allocation_record::~allocation_record() {
 }
 
 void allocation_record::end() noexcept {
-    if (t_record == this) {
-        t_record = nullptr;
+    if (g_record == this) {
+        g_record = nullptr;
     }
     std::free(std::exchange(notes_, nullptr));
     count_ = 0;
@@ -61,7 +61,7 @@ void allocation_record::end() noexcept {
 }
 
 void allocation_record::free_all() noexcept {
-    t_record = nullptr;
+    g_record = nullptr;
     for (std::size_t i = 0; i < count_; ++i) {
         std::free(notes_[i]);
     }
