@@ -28,22 +28,24 @@ const TiXmlElement* found(XmlDocument& plain, int32_t position) {
 }
 
 void check_entry(XmlDocument& plain, const log_document& log, int32_t position) {
-    log_entry_state state = log_entry_state::missing;
-    log_record_bytes bytes{};
-    require(log.read(position, state, bytes), "an entry's path");
+    log_entry entry;
+    require(log.read(position, entry), "an entry's path");
+    const log_entry* const stored = log.stored(position);
+    require(stored == nullptr || (stored->state == entry.state && stored->record == entry.record),
+            "an entry of the index");
     const TiXmlElement* const element = found(plain, position);
     if (element == nullptr) {
-        require(state == log_entry_state::missing, "a missing entry");
+        require(entry.state == log_entry_state::missing, "a missing entry");
         return;
     }
     const std::string_view text = XmlElementText(*element);
     log_record record;
     const bool readable = text.data() != nullptr && decode_log_entry(text.substr(0, 95), record);
-    require(state == (text.data() == nullptr ? log_entry_state::empty
-                      : readable             ? log_entry_state::readable
-                                             : log_entry_state::unreadable),
+    require(entry.state == (text.data() == nullptr ? log_entry_state::empty
+                            : readable             ? log_entry_state::readable
+                                                   : log_entry_state::unreadable),
             "an entry's state");
-    require(!readable || bytes == pack_log_record(record), "an entry's record");
+    require(!readable || entry.record == pack_log_record(record), "an entry's record");
 }
 
 void set_entry(XmlDocument& plain, log_document& log, int32_t position, std::string_view text) {
