@@ -135,6 +135,10 @@ def hostile(rng, longest=0xFFFFFFFF):
         yield frame(rng.randbytes(rng.randrange(1, 300)))
 
 
+def reset_at_close(client):
+    client.socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+
+
 @pytest.mark.fault("C1")
 def test_hostile_clients_change_nothing(working, figure):
     """Each sends something and half-closes, closes, or resets the connection."""
@@ -152,8 +156,7 @@ def test_hostile_clients_change_nothing(working, figure):
                         client.half_close()
                         client.receive(1 << 20)
                     elif ending == "reset":
-                        linger = struct.pack("ii", 1, 0)
-                        client.socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, linger)
+                        reset_at_close(client)
                 except (BrokenPipeError, ConnectionResetError):
                     pass  # it has been let go already
             amount += 1
@@ -169,9 +172,11 @@ def test_a_request_may_break_off_behind_each_byte(working):
     data = frame(b"write:A.V=stolen\nB.V=stolen")
     before = state(working)
     for length in range(len(data)):
-        for by_byte in (False, True):
+        for way in ("at once", "byte by byte", "reset"):
             with working.connect() as client:
-                if by_byte:
+                if way == "reset":
+                    reset_at_close(client)
+                if way == "byte by byte":
                     # A length that comes in pieces makes the service hang up in the middle.
                     with contextlib.suppress(BrokenPipeError, ConnectionResetError):
                         client.send_byte_by_byte(data[:length])
