@@ -71,7 +71,7 @@ void check_decoding(std::string_view text, std::size_t room) {
 
 }  // namespace
 
-void try_input(input_reader input) {
+void try_input(input_reader& input) {
     check_round_trip(input.rest());
     if (!input.empty()) {
         const uint8_t room = input.byte();

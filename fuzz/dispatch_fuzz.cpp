@@ -115,7 +115,7 @@ void check_reply(std::string_view payload, const std::string& reply) {
 
 }  // namespace
 
-void try_input(input_reader input) {
+void try_input(input_reader& input) {
     const sandbox inside;
     small_worker worker;
     static_cast<void>(refused_children());

@@ -90,7 +90,7 @@ void check_nesting(const std::string& text) {
 
 }  // namespace
 
-void try_input(input_reader input) {
+void try_input(input_reader& input) {
     const std::string text(up_to_nul(input.rest()));
     if (!NestsDeeper((text + std::string(xml_text_padding, '\0')).c_str(), max_xml_nesting)) {
         check_nesting(text);

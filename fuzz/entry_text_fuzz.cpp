@@ -76,7 +76,7 @@ void check_record(std::string_view bytes) {
 
 }  // namespace
 
-void try_input(input_reader input) {
+void try_input(input_reader& input) {
     const std::string_view text = input.rest();
     check_text(up_to_nul(text));
     check_record(text);

@@ -39,7 +39,7 @@ void check_form(std::string_view encoded) {
 
 }  // namespace
 
-void try_input(input_reader input) {
+void try_input(input_reader& input) {
     const std::size_t small = input.byte() + std::size_t{1};
     const std::string_view text = input.rest();
 

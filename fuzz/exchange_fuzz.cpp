@@ -47,7 +47,7 @@ void check_uploaded(const XmlDocument& exchange) {
 
 }  // namespace
 
-void try_input(input_reader input) {
+void try_input(input_reader& input) {
     const uint8_t choice = input.byte();
     const std::string text(input.rest());
 

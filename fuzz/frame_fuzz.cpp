@@ -98,7 +98,7 @@ void send_all(int fd, std::string_view bytes) {
 
 }  // namespace
 
-void try_input(input_reader input) {
+void try_input(input_reader& input) {
     const bool in_pieces = input.byte() % 2 == 1;
     std::string sent(input.rest().substr(0, most_bytes));
     bound_length(sent);

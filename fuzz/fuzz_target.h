@@ -69,6 +69,6 @@ class input_reader {
 };
 
 // One input, tried on the target; what does not hold does not return.
-void try_input(input_reader input);
+void try_input(input_reader& input);
 
 }  // namespace veltrancord::fuzz

@@ -70,7 +70,7 @@ void check_reading(const log_document& log, const log_ring& ring, input_reader& 
 
 }  // namespace
 
-void try_input(input_reader input) {
+void try_input(input_reader& input) {
     const int32_t capacity = input.byte() % 12 - 1;
     std::string settings(up_to_nul(input.piece()));
     const std::string text(up_to_nul(input.rest()));

@@ -70,7 +70,7 @@ void check_shortened(XmlPath& list, std::vector<std::string> names) {
 
 }  // namespace
 
-void try_input(input_reader input) {
+void try_input(input_reader& input) {
     const std::string_view path = input.rest();
     const std::vector<std::string> names = simple_split(path);
     XmlPath list;

@@ -46,7 +46,7 @@ int32_t allowed(bool yes) {
 
 }  // namespace
 
-void try_input(input_reader input) {
+void try_input(input_reader& input) {
     // None of these texts ever holds a NUL.
     const std::string type(up_to_nul(input.piece()));
     const std::string value(up_to_nul(input.piece()));

@@ -43,7 +43,7 @@ void check_small_room(std::string_view plain, std::size_t room) {
 
 }  // namespace
 
-void try_input(input_reader input) {
+void try_input(input_reader& input) {
     const std::size_t room = input.byte() + std::size_t{1};
     const std::string_view text = up_to_nul(input.rest());
     check_round_trip(text);

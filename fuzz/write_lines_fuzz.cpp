@@ -123,7 +123,7 @@ void check_attributes(std::string_view argument) {
 
 }  // namespace
 
-void try_input(input_reader input) {
+void try_input(input_reader& input) {
     const std::string_view argument = up_to_nul(input.rest());
     check_cutting(argument);
     check_elements(argument);
