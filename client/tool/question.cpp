@@ -84,7 +84,8 @@ void note_signal(int signal) {
 
 // While it lives, signals that end the program are noted only, and end the waiting for input: the
 // terminal must show again what is typed before the program ends. They are let in while it waits
-// and at no other moment, lest one come just before and the waiting go on.
+// and at no other moment, lest one come just before and the waiting go on. One that whoever started
+// the program has it ignore stays ignored.
 class held_signals {
   public:
     held_signals() {
@@ -97,7 +98,10 @@ class held_signals {
         struct sigaction action {};
         action.sa_handler = note_signal;
         for (std::size_t index = 0; index < numbers.size(); ++index) {
-            (void)sigaction(numbers[index], &action, &before_[index]);
+            (void)sigaction(numbers[index], nullptr, &before_[index]);
+            if (before_[index].sa_handler != SIG_IGN) {
+                (void)sigaction(numbers[index], &action, nullptr);
+            }
         }
     }
     ~held_signals() {

@@ -63,20 +63,23 @@ class Tool:
                                 stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                 stderr=subprocess.PIPE, text=True, **options)
 
-    def terminal(self, *arguments, environment=None, rows=24):
-        """Starts it outside on a terminal of its own. Return: a `Terminal`."""
+    def terminal(self, *arguments, environment=None, rows=24, ignored=()):
+        """Starts it outside on a terminal of its own, with some signals ignored. Return: a `Terminal`."""
         return Terminal([self.program, "--socket", self.device.socket_path, *arguments],
-                        environment or {}, rows)
+                        environment or {}, rows, ignored)
 
 
 class Terminal:
     """A program on a pseudo-terminal."""
 
-    def __init__(self, arguments, environment, rows):
+    def __init__(self, arguments, environment, rows, ignored=()):
         self.output = b""
         variables = {"PATH": os.environ["PATH"], "TERM": "xterm", **environment}
         self.pid, self.descriptor = pty.fork()
         if self.pid == 0:
+            # A shell that starts the tests in the background has them ignore some signals.
+            for number in (signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, signal.SIGHUP):
+                signal.signal(number, signal.SIG_IGN if number in ignored else signal.SIG_DFL)
             fcntl.ioctl(0, termios.TIOCSWINSZ, struct.pack("HHHH", rows, 80, 0, 0))
             os.execve(arguments[0], arguments, variables)
 

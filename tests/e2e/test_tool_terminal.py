@@ -60,6 +60,15 @@ def test_an_interrupted_secret_leaves_a_terminal_that_shows_what_is_typed(tool):
     assert tool("get", "Network.Lan.Password").status == 1
 
 
+def test_an_interrupt_that_is_ignored_leaves_the_question_open(tool):
+    terminal = tool.terminal("set", "Network.Lan.Password", "-", ignored=(signal.SIGINT,))
+    terminal.wait_for("Network.Lan.Password: ")
+    terminal.type("half\x03")  # the terminal itself forgets the line
+    terminal.type("whole\n")
+    assert terminal.finish() == 0
+    assert tool("get", "Network.Lan.Password", "--reveal").stdout == "whole\n"
+
+
 def test_the_end_of_the_input_is_no_secret(tool):
     terminal = tool.terminal("set", "Network.Lan.Password", "-")
     terminal.wait_for("Network.Lan.Password: ")
