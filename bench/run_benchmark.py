@@ -36,9 +36,10 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 
 
 class Benchmark:
-    def __init__(self, programs: Programs, rounds: int, scale: float):
+    def __init__(self, programs: Programs, rounds: int, starts: int, scale: float):
         self.programs = programs
         self.rounds = rounds
+        self.starts = starts  # of a program, where each is a round of its own
         self.scale = scale
         self.results: dict = {"rows": [], "start": [], "peers": [], "programs": [], "save": {}}
 
@@ -160,7 +161,7 @@ class Benchmark:
         empty.mkdir(exist_ok=True)
         parse = [self.programs.xml_limit, "parse"]
         rounds = []
-        for _ in range(self.rounds * (1 if self.scale < 1 else 4)):
+        for _ in range(self.starts):
             one = {
                 "raw_ms": run_process([*parse, data.directory])["wall_us"] / 1000,
                 "raw_empty_ms": run_process([*parse, empty])["wall_us"] / 1000,
@@ -276,7 +277,8 @@ def main() -> int:
     base = pathlib.Path("/mnt/bench")
     benchmark = Benchmark(
         Programs(arguments.programs.resolve()),
-        rounds=5,
+        rounds=5 if arguments.quick else 15,
+        starts=5 if arguments.quick else 20,
         scale=0.1 if arguments.quick else 1.0,
     )
     configurations = [
@@ -298,7 +300,7 @@ def main() -> int:
         benchmark.programs, work, benchmark.rounds, benchmark.requests(2000)
     )
     benchmark.results["programs"] = peers.measure_programs(
-        benchmark.programs, work, benchmark.rounds * 4
+        benchmark.programs, work, benchmark.starts
     )
     if not arguments.quick:
         benchmark.measure_micro()
