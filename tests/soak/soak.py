@@ -27,7 +27,8 @@ from wire import frame
 
 CLIENTS = 4
 HOSTILE_SHARE = 0.01
-SAMPLES = 60  # in all; the first quarter is warm-up
+SAMPLES = 60  # in all; the first quarter is warm-up, and no less than WARM_UP_SECONDS
+WARM_UP_SECONDS = 30  # until then buffers grow to the largest request and reply of each kind
 BACKUP_SECONDS = 330  # a shorter run cannot see one: the interval is five minutes at least
 SLACK_KIB = 128  # what an allocator may still add in pages that it has only now had a use for
 
@@ -211,7 +212,8 @@ def run(device, minutes):
 
 def judge(device, load, samples):
     """Prints the figures. Return: whether all is well."""
-    late = samples[len(samples) // 4:]
+    warm = samples[len(samples) // 4:]
+    late = [s for s in warm if s.seconds >= WARM_UP_SECONDS] or warm
     third = max(1, len(late) // 3)
     growth = (statistics.median(s.memory for s in late[-third:])
               - statistics.median(s.memory for s in late[:third]))
