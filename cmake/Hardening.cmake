@@ -9,8 +9,10 @@ if(VELTRANCORD_SANITIZE)
               -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(veltrancord_hardening INTERFACE -fsanitize=${VELTRANCORD_SANITIZE})
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
+  # All symbols are bound when the program starts (see below), so a call of a library goes to its
+  # address at once and not by a stub that would bind it.
   target_compile_options(veltrancord_hardening INTERFACE -fstack-protector-strong
-                                                         -fstack-clash-protection)
+                                                         -fstack-clash-protection -fno-plt)
   target_compile_definitions(veltrancord_hardening INTERFACE _FORTIFY_SOURCE=2)
   target_link_options(
     veltrancord_hardening
