@@ -4,13 +4,10 @@
 
 namespace veltrancord {
 
-void owned_fd::reset(int fd) noexcept {
-    if (fd_ >= 0) {
-        const int saved_errno = errno;
-        ::close(fd_);
-        errno = saved_errno;
-    }
-    fd_ = fd;
+void owned_fd::close_keeping_errno() const noexcept {
+    const int saved_errno = errno;
+    ::close(fd_);
+    errno = saved_errno;
 }
 
 }  // namespace veltrancord

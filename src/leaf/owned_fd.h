@@ -31,7 +31,12 @@ class owned_fd {
     [[nodiscard]] int release() noexcept { return std::exchange(fd_, -1); }
 
     // Closes what is held and takes `fd` (-1: nothing).
-    void reset(int fd = -1) noexcept;
+    void reset(int fd = -1) noexcept {
+        if (fd_ >= 0) {
+            close_keeping_errno();
+        }
+        fd_ = fd;
+    }
 
     // Closes what is held and tells whether that went well: where written data may still be lost
     // at close, the owner must ask.
@@ -43,6 +48,8 @@ class owned_fd {
     }
 
   private:
+    void close_keeping_errno() const noexcept;
+
     int fd_ = -1;
 };
 

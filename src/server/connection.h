@@ -29,8 +29,8 @@ struct connection : connection_record {
     request_server* server = nullptr;
     owned_fd fd;
 
-    std::unique_ptr<char, free_payload> payload;  // payload_size bytes and a NUL behind them
-    std::size_t payload_size = 0;
+    // A request that is too long to stay where it was received: its bytes and a NUL.
+    std::unique_ptr<char, free_payload> payload_block;
 
     int32_t result = 0;
     std::array<unsigned char, reply_text::frame_header> code = {};  // the frame without a body

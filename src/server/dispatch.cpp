@@ -1,6 +1,7 @@
 #include "server/dispatch.h"
 
 #include <exception>
+#include <span>
 #include <string_view>
 
 #include "leaf/result.h"
@@ -38,10 +39,9 @@ void run_follow_up(void (*follow_up)()) {
 
 }  // namespace
 
-void dispatch(connection* client) {
+void dispatch(connection* client, std::span<char> payload) {
     const request_server& server = *client->server;
-    char* const payload = client->payload.get();
-    const std::string_view text(payload);  // a NUL byte among the payload ends it
+    const std::string_view text(payload.data());  // a NUL byte among the payload ends it
     const std::size_t colon = text.find(':');
     if (colon == std::string_view::npos) {
         release_item(client);
@@ -53,7 +53,7 @@ void dispatch(connection* client) {
         write_code(client);
         return;
     }
-    const command_argument argument{payload + colon + 1, client->payload_size - colon - 1};
+    const command_argument argument{payload.data() + colon + 1, payload.size() - colon - 1};
     client->result =
         run_handler(server.commands[static_cast<std::size_t>(row)], *client, argument, row);
     const bool queued = queue_reply(*client) == 0;

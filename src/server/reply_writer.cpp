@@ -36,7 +36,7 @@ void await_writable(connection* client) {
         return;
     }
     // The client may take its time: it keeps no more than what it has still to be sent.
-    client->payload.reset();
+    client->payload_block.reset();
     if (client->reply.drop_sent(client->written)) {
         client->frame = client->reply.view();
         client->written = 0;

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <limits>
 #include <optional>
+#include <span>
 
 #include "server/dispatch.h"
 #include "server/event_loop.h"
@@ -37,11 +38,11 @@ bool try_again(int error) {
 
 // What has been received so far, start code included.
 struct received_bytes {
-    char bytes[first_read];
+    char bytes[first_read + 1];  // with room for a NUL behind the payload
     std::size_t size;
 
     [[nodiscard]] std::string_view view() const { return {bytes, size}; }
-    [[nodiscard]] bool full() const { return size == sizeof bytes; }
+    [[nodiscard]] bool full() const { return size == first_read; }
 };
 
 std::nullopt_t length_failed(connection& client, int error) {
@@ -106,10 +107,10 @@ void wait_until_readable(int fd) {
 // Reads until the payload holds all its bytes; `have` of them are there already.
 //
 // Return: false at the end of the stream or after an error.
-bool fill_payload(connection& client, std::size_t have) {
-    while (have < client.payload_size) {
-        const ssize_t count = ::recv(client.fd.get(), client.payload.get() + have,
-                                     client.payload_size - have, MSG_DONTWAIT);
+bool fill_payload(const connection& client, std::span<char> payload, std::size_t have) {
+    while (have < payload.size()) {
+        const ssize_t count =
+            ::recv(client.fd.get(), payload.data() + have, payload.size() - have, MSG_DONTWAIT);
         if (count > 0) {
             have += static_cast<std::size_t>(count);
         } else if (count == 0 || !try_again(errno)) {
@@ -121,20 +122,46 @@ bool fill_payload(connection& client, std::size_t have) {
     return true;
 }
 
-// Memory for `length` bytes and a NUL. It is neither cleared nor touched: a client that announces
+// Memory for `size` bytes and a NUL. It is neither cleared nor touched: a client that announces
 // four gigabytes and sends nothing costs addresses only.
-bool allocate_payload(connection& client, uint32_t length) {
-    const std::size_t size = length;
-    if (size == std::numeric_limits<std::size_t>::max()) {
-        return false;
+//
+// Return: null when it could not be had.
+char* allocate_payload(connection& client, std::size_t size) {
+    if (size < std::numeric_limits<std::size_t>::max()) {
+        client.payload_block.reset(static_cast<char*>(std::malloc(size + 1)));
     }
-    client.payload_size = size;
-    client.payload.reset(static_cast<char*>(std::malloc(client.payload_size + 1)));
-    return client.payload != nullptr;
+    return client.payload_block.get();
+}
+
+// The payload, which begins at `begin` of what was received: where it is when it is there as a
+// whole, otherwise in a block of its own, into which the rest is read.
+//
+// Return: null after a failure, which is printed; the connection is then gone.
+char* complete_payload(connection& client, received_bytes& received, std::size_t begin,
+                       std::size_t size) {
+    char* payload = received.bytes + std::min(begin, received.size);
+    const std::size_t have = received.size - std::min(begin, received.size);
+    if (size > have) {
+        payload = allocate_payload(client, size);
+        if (payload == nullptr) {
+            release_item(&client);
+            std::fprintf(stderr, "%s malloc fail!!\n", log_name);
+            return nullptr;
+        }
+        std::memcpy(payload, received.bytes + received.size - have, have);
+    }
+    // A payload of no bytes cannot be told from the end of the stream, and counts as one.
+    if (size == 0 || !fill_payload(client, {payload, size}, std::min(have, size))) {
+        release_item(&client);
+        std::fprintf(stderr, "%s read command fail!!\n", log_name);
+        return nullptr;
+    }
+    payload[size] = '\0';
+    return payload;
 }
 
 // From the start code to the end of the request.
-void read_request(connection& client, const received_bytes& received, const frame_head& head) {
+void read_request(connection& client, received_bytes& received, const frame_head& head) {
     // Nothing more is read once the request is there, so the loop must not wait for it either.
     client.server->loop.remove(client.idle_timer);
     client.server->loop.remove(client.read_event);
@@ -143,25 +170,10 @@ void read_request(connection& client, const received_bytes& received, const fram
     if (!length) {
         return;
     }
-    if (!allocate_payload(client, *length)) {
-        release_item(&client);
-        std::fprintf(stderr, "%s malloc fail!!\n", log_name);
-        return;
+    const std::size_t begin = head.behind_start_code + length_size;
+    if (char* const payload = complete_payload(client, received, begin, *length)) {
+        dispatch(&client, {payload, *length});
     }
-    const std::size_t payload_begin = head.behind_start_code + length_size;
-    std::size_t have = 0;
-    if (payload_begin < received.size) {
-        have = std::min(received.size - payload_begin, client.payload_size);
-        std::memcpy(client.payload.get(), received.bytes + payload_begin, have);
-    }
-    // A payload of no bytes cannot be told from the end of the stream, and counts as one.
-    if (client.payload_size == 0 || !fill_payload(client, have)) {
-        release_item(&client);
-        std::fprintf(stderr, "%s read command fail!!\n", log_name);
-        return;
-    }
-    client.payload.get()[client.payload_size] = '\0';
-    dispatch(&client);
 }
 
 }  // namespace
@@ -169,8 +181,7 @@ void read_request(connection& client, const received_bytes& received, const fram
 read_outcome do_read(connection& client) {
     received_bytes received;  // deliberately not cleared
     for (;;) {
-        const ssize_t count =
-            ::recv(client.fd.get(), received.bytes, sizeof received.bytes, MSG_DONTWAIT);
+        const ssize_t count = ::recv(client.fd.get(), received.bytes, first_read, MSG_DONTWAIT);
         if (count < 1) {
             if (count < 0 && try_again(errno)) {
                 return read_outcome::waiting;

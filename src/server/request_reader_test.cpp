@@ -189,6 +189,23 @@ TEST_F(request_reader, takes_in_a_payload_larger_than_the_socket_s_buffer) {
     EXPECT_EQ(reply, code_of(3'000'000) + large);
 }
 
+class request_reader_sizes : public exchange, public testing::WithParamInterface<std::size_t> {};
+
+// Payloads that end just before and behind the end of what one read takes in.
+TEST_P(request_reader_sizes, takes_in_a_payload_that_ends_near_the_end_of_its_buffer) {
+    const std::string text(GetParam(), 'q');
+    EXPECT_EQ(request("echo:" + text), code_of(static_cast<int32_t>(text.size())) + text);
+    EXPECT_EQ(g_seen.argument, text);
+}
+
+INSTANTIATE_TEST_SUITE_P(around_4096, request_reader_sizes,
+                         testing::Range(std::size_t{4096 - 10 - 4}, std::size_t{4096 - 10 + 5}));
+
+TEST_F(request_reader, ends_the_payload_at_the_frame_s_end) {
+    EXPECT_EQ(exchange_bytes(request_frame_of("echo:hello") + "rest"), code_of(5) + "hello");
+    EXPECT_EQ(g_seen.argument, "hello");
+}
+
 TEST_F(request_reader, ignores_bytes_behind_the_frame) {
     EXPECT_EQ(exchange_bytes(request_frame_of("echo:hello") + request_frame_of("echo:again")),
               code_of(5) + "hello");
