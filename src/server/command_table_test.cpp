@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -68,6 +69,30 @@ TEST(command_table, has_its_35_rows_in_order) {
         EXPECT_EQ(rows[row].name, expected[row].first) << row;
         EXPECT_EQ(rows[row].description, expected[row].second) << row;
     }
+}
+
+TEST(command_table, has_each_of_its_names_found_in_its_row) {
+    for (std::size_t row = 0; row < expected.size(); ++row) {
+        EXPECT_EQ(find_command(command_table(), expected[row].first), static_cast<int32_t>(row));
+    }
+}
+
+TEST(command_table, has_nothing_found_for_a_name_that_differs_in_any_letter) {
+    for (const auto& [name, description] : expected) {
+        for (std::size_t at = 0; at < name.size(); ++at) {
+            for (int letter = 1; letter < 256; ++letter) {
+                std::string other(name);
+                other[at] = static_cast<char>(letter);
+                if (other != name) {
+                    EXPECT_EQ(find_command(command_table(), other), -1) << other;
+                }
+            }
+        }
+        EXPECT_EQ(find_command(command_table(), std::string(name) + "x"), -1) << name;
+        EXPECT_EQ(find_command(command_table(), "x" + std::string(name)), -1) << name;
+    }
+    EXPECT_EQ(find_command(command_table(), ""), -1);
+    EXPECT_EQ(find_command(command_table(), std::string(5000, 'r')), -1);
 }
 
 TEST(command_table, is_searched_for_exact_names) {
