@@ -15,15 +15,14 @@
 //
 // One pass:
 //
-//   1. one sample of the clock; the time that each active timer has left; the least of them is how
-//      long the pass may wait, and each active timer is armed
+//   1. each active timer is armed; the nearest of them decides how long the pass may wait
 //   2. each active descriptor event gets a place in the array for poll, and is armed
 //   3. poll
-//   4. a second sample; armed timers that have run out fire
+//   4. one sample of the clock; armed timers that have run out fire
 //   5. armed descriptor events whose descriptor is ready fire
 //   6. what was marked deleted is freed
 //
-// All timers of one step see the same moment, so their order in the list cannot decide which of two
+// All timers of one pass see the same moment, so their order in the list cannot decide which of two
 // equal ones is due. Events added by a callback stand in front of the lists and are not armed, so
 // they take part from the next pass on. A callback that fails has already dealt with it: the loop
 // knows no errors. A poll that fails is no event; the pass goes on with the timers.
@@ -37,67 +36,70 @@
 // of spare ones, which grows to the largest number that ever was in use at a time and makes a
 // request's events cost no allocation.
 //
+// Waiting for a timer costs a pass nothing: an alarm that stays set ends the wait (wait_alarm.h).
+//
 // Timers go by the wall clock, as everything does that clients and logs can see. When the clock is
 // set, an idle connection lives shorter or longer, and a client whose connection went away connects
 // again; no request in progress depends on a timer.
 #include "server/event_loop.h"
 
-#include <sys/time.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <new>
+#include <utility>
 
 namespace veltrancord {
 
 namespace {
 
-constexpr int64_t due_below = 5;        // milliseconds; a timer this near has run out
 constexpr int wait_without_end = -1;    // poll's word for no time-out
 constexpr int failing_poll_pause = 10;  // milliseconds; a poll that keeps failing must not spin
-constexpr int32_t microseconds = 1'000'000;  // of a second
 
-loop_time later_by(const loop_time& from, int32_t milliseconds) {
-    loop_time sum = from;
-    sum.seconds += milliseconds / 1000;
-    sum.microseconds += int64_t{milliseconds % 1000} * 1000;
-    if (sum.microseconds >= microseconds) {
-        sum.seconds += 1;
-        sum.microseconds -= microseconds;
+// One by one: each event ends the next one, and there may be thousands.
+void free_all(std::unique_ptr<loop_event>& list) {
+    while (list != nullptr) {
+        list = std::move(list->next);
     }
-    return sum;
 }
 
 }  // namespace
 
-loop_time wall_clock_now() {
-    timeval now = {};
-    ::gettimeofday(&now, nullptr);
-    return {now.tv_sec, now.tv_usec};
-}
-
-int64_t milliseconds_left(const loop_time& expiry, const loop_time& now) {
-    const int64_t left = (expiry.seconds - now.seconds) * 1000 +
-                         (expiry.microseconds - now.microseconds + 500) / 1000;
-    return left < due_below ? 0 : left;
+event_loop::~event_loop() {
+    free_all(timers_);
+    free_all(descriptors_);
+    free_all(spare_);
 }
 
 loop_event* event_loop::add(event_list& list, event_callback callback, void* argument) {
-    try {
-        if (spare_.empty()) {
-            spare_.emplace_front();
+    event_list event = std::move(spare_);
+    if (event == nullptr) {
+        event.reset(new (std::nothrow) loop_event);
+        if (event == nullptr) {
+            return nullptr;
         }
-    } catch (const std::bad_alloc&) {
-        return nullptr;
     }
-    list.splice(list.begin(), spare_, spare_.begin());
-    loop_event& event = list.front();
-    event = loop_event{};
-    event.flags = loop_event::active;
-    event.callback = callback;
-    event.argument = argument;
-    return &event;
+    spare_ = std::move(event->next);
+    event->flags = loop_event::active;
+    event->callback = callback;
+    event->argument = argument;
+    event->next = std::move(list);
+    list = std::move(event);
+    return list.get();
+}
+
+// Room in the array for every event of the list is made when one is added, where a failure can be
+// told.
+bool event_loop::make_room() {
+    if (places_.size() > descriptor_count_) {
+        return true;
+    }
+    try {
+        places_.resize(descriptor_count_ * 2 + 16);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 loop_event* event_loop::add_timer(int32_t interval, bool one_shot, event_callback callback,
@@ -113,18 +115,11 @@ loop_event* event_loop::add_timer(int32_t interval, bool one_shot, event_callbac
 
 loop_event* event_loop::add_descriptor(int fd, watch_direction direction, event_callback callback,
                                        void* argument) {
-    try {
-        // Room for every event of the list is made here, where a failure can be told.
-        if (watched_.capacity() <= descriptors_.size()) {
-            watched_.reserve(descriptors_.size() * 2 + 16);
-        }
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-    loop_event* const event = add(descriptors_, callback, argument);
+    loop_event* const event = make_room() ? add(descriptors_, callback, argument) : nullptr;
     if (event != nullptr) {
         event->fd = fd;
         event->direction = direction;
+        ++descriptor_count_;
     }
     return event;
 }
@@ -145,11 +140,11 @@ void event_loop::run() {
 }
 
 void event_loop::run_pass() {
-    const int wait = arm_timers();
+    const loop_time* const nearest = arm_timers();
     arm_descriptors();
-    const int ready = ::poll(watched_.data(), watched_.size(), wait);
-    if (ready < 0 && errno != EINTR) {
-        ::poll(nullptr, 0, failing_poll_pause);
+    const int ready = ::poll(places_.data(), watched_, limit_wait(nearest));
+    if (ready < 0) {
+        wait_failed(errno);
     }
     fire_timers();
     if (ready > 0) {
@@ -158,35 +153,53 @@ void event_loop::run_pass() {
     sweep();
 }
 
-// Return: how long poll may wait, in milliseconds.
-int event_loop::arm_timers() {
-    if (timers_.empty()) {
-        return wait_without_end;
-    }
-    const loop_time now = now_();
-    int64_t least = INT_MAX;
-    bool any = false;
-    for (loop_event& timer : timers_) {
-        timer.flags &= ~loop_event::armed;
-        if ((timer.flags & loop_event::active) != 0) {
-            timer.flags |= loop_event::armed;
-            least = std::min(least, milliseconds_left(timer.expiry, now));
-            any = true;
+// Return: when the nearest timer is due; null when there is none.
+const loop_time* event_loop::arm_timers() {
+    const loop_time* nearest = nullptr;
+    for (loop_event* timer = timers_.get(); timer != nullptr; timer = timer->next.get()) {
+        timer->flags &= ~loop_event::armed;
+        if ((timer->flags & loop_event::active) != 0) {
+            timer->flags |= loop_event::armed;
+            if (nearest == nullptr || timer->expiry < *nearest) {
+                nearest = &timer->expiry;
+            }
         }
     }
-    return any ? static_cast<int>(least) : wait_without_end;
+    return nearest;
 }
 
 void event_loop::arm_descriptors() {
-    watched_.clear();
-    for (loop_event& event : descriptors_) {
-        event.flags &= ~loop_event::armed;
-        if ((event.flags & loop_event::active) != 0) {
-            event.flags |= loop_event::armed;
-            event.slot = watched_.size();
-            const short wanted = event.direction == watch_direction::read ? POLLIN : POLLOUT;
-            watched_.push_back({event.fd, wanted, 0});
+    watched_ = 0;
+    for (loop_event* event = descriptors_.get(); event != nullptr; event = event->next.get()) {
+        event->flags &= ~loop_event::armed;
+        if ((event->flags & loop_event::active) != 0) {
+            event->flags |= loop_event::armed;
+            event->slot = watched_;
+            const short wanted = event->direction == watch_direction::read ? POLLIN : POLLOUT;
+            places_[watched_++] = {event->fd, wanted, 0};
         }
+    }
+}
+
+// Sees to it that the wait ends when the nearest timer is due.
+//
+// Return: the time-out of poll, in milliseconds.
+int event_loop::limit_wait(const loop_time* nearest) {
+    if (nearest == nullptr || alarm_.rings_by(*nearest)) {
+        return wait_without_end;
+    }
+    const int64_t left = milliseconds_left(*nearest, now_());
+    if (left > 0 && alarm_.set(*nearest, left)) {
+        return wait_without_end;
+    }
+    return static_cast<int>(std::min(left, int64_t{INT_MAX}));
+}
+
+void event_loop::wait_failed(int error) {
+    if (error == EINTR) {
+        alarm_.silence();
+    } else {
+        ::poll(nullptr, 0, failing_poll_pause);
     }
 }
 
@@ -199,31 +212,30 @@ void event_loop::fire(loop_event& event) {
 }
 
 void event_loop::fire_timers() {
-    if (timers_.empty()) {
+    if (timers_ == nullptr) {
         return;
     }
     const loop_time now = now_();
-    for (loop_event& timer : timers_) {
+    for (loop_event* timer = timers_.get(); timer != nullptr; timer = timer->next.get()) {
         if (stopped_) {
             return;
         }
-        if ((timer.flags & loop_event::armed) == 0 || milliseconds_left(timer.expiry, now) > 0) {
-            continue;
+        if ((timer->flags & loop_event::armed) != 0 && milliseconds_left(timer->expiry, now) == 0) {
+            timer->expiry = later_by(timer->expiry, timer->interval);
+            fire(*timer);
         }
-        timer.expiry = later_by(timer.expiry, timer.interval);
-        fire(timer);
     }
 }
 
 void event_loop::fire_descriptors() {
-    for (loop_event& event : descriptors_) {
+    for (loop_event* event = descriptors_.get(); event != nullptr; event = event->next.get()) {
         if (stopped_) {
             return;
         }
         // Besides what was asked for, poll reports failures and hang-ups, which the callback finds
         // out about by its own call; left alone they would end every wait at once.
-        if ((event.flags & loop_event::armed) != 0 && watched_[event.slot].revents != 0) {
-            fire(event);
+        if ((event->flags & loop_event::armed) != 0 && places_[event->slot].revents != 0) {
+            fire(*event);
         }
     }
 }
@@ -231,19 +243,26 @@ void event_loop::fire_descriptors() {
 void event_loop::sweep() {
     if (any_deleted_) {
         sweep(timers_);
-        sweep(descriptors_);
+        descriptor_count_ -= sweep(descriptors_);
         any_deleted_ = false;
     }
 }
 
-void event_loop::sweep(event_list& list) {
-    for (auto event = list.begin(); event != list.end();) {
-        const auto next = std::next(event);
-        if ((event->flags & loop_event::deleted) != 0) {
-            spare_.splice(spare_.begin(), list, event);
+// Return: how many events were taken out of the list.
+std::size_t event_loop::sweep(event_list& list) {
+    std::size_t count = 0;
+    for (event_list* at = &list; *at != nullptr;) {
+        if (((*at)->flags & loop_event::deleted) == 0) {
+            at = &(*at)->next;
+            continue;
         }
-        event = next;
+        event_list gone = std::move(*at);
+        *at = std::move(gone->next);
+        gone->next = std::move(spare_);
+        spare_ = std::move(gone);
+        ++count;
     }
+    return count;
 }
 
 }  // namespace veltrancord

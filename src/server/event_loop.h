@@ -7,22 +7,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <list>
+#include <memory>
 #include <vector>
 
+#include "server/loop_time.h"
+#include "server/wait_alarm.h"
+
 namespace veltrancord {
-
-// A moment of the wall clock.
-struct loop_time {
-    int64_t seconds = 0;
-    int64_t microseconds = 0;  // 0 to 999999
-};
-
-// The wall clock now.
-[[nodiscard]] loop_time wall_clock_now();
-
-// Return: `expiry` minus `now` in milliseconds, to the nearest; what is below 5 counts as 0.
-[[nodiscard]] int64_t milliseconds_left(const loop_time& expiry, const loop_time& now);
 
 using event_callback = void (*)(void* argument);
 
@@ -48,6 +39,8 @@ struct loop_event {
     int fd = -1;  // watched descriptors; not owned
     watch_direction direction = watch_direction::read;
     std::size_t slot = 0;  // where this pass asks about it
+
+    std::unique_ptr<loop_event> next;  // in the loop's list
 };
 
 class event_loop {
@@ -56,6 +49,7 @@ class event_loop {
     explicit event_loop(loop_time (*now)() = wall_clock_now) : now_(now) {}
     event_loop(const event_loop&) = delete;
     event_loop& operator=(const event_loop&) = delete;
+    ~event_loop();
 
     // Fires `interval` milliseconds from now: once, or again and again.
     //
@@ -84,22 +78,28 @@ class event_loop {
     void run_pass();
 
   private:
-    using event_list = std::list<loop_event>;
+    using event_list = std::unique_ptr<loop_event>;  // its first; each has the next one
 
+    bool make_room();
     loop_event* add(event_list& list, event_callback callback, void* argument);
-    int arm_timers();
+    const loop_time* arm_timers();
     void arm_descriptors();
+    int limit_wait(const loop_time* nearest);
+    void wait_failed(int error);
     void fire(loop_event& event);
     void fire_timers();
     void fire_descriptors();
     void sweep();
-    void sweep(event_list& list);
+    std::size_t sweep(event_list& list);
 
     loop_time (*now_)();
     event_list timers_;       // newest first
     event_list descriptors_;  // newest first
     event_list spare_;        // freed events, kept so that a request allocates none
-    std::vector<pollfd> watched_;
+    wait_alarm alarm_;
+    std::vector<pollfd> places_;  // for poll; as many as there are descriptors, or more
+    std::size_t watched_ = 0;     // of the places, those that this pass asks about
+    std::size_t descriptor_count_ = 0;
     bool any_deleted_ = false;
     bool stopped_ = false;
 };

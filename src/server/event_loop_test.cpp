@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -61,37 +62,6 @@ class event_loop_time : public testing::Test {
     event_loop_time() { g_now = {1'000'000, 999'000}; }
     event_loop loop_{test_clock};
 };
-
-TEST(milliseconds_left, is_rounded_to_the_nearest) {
-    EXPECT_EQ(milliseconds_left({10, 0}, {9, 0}), 1000);
-    EXPECT_EQ(milliseconds_left({10, 7'499}, {10, 0}), 7);
-    EXPECT_EQ(milliseconds_left({10, 7'500}, {10, 0}), 8);
-}
-
-TEST(milliseconds_left, knows_times_far_apart) {
-    EXPECT_EQ(milliseconds_left({5'000'000'000, 0}, {0, 0}), 5'000'000'000'000);
-    EXPECT_EQ(milliseconds_left({2'147'483'677, 0}, {2'147'483'647, 0}), 30'000);
-    EXPECT_EQ(milliseconds_left({0, 0}, {5'000'000'000, 0}), 0);
-}
-
-TEST(milliseconds_left, counts_what_is_below_5_as_0) {
-    EXPECT_EQ(milliseconds_left({10, 5'000}, {10, 0}), 5);
-    EXPECT_EQ(milliseconds_left({10, 4'500}, {10, 0}), 5);
-    EXPECT_EQ(milliseconds_left({10, 4'499}, {10, 0}), 0);
-    EXPECT_EQ(milliseconds_left({10, 0}, {10, 0}), 0);
-    EXPECT_EQ(milliseconds_left({9, 0}, {10, 0}), 0);
-}
-
-TEST(milliseconds_left, divides_negative_microseconds_towards_zero) {
-    // 1000 + (-900'000 + 500) / 1000, where -899.5 becomes -899
-    EXPECT_EQ(milliseconds_left({11, 0}, {10, 900'000}), 101);
-    EXPECT_EQ(milliseconds_left({11, 0}, {10, 990'000}), 11);
-}
-
-TEST(milliseconds_left, survives_a_clock_that_was_set) {
-    EXPECT_EQ(milliseconds_left({4'000'000'000, 0}, {0, 0}), 4'000'000'000'000);
-    EXPECT_EQ(milliseconds_left({0, 0}, {4'000'000'000, 0}), 0);
-}
 
 TEST_F(event_loop_time, one_shot_timer_fires_once_when_less_than_5_ms_are_left) {
     probe timer;
@@ -169,6 +139,44 @@ TEST_F(event_loop_time, timer_added_by_a_callback_waits_for_the_next_pass) {
     EXPECT_EQ(timer.calls, 1);
     loop_.run_pass();
     EXPECT_EQ(timer.calls, 2);
+}
+
+// The alarm that the first pass has set rings for a timer that is gone, and is set anew for the
+// one that came after it.
+TEST(event_loop_alarm, ends_the_wait_for_each_timer) {
+    event_loop loop;
+    const socket_pair pair;
+    probe silent;
+    ASSERT_NE(loop.add_descriptor(pair.near.get(), watch_direction::read, probe::call, &silent),
+              nullptr);
+    pair.make_readable();
+    probe timer;
+    loop_event* gone = loop.add_timer(20, true, probe::call, &timer);
+    loop.run_pass();
+    EXPECT_EQ(silent.calls, 1);
+    loop.remove(gone);
+    char byte = 0;
+    ASSERT_EQ(::read(pair.near.get(), &byte, 1), 1);
+    ASSERT_NE(loop.add_timer(40, true, probe::call, &timer), nullptr);
+    int passes = 0;
+    for (; timer.calls == 0; ++passes) {
+        loop.run_pass();
+    }
+    EXPECT_LE(passes, 2);
+    EXPECT_EQ(silent.calls, 1);
+}
+
+TEST(event_loop_alarm, is_not_needed_for_a_timer_to_fire) {
+    rlimit before = {};
+    ::getrlimit(RLIMIT_SIGPENDING, &before);
+    const rlimit none = {0, before.rlim_max};
+    ::setrlimit(RLIMIT_SIGPENDING, &none);
+    event_loop loop;
+    probe timer;
+    ASSERT_NE(loop.add_timer(20, true, probe::call, &timer), nullptr);
+    loop.run_pass();
+    EXPECT_EQ(timer.calls, 1);
+    ::setrlimit(RLIMIT_SIGPENDING, &before);
 }
 
 TEST_F(event_loop_time, stop_ends_the_run_and_leaves_out_the_rest_of_the_pass) {

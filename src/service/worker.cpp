@@ -44,7 +44,8 @@ constexpr int mapped_block = 512 * 1024;
 // mebibytes hold that several times over and cost only the pages that are touched.
 constexpr std::size_t server_stack_size = std::size_t{4} * 1024 * 1024;
 
-// Starts a thread that runs until the process ends and takes no signals. `stack_size` 0: default.
+// Starts a thread that runs until the process ends and takes no signals but what it asks for
+// itself. `stack_size` 0: default.
 bool start_thread(void* (*routine)(void*), void* argument, std::size_t stack_size) {
     const all_signals_blocked blocked;
     pthread_attr_t attributes;

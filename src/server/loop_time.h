@@ -1,0 +1,26 @@
+// The time that the event loop's timers go by.
+#pragma once
+
+#include <compare>
+#include <cstdint>
+
+namespace veltrancord {
+
+// A moment of the wall clock.
+struct loop_time {
+    int64_t seconds = 0;
+    int64_t microseconds = 0;  // 0 to 999999
+
+    friend auto operator<=>(const loop_time&, const loop_time&) = default;
+};
+
+// The wall clock now.
+[[nodiscard]] loop_time wall_clock_now();
+
+// Return: `expiry` minus `now` in milliseconds, to the nearest; what is below 5 counts as 0.
+[[nodiscard]] int64_t milliseconds_left(const loop_time& expiry, const loop_time& now);
+
+// Return: the moment `milliseconds` later.
+[[nodiscard]] loop_time later_by(const loop_time& from, int32_t milliseconds);
+
+}  // namespace veltrancord
