@@ -27,6 +27,9 @@ constexpr int backlog = 128;
 // nor turned away: long enough not to spin, short enough not to be felt.
 constexpr int32_t accept_pause = 100;
 
+// How many newcomers are not looked at after one that had sent nothing yet.
+constexpr int newcomers_unlooked = 7;
+
 owned_fd accept_client(const request_server& server) {
     // SO_REUSEADDR, usual for accepted sockets, would be a system call for nothing: a local socket
     // has no address that anyone could use again.
@@ -110,6 +113,23 @@ int failed(const char* what, owned_fd socket) {
     return -1;
 }
 
+// A client whose request is there already needs no events. Where the one processor goes to the
+// server as soon as a client connects, none has sent anything yet, and looking is a call for
+// nothing: then only every eighth newcomer is looked at.
+//
+// Return: false when memory could not be had; the connection is then still there.
+bool take_request(request_server& server, connection& client) {
+    if (server.unlooked > 0) {
+        --server.unlooked;
+        return await_request(client);
+    }
+    if (do_read(client) == read_outcome::over) {
+        return true;
+    }
+    server.unlooked = newcomers_unlooked;
+    return await_request(client);
+}
+
 }  // namespace
 
 int create_local_server(const char* path) {
@@ -155,10 +175,7 @@ void do_accept(void* argument) {
     }
     server.refusal_reported = false;
     connection* const client = open_connection(server, std::move(fd));
-    // Most clients have sent their request by now, so it is looked for at once; only for those that
-    // have not are the events needed.
-    if (client == nullptr ||
-        (do_read(*client) == read_outcome::waiting && !await_request(*client))) {
+    if (client == nullptr || !take_request(server, *client)) {
         std::fprintf(stderr, "%s Allocate memory fail!!\n", log_name);
         if (client != nullptr) {
             release_item(client);

@@ -196,6 +196,28 @@ TEST_F(listener, serves_a_request_that_comes_later) {
     EXPECT_EQ(std::string(reply, 4), code_of(-4));
 }
 
+TEST_F(listener, looks_at_every_eighth_newcomer_only_after_one_that_had_sent_nothing) {
+    listen();
+    g_seen = {};
+    const owned_fd silent = connect();
+    do_accept(&server_);
+    std::vector<owned_fd> clients;
+    for (int count = 1; count <= 8; ++count) {
+        clients.push_back(connect());
+        const std::string frame = request_frame_of("code:7");
+        ASSERT_EQ(::send(clients.back().get(), frame.data(), frame.size(), 0),
+                  static_cast<ssize_t>(frame.size()));
+        do_accept(&server_);
+        EXPECT_EQ(g_seen.calls, count == 8 ? 1 : 0);
+    }
+    server_.loop.run_pass();
+    EXPECT_EQ(g_seen.calls, 8);
+    for (const owned_fd& client : clients) {
+        char reply[8] = {};
+        EXPECT_EQ(::recv(client.get(), reply, sizeof reply, 0), 4);
+    }
+}
+
 TEST_F(listener, accepted_sockets_neither_block_nor_travel_into_children) {
     listen();
     const owned_fd client = connect();

@@ -29,6 +29,7 @@ struct request_server {
     loop_event* accept_event = nullptr;
     loop_event* accept_pause = nullptr;
     owned_fd reserve;               // given up to be able to turn a newcomer away
+    int unlooked = 0;               // newcomers that are not looked at for a request at once
     bool refusal_reported = false;  // since the last newcomer that was taken
 };
 
