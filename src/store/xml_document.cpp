@@ -34,6 +34,8 @@ std::string NormaliseLineEnds(std::string_view text) {
 
 }  // namespace
 
+uint64_t XmlDocument::last_edition_ = 0;
+
 XmlDocument::XmlDocument(const char* name) : TiXmlDocument(name) {
     // No row or column of a node is ever asked for, and counting them costs a third of the parsing.
     SetTabSize(0);
@@ -41,6 +43,7 @@ XmlDocument::XmlDocument(const char* name) : TiXmlDocument(name) {
 
 // Return: false when there is nothing to parse, or too deep; the document then tells why.
 bool XmlDocument::PrepareText(const char* text, std::string& normalised) {
+    NewEdition();
     child_indexes_.Drop();
     Clear();
     location.Clear();

@@ -1,8 +1,10 @@
-// A parsed XML document that can be loaded from text in memory.
+// A parsed XML document that can be loaded from text in memory. Made and changed by one thread at a
+// time: the server thread, or the main thread before that one serves.
 #pragma once
 
 #include <tinyxml.h>
 
+#include <cstdint>
 #include <string>
 
 #include "store/child_index.h"
@@ -31,13 +33,24 @@ class XmlDocument : public TiXmlDocument {
     // Whether the text began with a UTF-8 byte order mark, which a saved document repeats.
     [[nodiscard]] bool HasByteOrderMark() const { return has_byte_order_mark_; }
 
+    // A number that stands for the document as it is now: no other document has it, and this one
+    // has not had it before. Never 0.
+    [[nodiscard]] uint64_t Edition() const { return edition_; }
+
+    // Whoever changes a document of the set calls this before, so that a change that fails on its
+    // way counts, too. Loading does it by itself.
+    void NewEdition() { edition_ = ++last_edition_; }
+
     // For FirstChildNamed and its like alone.
     [[nodiscard]] child_indexes& ChildIndexes() { return child_indexes_; }
 
   private:
     bool PrepareText(const char* text, std::string& normalised);
 
+    static uint64_t last_edition_;
+
     child_indexes child_indexes_;
+    uint64_t edition_ = ++last_edition_;
     bool has_byte_order_mark_ = false;
 };
 

@@ -37,6 +37,7 @@ int32_t remove_element(XmlDocNode& node, const XmlPath& list) {
     if (element == nullptr) {
         return result_not_found;
     }
+    node.doc->NewEdition();
     RemoveChildNode(*element);
     mark_for_saving(node, DOC_SAVE_FLASH);
     return result_ok;

@@ -3,7 +3,7 @@
 #include "leaf/file_replacer.h"
 #include "leaf/result.h"
 #include "leaf/termination.h"
-#include "store/xml_text.h"
+#include "store/kept_text.h"
 
 namespace veltrancord {
 
@@ -13,6 +13,8 @@ namespace {
 // records would be felt by each request that only reads.
 bool g_flashSaveDue = false;
 
+kept_text g_savedText;
+
 constexpr uint32_t both_flags = DOC_SAVE_FLASH | DOC_SAVE_MEMORY;
 
 bool nothing_may_be_saved() {
@@ -21,7 +23,9 @@ bool nothing_may_be_saved() {
 
 // Return: false after one line on standard error; the flags are then as they were.
 bool save_document(XmlDocNode& node) {
-    if (replace_file(node.path, SerialiseXmlDoc(*node.doc)) != result_ok) {
+    const bool saved = replace_file(node.path, g_savedText.Of(*node.doc)) == result_ok;
+    g_savedText.LetGoOfLong();
+    if (!saved) {
         return false;
     }
     node.saveFlags &= ~both_flags;
@@ -29,6 +33,15 @@ bool save_document(XmlDocNode& node) {
 }
 
 }  // namespace
+
+int32_t change_value(XmlDocNode& node, const XmlPath& path, std::string_view value,
+                     save_flag flag) {
+    const int32_t result = g_savedText.SetValue(*node.doc, path, value);
+    if (result == result_ok) {
+        mark_for_saving(node, flag);
+    }
+    return result;
+}
 
 void mark_for_saving(XmlDocNode& node, save_flag flag) {
     node.saveFlags |= flag;

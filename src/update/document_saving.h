@@ -2,13 +2,21 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "store/document_set.h"
+#include "store/path.h"
 
 namespace veltrancord {
 
-// Marks a record as changed. Every change of a loaded document passes here: a save looks for
-// records only when one was marked.
+// Sets the value at `path` in the document of the record, as SetXmlValue, and marks the record.
+//
+// Return: as SetXmlValue; after a failure nothing is marked.
+[[nodiscard]] int32_t change_value(XmlDocNode& node, const XmlPath& path, std::string_view value,
+                                   save_flag flag);
+
+// Marks a record as changed. Every other change of a loaded document begins with its NewEdition()
+// and ends here: a save looks for records only when one was marked.
 void mark_for_saving(XmlDocNode& node, save_flag flag);
 
 // Saves every document marked DOC_SAVE_FLASH to its file, each in one replacement, and clears both

@@ -3,10 +3,14 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 
+#include <array>
 #include <csignal>
 #include <cstring>
+#include <functional>
 
 #include "leaf/result.h"
+#include "update/document_removal.h"
+#include "update/exchange_commands.h"
 #include "update/loaded_directory.h"
 #include "update/value_setting.h"
 
@@ -100,6 +104,56 @@ TEST_F(DocumentSaving, TriesAFailedSaveAgainAfterTheNextCommand) {
     EXPECT_EQ(save(), "");
     EXPECT_EQ(file("Account"), "<Account>\n    <Name>new</Name>\n</Account>\n");
     EXPECT_EQ(flags("Account"), 0U);
+}
+
+// The text of the last save is kept for the next: no change may pass it by.
+TEST_F(DocumentSaving, SavesEveryKindOfChangeBehindEveryOther) {
+    const std::string exchange = (base_ / "exchange").string();
+    put(exchange, "<ROOT><Account><Merged>m</Merged><Name>merged</Name></Account></ROOT>");
+    const std::array<std::function<int32_t()>, 7> changes = {
+        [] { return set_element_value("Account.Name", "a", true); },
+        [] { return set_element_value("Account.Name", "another", true); },
+        [] { return set_element_value("Account.New.Part", "x", true); },
+        [] { return set_attribute_value("Account.Name.Attribute", "y"); },
+        [] { return remove_setting("Account.New"); },
+        [&] { return sync_documents(exchange); },
+        [] {
+            return set_element_value("Network.Mode", "n", true) < 0
+                       ? result_failed
+                       : set_element_value("Account.Name", "<both>", true);
+        },
+    };
+    for (const auto& first : changes) {
+        for (const auto& second : changes) {
+            ASSERT_EQ(set_element_value("Account.New.Part", "to be removed", true), result_ok);
+            for (const auto* change : {&first, &second}) {
+                static_cast<void>((*change)());
+                EXPECT_EQ(save(), "");
+                EXPECT_EQ(file("Account"), document("Account"));
+            }
+        }
+    }
+}
+
+TEST_F(DocumentSaving, AChangeInMemoryOnlyIsInTheNextSave) {
+    ASSERT_EQ(set_element_value("Account.Name", "first", true), result_ok);
+    save();
+    ASSERT_EQ(set_element_value("Account.Name", "memory", false), result_ok);
+    save();
+    EXPECT_EQ(file("Account"), "<Account>\n    <Name>first</Name>\n</Account>\n");
+    EXPECT_EQ(save_memory_changes(), result_ok);
+    EXPECT_EQ(file("Account"), "<Account>\n    <Name>memory</Name>\n</Account>\n");
+}
+
+TEST_F(DocumentSaving, AReplacedDocumentIsSavedAsItIs) {
+    ASSERT_EQ(set_element_value("Account.Name", "first", true), result_ok);
+    save();
+    const std::string exchange = (base_ / "exchange").string();
+    put(exchange, "<ROOT><Account><Name>uploaded</Name><Other/></Account></ROOT>");
+    ASSERT_EQ(upload_documents(exchange), result_ok);
+    ASSERT_EQ(set_element_value("Account.Name", "second", true), result_ok);
+    save();
+    EXPECT_EQ(file("Account"), "<Account>\n    <Name>second</Name>\n    <Other />\n</Account>\n");
 }
 
 TEST_F(DocumentSaving, WritesNothingASecondTime) {

@@ -54,6 +54,7 @@ int32_t sync_element(TiXmlElement& element) {
     if (node == nullptr || node->doc == nullptr) {
         return create_document(element);
     }
+    node->doc->NewEdition();
     merge_subtree(*node->doc, element);
     mark_for_saving(*node, DOC_SAVE_FLASH);
     return result_ok;

@@ -5,7 +5,6 @@
 #include "leaf/result.h"
 #include "store/document_set.h"
 #include "store/path.h"
-#include "store/value.h"
 #include "store/xml_syntax.h"
 #include "update/document_saving.h"
 #include "update/update_lines.h"
@@ -28,12 +27,7 @@ int32_t set_element_value(std::string_view path, std::string_view value, bool to
     if (node == nullptr || node->doc == nullptr) {
         return result_not_found;
     }
-    const int32_t result = SetXmlValue(*node->doc, list, value);
-    if (result < 0) {
-        return result;
-    }
-    mark_for_saving(*node, to_flash ? DOC_SAVE_FLASH : DOC_SAVE_MEMORY);
-    return result_ok;
+    return change_value(*node, list, value, to_flash ? DOC_SAVE_FLASH : DOC_SAVE_MEMORY);
 }
 
 int32_t set_attribute_value(std::string_view path, std::string_view value) {
@@ -62,6 +56,7 @@ int32_t set_attribute_value(std::string_view path, std::string_view value) {
         (element->Attribute(name) == nullptr && !IsXmlName(name))) {
         return result_store_failed;
     }
+    node->doc->NewEdition();
     element->SetAttribute(name, std::string(value));
     mark_for_saving(*node, DOC_SAVE_FLASH);
     return result_ok;

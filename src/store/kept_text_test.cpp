@@ -1,0 +1,234 @@
+#include "store/kept_text.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <random>
+#include <string>
+#include <string_view>
+
+#include "leaf/result.h"
+#include "store/child_index.h"
+#include "store/value.h"
+#include "store/xml_text.h"
+
+namespace veltrancord {
+namespace {
+
+std::unique_ptr<XmlDocument> Load(const char* text) {
+    auto document = std::make_unique<XmlDocument>("A");
+    EXPECT_TRUE(document->LoadXMLFile(text)) << text;
+    return document;
+}
+
+// What the text of that document becomes by setting that value; "printed anew" is put before it
+// where it is not the kept text that followed.
+std::string AfterSetting(const char* text, std::string_view path, std::string_view value) {
+    const std::unique_ptr<XmlDocument> document = Load(text);
+    kept_text kept;
+    EXPECT_EQ(kept.Of(*document), SerialiseXmlDoc(*document));
+    XmlPath list;
+    EXPECT_TRUE(SplitXmlPath(path, list));
+    EXPECT_EQ(kept.SetValue(*document, list, value), result_ok);
+    const std::string followed = kept.Holds(*document) ? "" : "printed anew: ";
+    EXPECT_EQ(kept.Of(*document), SerialiseXmlDoc(*document));
+    return followed + std::string(kept.Of(*document));
+}
+
+TEST(kept_text, holds_one_document_until_it_is_changed) {
+    const auto first = Load("<A/>");
+    const auto second = Load("<B/>");
+    kept_text kept;
+    EXPECT_FALSE(kept.Holds(*first));
+    EXPECT_EQ(kept.Of(*first), "<A />\n");
+    EXPECT_TRUE(kept.Holds(*first));
+    EXPECT_EQ(kept.Of(*second), "<B />\n");
+    EXPECT_TRUE(kept.Holds(*second));
+    EXPECT_FALSE(kept.Holds(*first));
+    second->NewEdition();
+    EXPECT_FALSE(kept.Holds(*second));
+    EXPECT_TRUE(second->LoadXMLFile("<C/>"));
+    EXPECT_EQ(kept.Of(*second), "<C />\n");
+    EXPECT_TRUE(second->LoadXMLFile("<D/>"));
+    EXPECT_EQ(kept.Of(*second), "<D />\n");
+}
+
+// A freed document's place in memory may be the next one's.
+TEST(kept_text, is_not_taken_for_that_of_a_later_document) {
+    kept_text kept;
+    for (int i = 0; i < 10; ++i) {
+        const std::string name = "A" + std::to_string(i);
+        const auto document = Load(("<" + name + "/>").c_str());
+        ASSERT_EQ(kept.Of(*document), "<" + name + " />\n");
+    }
+}
+
+TEST(kept_text, a_long_text_is_let_go) {
+    const auto document = Load("<A><B>short</B></A>");
+    kept_text kept;
+    static_cast<void>(kept.Of(*document));
+    kept.LetGoOfLong();
+    EXPECT_TRUE(kept.Holds(*document));
+    SetXmlElementText(*document->RootElement()->FirstChildElement(),
+                      std::string(kept_text::most_kept, 'x'));
+    document->NewEdition();
+    static_cast<void>(kept.Of(*document));
+    kept.LetGoOfLong();
+    EXPECT_FALSE(kept.Holds(*document));
+}
+
+TEST(kept_text, follows_the_change_of_a_value) {
+    EXPECT_EQ(AfterSetting("<A><B>old</B><C>c</C></A>", "A.B", "a longer one"),
+              "<A>\n    <B>a longer one</B>\n    <C>c</C>\n</A>\n");
+    EXPECT_EQ(AfterSetting("<?xml version='1.0' ?><A><B x='>' y='2'/></A>", "A.B", "<&\n"),
+              "<?xml version=\"1.0\" ?>\n<A>\n    <B x=\"&gt;\" y=\"2\">&lt;&amp;&#x0A;</B>\n"
+              "</A>\n");
+    EXPECT_EQ(AfterSetting("<A>root</A>", "A", ""), "<A></A>\n");
+    EXPECT_EQ(AfterSetting("<A><!-- <B>one line</B> --><B>b</B></A>", "A.B", "new"),
+              "<A>\n    <!-- <B>one line</B> -->\n    <B>new</B>\n</A>\n");
+}
+
+TEST(kept_text, secrets_are_kept_as_they_are_stored) {
+    const std::string text = AfterSetting("<A><Password>x</Password></A>", "A.Password", "secret");
+    EXPECT_EQ(text.substr(0, 23), "<A>\n    <Password>enc:6");
+}
+
+TEST(kept_text, finds_the_first_child_of_each_name_and_nothing_deeper) {
+    const char* const text =
+        "<Z><A><B>z</B></A></Z><A><BB><B>deep</B></BB><G><X><B>no</B></X><B>1</B><B>2</B></G>"
+        "<G><B>3</B></G><B>4</B></A>";
+    EXPECT_EQ(AfterSetting(text, "A.G.B", "new").find("printed anew"), std::string::npos);
+    EXPECT_NE(AfterSetting(text, "A.G.B", "new").find("<B>new</B>\n        <B>2</B>"),
+              std::string::npos);
+    EXPECT_NE(AfterSetting(text, "A.B", "new").find("    <B>new</B>\n</A>"), std::string::npos);
+    EXPECT_EQ(AfterSetting(text, "A.B", "new").find("printed anew"), std::string::npos);
+}
+
+TEST(kept_text, is_printed_anew_where_a_line_is_not_the_whole_change) {
+    EXPECT_EQ(AfterSetting("<A><B/></A>", "A.C", "new"),
+              "printed anew: <A>\n    <B />\n    <C>new</C>\n</A>\n");
+    EXPECT_EQ(AfterSetting("<A><G/><H><B>b</B></H></A>", "A.G.B", "new"),
+              "printed anew: <A>\n    <G>\n        <B>new</B>\n    </G>\n    <H>\n"
+              "        <B>b</B>\n    </H>\n</A>\n");
+    EXPECT_EQ(AfterSetting("<A><B><!-- c --></B></A>", "A.B", "new"),
+              "printed anew: <A>\n    <B>new</B>\n</A>\n");
+    EXPECT_EQ(AfterSetting("<A><B>x<C/></B></A>", "A.B", "new"),
+              "printed anew: <A>\n    <B>\n        <C />new\n    </B>\n</A>\n");
+    EXPECT_EQ(AfterSetting("<A><B/>x<C/></A>", "A.B", "new"),
+              "printed anew: <A>\n    <B>new</B>x\n    <C />\n</A>\n");
+}
+
+TEST(kept_text, is_printed_anew_where_lines_tell_nothing) {
+    for (const char* const text :
+         {"<A><!-- \n    <B>c</B>\n --><B>b</B></A>",
+          "<A><C><![CDATA[\n    <B>c</B>]]></C><B/></A>",
+          "<A><C>&amp;#x\n    &lt;B>c&lt;/B></C><B/></A>", "<!x \n<A>\n    <B/>><A><B>b</B></A>"}) {
+        EXPECT_EQ(AfterSetting(text, "A.B", "new").find("printed anew: "), 0U) << text;
+    }
+    EXPECT_EQ(AfterSetting("<A><B>b</B></A>", "A.B", "&#x41;").find("printed anew: "), 0U);
+}
+
+TEST(kept_text, a_value_that_is_refused_leaves_the_text_true) {
+    const auto document = Load("<A><B>b</B></A>");
+    kept_text kept;
+    static_cast<void>(kept.Of(*document));
+    XmlPath list;
+    ASSERT_TRUE(SplitXmlPath("A.-1", list));
+    EXPECT_EQ(kept.SetValue(*document, list, "x"), result_store_failed);
+    EXPECT_EQ(kept.Of(*document), SerialiseXmlDoc(*document));
+}
+
+TEST(kept_text, many_changes_are_printed_at_once) {
+    std::string text = "<A>";
+    for (int i = 0; i < 100; ++i) {
+        text.append("<B").append(std::to_string(i)).append(">b</B").append(std::to_string(i));
+        text += '>';
+    }
+    const auto document = Load((text + "</A>").c_str());
+    kept_text kept;
+    static_cast<void>(kept.Of(*document));
+    XmlPath list;
+    ASSERT_TRUE(SplitXmlPath("A.B99", list));
+    ASSERT_EQ(kept.SetValue(*document, list, "1"), result_ok);
+    EXPECT_TRUE(kept.Holds(*document));
+    ASSERT_EQ(kept.SetValue(*document, list, "2"), result_ok);
+    EXPECT_FALSE(kept.Holds(*document));
+    EXPECT_EQ(kept.Of(*document), SerialiseXmlDoc(*document));
+}
+
+// Documents of all that a file can bring in, with few names, so that most paths lead to something.
+class generator {
+  public:
+    explicit generator(unsigned seed) : random_(seed) {}
+
+    int Below(int bound) { return static_cast<int>(random_() % static_cast<unsigned>(bound)); }
+
+    std::string AnyText() {
+        static constexpr std::string_view pieces[] = {"a", "&lt;", "&amp;", "\n", "\n    &lt;B>",
+                                                      " ", "b",    "&#10;", ">",  "&amp;#x"};
+        std::string text;
+        for (int i = Below(4); i > 0; --i) {
+            text += pieces[Below(Below(20) == 0 ? std::size(pieces) : 3)];
+        }
+        return text;
+    }
+
+    std::string Name() { return std::string(1, static_cast<char>('A' + Below(3))); }
+
+    std::string Content(int depth) {
+        switch (Below(depth > 0 ? 12 : 6)) {
+            case 0:
+                return "<!-- " + AnyText() + " -->";
+            case 1:
+                return "<![CDATA[" + AnyText() + "]]>";
+            case 2:
+            case 3:
+            case 4:
+                return AnyText();
+            default:
+                return Element(Name(), depth);
+        }
+    }
+
+    std::string Element(const std::string& name, int depth) {
+        std::string text = "<" + name + (Below(3) == 0 ? " x='" + AnyText() + "'" : "") + ">";
+        for (int i = Below(2) == 0 ? Below(6) : 1; i > 0; --i) {
+            text += Content(depth - 1);
+        }
+        return text + "</" + name + ">";
+    }
+
+    std::string Path() {
+        std::string path = "A";
+        for (int i = Below(5); i > 0; --i) {
+            path.append(".").append(Name());
+        }
+        return path;
+    }
+
+  private:
+    std::mt19937 random_;
+};
+
+TEST(kept_text, is_always_what_would_be_printed) {
+    int followed = 0;
+    for (unsigned seed = 0; seed < 3000; ++seed) {
+        generator any(seed);
+        XmlDocument document("A");
+        static_cast<void>(document.LoadXMLFile(any.Element("A", 5).c_str()));
+        kept_text kept;
+        for (int i = 0; i < 8; ++i) {
+            ASSERT_EQ(kept.Of(document), SerialiseXmlDoc(document)) << seed;
+            for (int change = any.Below(3); change >= 0; --change) {
+                XmlPath list;
+                ASSERT_TRUE(SplitXmlPath(any.Path(), list));
+                static_cast<void>(kept.SetValue(document, list, any.AnyText()));
+                followed += kept.Holds(document) ? 1 : 0;
+            }
+        }
+    }
+    EXPECT_GT(followed, 1000);  // else little was tried here
+}
+
+}  // namespace
+}  // namespace veltrancord
