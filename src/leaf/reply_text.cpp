@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <utility>
 
 #include "leaf/byte_order.h"
@@ -32,10 +31,9 @@ reply_text& reply_text::operator=(reply_text&& other) noexcept {
 
 bool reply_text::open(std::size_t bound) noexcept {
     close();
-    bound_ = std::min(bound, std::numeric_limits<std::size_t>::max() - frame_header);
+    bound_ = std::min(bound, growing_block::largest - frame_header);
     const std::size_t first = std::min(bound_, first_allocation);
-    block_.reset(static_cast<char*>(std::malloc(frame_header + first)));
-    if (!block_) {
+    if (!block_.grow(frame_header + first, 0)) {
         bound_ = 0;
         return false;
     }
@@ -49,7 +47,7 @@ void reply_text::close() noexcept {
 }
 
 bool reply_text::reserve(std::size_t length) noexcept {
-    if (!block_ || length > bound_) {
+    if (!is_open() || length > bound_) {
         return false;
     }
     if (length <= allocated_) {
@@ -57,13 +55,10 @@ bool reply_text::reserve(std::size_t length) noexcept {
     }
     const std::size_t doubled = allocated_ > bound_ / 2 ? bound_ : allocated_ * 2;
     const std::size_t wanted = std::max(length, doubled);
-    char* const grown = static_cast<char*>(std::realloc(block_.get(), frame_header + wanted));
-    if (grown == nullptr) {
+    if (!block_.grow(frame_header + wanted, frame_header + bound_)) {
         return false;
     }
-    static_cast<void>(block_.release());
-    block_.reset(grown);
-    allocated_ = wanted;
+    allocated_ = std::min(block_.size() - frame_header, bound_);
     return true;
 }
 
@@ -86,7 +81,7 @@ void reply_text::truncate(std::size_t length) noexcept {
 }
 
 std::string_view reply_text::view() const noexcept {
-    return block_ ? std::string_view(block_.get() + frame_header, size_) : std::string_view();
+    return is_open() ? std::string_view(block_.get() + frame_header, size_) : std::string_view();
 }
 
 std::string_view reply_text::frame(int32_t result) noexcept {
@@ -96,17 +91,17 @@ std::string_view reply_text::frame(int32_t result) noexcept {
 
 bool reply_text::drop_sent(std::size_t sent) noexcept {
     const std::size_t left = frame_header + size_ - sent;
-    if (left > allocated_ / 2) {
+    if (left > size_ / 2) {
         return false;
     }
     // A block of its own: cut off where it is, the large one would leave a hole that the next large
     // one does not fit into.
-    char* const rest = static_cast<char*>(std::malloc(frame_header + left));
-    if (rest == nullptr) {
+    growing_block rest;
+    if (!rest.grow(frame_header + left, 0)) {
         return false;
     }
-    std::memcpy(rest + frame_header, block_.get() + sent, left);
-    block_.reset(rest);
+    std::memcpy(rest.get() + frame_header, block_.get() + sent, left);
+    block_ = std::move(rest);
     size_ = allocated_ = left;
     return true;
 }

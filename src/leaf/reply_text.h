@@ -11,11 +11,11 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <span>
 #include <string_view>
+
+#include "leaf/growing_block.h"
 
 namespace veltrancord {
 
@@ -72,6 +72,20 @@ class reply_text {
         return is_open();
     }
 
+    // Room for `count` bytes behind the text, to be written in place; take() then makes the first
+    // of them part of the text. Valid until the next call of anything else.
+    //
+    // Return: null when the bound would be passed or memory could not be had.
+    [[nodiscard]] char* room(std::size_t count) noexcept {
+        if (count > allocated_ - size_ && !grow_by(count)) {
+            return nullptr;
+        }
+        return is_open() ? block_.get() + frame_header + size_ : nullptr;
+    }
+
+    // Appends the first `count` bytes of the room that was given last.
+    void take(std::size_t count) noexcept { size_ += count; }
+
     // Appends `count` bytes, all zero, and hands them out to be filled; they stay valid until the
     // next call that grows the text.
     //
@@ -86,7 +100,7 @@ class reply_text {
     // Return: false when the bound is below `length` or memory could not be had.
     [[nodiscard]] bool reserve(std::size_t length) noexcept;
 
-    [[nodiscard]] bool is_open() const noexcept { return block_ != nullptr; }
+    [[nodiscard]] bool is_open() const noexcept { return block_.get() != nullptr; }
     [[nodiscard]] std::size_t size() const noexcept { return size_; }
     [[nodiscard]] std::size_t bound() const noexcept { return bound_; }
 
@@ -107,11 +121,7 @@ class reply_text {
   private:
     [[nodiscard]] bool grow_by(std::size_t count) noexcept;
 
-    struct free_deleter {
-        void operator()(char* block) const noexcept { std::free(block); }
-    };
-
-    std::unique_ptr<char, free_deleter> block_;  // frame_header bytes, then the text
+    growing_block block_;  // frame_header bytes, then the text
     std::size_t size_ = 0;
     std::size_t allocated_ = 0;  // bytes of text that the block has room for
     std::size_t bound_ = 0;

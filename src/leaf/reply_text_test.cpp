@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
+#include <cstring>
 #include <limits>
 #include <string>
 #include <utility>
@@ -127,6 +128,39 @@ TEST(reply_text, appends_all_pieces_or_none) {
     EXPECT_EQ(text.size(), 300U);
     EXPECT_TRUE(text.append_all("", ""));
     EXPECT_TRUE(text.view().ends_with("\n12345"));
+}
+
+TEST(reply_text, takes_what_was_written_into_its_room) {
+    reply_text text;
+    EXPECT_EQ(text.room(1), nullptr);  // not open
+    ASSERT_TRUE(text.open(1000));
+    ASSERT_TRUE(text.append("key="));
+    char* const room = text.room(900);
+    ASSERT_NE(room, nullptr);
+    std::memset(room, 'x', 900);
+    EXPECT_EQ(text.view(), "key=");
+    text.take(3);
+    EXPECT_EQ(text.view(), "key=xxx");
+    EXPECT_EQ(text.room(994), nullptr);  // one byte more than the bound
+    EXPECT_NE(text.room(993), nullptr);
+    EXPECT_EQ(text.view(), "key=xxx");
+}
+
+TEST(reply_text, keeps_to_its_bound_in_a_large_block) {
+    constexpr std::size_t bound = 5'000'000;
+    reply_text text;
+    ASSERT_TRUE(text.open(bound));
+    std::string expected;
+    while (expected.size() + 1000 <= bound) {
+        const std::string piece(1000, static_cast<char>('a' + expected.size() / 1000 % 26));
+        ASSERT_TRUE(text.append(piece));
+        expected += piece;
+    }
+    EXPECT_FALSE(text.append("x"));
+    EXPECT_EQ(text.room(1), nullptr);
+    EXPECT_EQ(text.view(), expected);
+    EXPECT_TRUE(text.drop_sent(4'000'004));
+    EXPECT_EQ(text.view(), expected.substr(4'000'000));
 }
 
 TEST(reply_text, truncates_to_no_more_than_it_has) {

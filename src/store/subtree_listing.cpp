@@ -23,6 +23,74 @@ constexpr std::array<bool, 256> stands_for_itself = [] {
     return table;
 }();
 
+// Prefixes are copied in steps of this size, and further than they reach: cheaper than a copy of
+// any length.
+constexpr std::size_t prefix_step = 32;
+static_assert(listing_key_size % prefix_step == 0);
+
+// The high bit of each byte of the word that is `character`, and possibly of bytes above such a
+// one.
+constexpr uint64_t bytes_equal_to(char character, uint64_t word) {
+    constexpr uint64_t ones = ~uint64_t{0} / 255;
+    const uint64_t difference = word ^ (ones * static_cast<unsigned char>(character));
+    return (difference - ones) & ~difference & (ones << 7U);
+}
+
+constexpr bool stand_for_themselves(uint64_t word) {
+    return (bytes_equal_to('_', word) | bytes_equal_to('+', word) | bytes_equal_to('\0', word)) ==
+           0;
+}
+
+template <class Word>
+Word copy_word(char* to, const char* from) {
+    Word word;
+    std::memcpy(&word, from, sizeof word);
+    std::memcpy(to, &word, sizeof word);
+    return word;
+}
+
+// Copies a name that url_decode would give back as it is, looking through it by words; the last
+// one overlaps the one before it.
+//
+// Return: false when the name must be decoded; what was copied is worth nothing then.
+bool copy_plain_name(char* to, std::string_view name) {
+    const char* const from = name.data();
+    const std::size_t size = name.size();
+    if (size >= sizeof(uint64_t)) {
+        const std::size_t last = size - sizeof(uint64_t);
+        bool plain = stand_for_themselves(copy_word<uint64_t>(to + last, from + last));
+        for (std::size_t at = 0; at < last; at += sizeof(uint64_t)) {
+            plain = plain && stand_for_themselves(copy_word<uint64_t>(to + at, from + at));
+        }
+        return plain;
+    }
+    if (size >= sizeof(uint32_t)) {
+        const std::size_t last = size - sizeof(uint32_t);
+        const uint64_t first = copy_word<uint32_t>(to, from);
+        return stand_for_themselves(first << 32U | copy_word<uint32_t>(to + last, from + last));
+    }
+    for (std::size_t at = 0; at < size; ++at) {
+        to[at] = from[at];
+    }
+    return std::all_of(name.begin(), name.end(), [](char character) {
+        return stands_for_itself[static_cast<unsigned char>(character)];
+    });
+}
+
+// Asks for the memory of what comes next while this node is listed. Parsing makes a document's
+// nodes in the order of its file, so they lie in memory one behind the other, though each has to be
+// waited for before the next can be found. Where they do not, nothing is lost: any address may be
+// asked for.
+void prefetch_behind(const TiXmlNode* node) {
+    constexpr std::size_t distance = 4096;
+    constexpr std::size_t bytes = 256;  // of the 400 and more that an element and its text take
+    constexpr std::size_t cache_line = 64;
+    const char* const behind = reinterpret_cast<const char*>(node) + distance;
+    for (std::size_t at = 0; at < bytes; at += cache_line) {
+        __builtin_prefetch(behind + at);
+    }
+}
+
 class lister {
   public:
     // The two buffers are written before they are read, and clearing them costs more than a short
@@ -43,6 +111,8 @@ class lister {
 
   private:
     std::size_t AppendName(std::size_t length, std::string_view name);
+    [[nodiscard]] bool AppendUsualLine(std::size_t length, const std::string& name,
+                                       const std::string& text);
     [[nodiscard]] bool AppendLine(std::string_view key, const TiXmlElement& element,
                                   std::string_view text);
     [[nodiscard]] bool IsVisible(std::string_view key, const TiXmlElement& element) const {
@@ -88,23 +158,64 @@ bool lister::AppendLine(std::string_view key, const TiXmlElement& element, std::
     return out_.append_all(key, "=", text, "\n");
 }
 
+// Appends the line of an element with a lone text below the key of that length, written where it
+// will stand: a name that neither has to be decoded nor names a secret, and room to spare.
+//
+// Return: false, and nothing is appended, when the line is not of that kind or does not fit.
+bool lister::AppendUsualLine(std::size_t length, const std::string& name, const std::string& text) {
+    const std::size_t key_length = length + 1 + name.size();
+    if (key_length >= sizeof(key_) || IsSecretName(name)) {
+        return false;
+    }
+    char* const line = out_.room(key_length + prefix_step + text.size() + 2);
+    if (line == nullptr) {
+        return false;
+    }
+    for (std::size_t copied = 0; copied < length; copied += prefix_step) {
+        std::memcpy(line + copied, key_ + copied, prefix_step);
+    }
+    char* to = line + length;
+    if (length > 0) {
+        *to++ = '.';
+    }
+    if (!copy_plain_name(to, name)) {
+        return false;
+    }
+    to += name.size();
+    *to++ = '=';
+    // A text ends at its first NUL, which a character reference may have put into it.
+    char* const end = ::stpcpy(to, text.c_str());
+    if (capacity_ < static_cast<std::size_t>(end - to) + (out_.size() - start_) + 2) {
+        return false;
+    }
+    *end = '\n';
+    out_.take(static_cast<std::size_t>(end + 1 - line));
+    return true;
+}
+
 bool lister::List(const TiXmlNode& parent, std::size_t length, bool at_top) {
     for (const TiXmlNode* node = parent.FirstChild(); node != nullptr; node = node->NextSibling()) {
+        prefetch_behind(node);
         if (node->Type() != TiXmlNode::TINYXML_ELEMENT) {
             continue;
         }
         const auto* const child = static_cast<const TiXmlElement*>(node);
-        const std::size_t key_length = AppendName(length, child->ValueStr());
-        const std::string_view key(key_, key_length);
-        if (at_top && !IsVisible(key, *child)) {
-            continue;
-        }
         const TiXmlNode* const content = child->FirstChild();
         if (content == nullptr) {
             continue;
         }
         // A lone text, which most elements hold, is no level of its own.
-        if ((content->NextSibling() != nullptr || content->Type() == TiXmlNode::TINYXML_ELEMENT) &&
+        const bool alone = content->NextSibling() == nullptr;
+        if (alone && content->Type() == TiXmlNode::TINYXML_TEXT && filter_.empty() &&
+            AppendUsualLine(length, child->ValueStr(), content->ValueStr())) {
+            continue;
+        }
+        const std::size_t key_length = AppendName(length, child->ValueStr());
+        const std::string_view key(key_, key_length);
+        if (at_top && !IsVisible(key, *child)) {
+            continue;
+        }
+        if ((!alone || content->Type() == TiXmlNode::TINYXML_ELEMENT) &&
             !List(*child, key_length, false)) {
             return false;
         }

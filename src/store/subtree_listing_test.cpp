@@ -68,6 +68,78 @@ TEST(subtree_listing, names_are_decoded_and_the_prefix_is_not) {
     EXPECT_EQ(List(document, "").text, "A B.C D.E_=1\n");
 }
 
+TEST(subtree_listing, names_of_any_length_are_decoded_wherever_an_escape_stands) {
+    for (std::size_t length = 1; length <= 40; ++length) {
+        const std::string plain =
+            std::string("NabcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQ", length);
+        EXPECT_EQ(Lines(("<A><" + plain + ">1</" + plain + "></A>").c_str()),
+                  "A." + plain + "=1\n");
+        for (std::size_t at = 1; at < length; ++at) {
+            const std::string end = plain.substr(at);
+            const std::string name = plain.substr(0, at) + "_3D" + end;
+            EXPECT_EQ(Lines(("<A><" + name + ">1</" + name + "></A>").c_str()),
+                      "A." + plain.substr(0, at) + "=" + end + "=1\n");
+        }
+    }
+}
+
+TEST(subtree_listing, plus_and_nul_in_a_name_are_decoded) {
+    XmlDocument document("D");
+    ASSERT_TRUE(document.LoadXMLFile("<A><B>1</B><C>2</C><D>3</D></A>"));
+    TiXmlElement* const b = document.RootElement()->FirstChildElement();
+    b->SetValue("B+longer+than+a+word");
+    b->NextSiblingElement()->SetValue(std::string("Cut\0off", 7));
+    b->NextSiblingElement()->NextSiblingElement()->SetValue("D+");
+    EXPECT_EQ(List(document, "").text, "A.B longer than a word=1\nA.Cut=2\nA.D =3\n");
+}
+
+TEST(subtree_listing, text_ends_at_a_nul) {
+    XmlDocument document("D");
+    ASSERT_TRUE(document.LoadXMLFile("<A><B>1</B><C>2</C></A>"));
+    document.RootElement()->FirstChildElement()->FirstChild()->SetValue(
+        std::string("text\0and more of it than fits", 29));
+    const listing listed = List(document, "", no_filter, 17);
+    EXPECT_EQ(listed.result, 0);
+    EXPECT_EQ(listed.text, "A.B=text\nA.C=2\n");
+}
+
+TEST(subtree_listing, prefix_of_any_length_stands_before_each_line) {
+    XmlDocument document("D");
+    ASSERT_TRUE(document.LoadXMLFile("<A><B>1</B><Second>2</Second></A>"));
+    for (std::size_t length = 1; length <= 248; ++length) {
+        std::string prefix;
+        while (prefix.size() < length) {
+            prefix += static_cast<char>('a' + prefix.size() % 23);
+        }
+        EXPECT_EQ(List(*document.RootElement(), prefix).text,
+                  prefix + ".B=1\n" + prefix + ".Second=2\n");
+    }
+}
+
+TEST(subtree_listing, listing_in_a_large_block_is_that_in_a_small_one) {
+    std::string xml = "<A>";
+    std::string expected;
+    for (int number = 0; number < 40'000; ++number) {
+        const std::string name = "E" + std::to_string(number);
+        const std::string text(static_cast<std::size_t>(number % 97 + 1), 't');
+        xml.append("<").append(name).append(">").append(text).append("</").append(name).append(">");
+        expected.append("A.").append(name).append("=").append(text).append("\n");
+    }
+    xml += "</A>";
+    XmlDocument document("D");
+    ASSERT_TRUE(document.LoadXMLFile(xml.c_str()));
+    ASSERT_GT(expected.size(), std::size_t{2} << 20);
+    const auto size = static_cast<uint32_t>(expected.size());
+    EXPECT_EQ(List(document, "", no_filter, size + 1).text, expected);
+    // Here the bound is reached by the last lines, which are appended one piece after the other.
+    reply_text out;
+    ASSERT_TRUE(out.open(expected.size()));
+    EXPECT_EQ(ListXmlSubtree(document, out, size + 1, "", no_filter), 0);
+    EXPECT_EQ(out.view(), expected);
+    ASSERT_TRUE(out.open(expected.size() - 1));
+    EXPECT_EQ(ListXmlSubtree(document, out, size + 1, "", no_filter), -1);
+}
+
 TEST(subtree_listing, decoded_name_ends_at_a_nul) {
     EXPECT_EQ(Lines("<A><B_00C>1</B_00C><D>2</D></A>"), "A.B=1\nA.D=2\n");
 }

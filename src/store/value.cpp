@@ -1,7 +1,5 @@
 #include "store/value.h"
 
-#include <strings.h>
-
 #include <cstring>
 #include <memory>
 #include <string>
@@ -14,8 +12,6 @@
 namespace veltrancord {
 
 namespace {
-
-constexpr std::string_view secret_name = "Password";
 
 // Whether the components from `first` on can be the names of new elements.
 bool AreXmlNames(const XmlPath& list, std::size_t first) {
@@ -55,11 +51,6 @@ TiXmlElement* FindXmlElement(TiXmlElement* first, const XmlPath& list) {
             return nullptr;
         }
     }
-}
-
-bool IsSecretName(std::string_view name) {
-    return name.size() == secret_name.size() &&
-           strncasecmp(name.data(), secret_name.data(), secret_name.size()) == 0;
 }
 
 std::string_view DecodeSecret(std::string_view stored, char (&plain)[secret_text_size]) {

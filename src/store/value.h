@@ -1,6 +1,7 @@
 // Finding an element by path, and reading and setting its value.
 #pragma once
 
+#include <strings.h>
 #include <tinyxml.h>
 
 #include <cstdint>
@@ -28,7 +29,12 @@ namespace veltrancord {
 }
 
 // Whether the name is "Password" in any case: such values are kept in "enc:" form.
-[[nodiscard]] bool IsSecretName(std::string_view name);
+// In line up to the length, since listings ask for it at every element.
+[[nodiscard]] inline bool IsSecretName(std::string_view name) {
+    constexpr std::string_view secret_name = "Password";
+    return name.size() == secret_name.size() &&
+           strncasecmp(name.data(), secret_name.data(), secret_name.size()) == 0;
+}
 
 // Decodes the stored form of a secret into `plain` and gives the plain text, which is empty where
 // nothing can be decoded. Valid until `plain` changes.
