@@ -1,8 +1,8 @@
 // The time that the event loop's timers go by.
 #pragma once
 
-#include <compare>
 #include <cstdint>
+#include <tuple>
 
 namespace veltrancord {
 
@@ -11,7 +11,10 @@ struct loop_time {
     int64_t seconds = 0;
     int64_t microseconds = 0;  // 0 to 999999
 
-    friend auto operator<=>(const loop_time&, const loop_time&) = default;
+    friend bool operator==(const loop_time&, const loop_time&) = default;
+    friend bool operator<(const loop_time& a, const loop_time& b) {
+        return std::tie(a.seconds, a.microseconds) < std::tie(b.seconds, b.microseconds);
+    }
 };
 
 // The wall clock now.

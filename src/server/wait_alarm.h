@@ -29,7 +29,7 @@ class wait_alarm {
 
     // Whether it rings at `expiry` or before.
     [[nodiscard]] bool rings_by(const loop_time& expiry) const noexcept {
-        return set_ && rings_at_ <= expiry;
+        return set_ && !(expiry < rings_at_);
     }
 
     // Sets it for `expiry`, which is `milliseconds` from now, more than 0.
