@@ -34,7 +34,7 @@ NEAR_FLOOR = "a floor with two idle threads and a recv before the close"
 
 def short(name: str, payload: bytes, refused: bool = False) -> Row:
     return Row(
-        name, payload, 2000, 1.15, group="short reply", near=NEAR_FLOOR, refused=refused
+        name, payload, 1000, 1.15, group="short reply", near=NEAR_FLOOR, refused=refused
     )
 
 
@@ -44,7 +44,7 @@ def unknown_command() -> Row:
 
 def one_value(which: str, path: str) -> Row:
     payload = b"readvalue:" + path.encode()
-    return Row(f"readvalue, {which} leaf", payload, 2000, 1.3, group="one value", near=NEAR_FLOOR)
+    return Row(f"readvalue, {which} leaf", payload, 1000, 1.3, group="one value", near=NEAR_FLOOR)
 
 
 def log_record(number: int) -> bytes:
@@ -62,17 +62,17 @@ def reading_rows(data: Dataset) -> list[Row]:
         Row(
             "read of a document",
             b"read:" + data.document.encode(),
-            200,
+            100,
             listing,
             group="listing",
             plus="walk of the document",
             near="plain listing of the document",
         ),
-        Row("readattr of a subtree", b"readattr:" + data.subtree.encode(), 1000),
+        Row("readattr of a subtree", b"readattr:" + data.subtree.encode(), 500),
         Row(
             "read:*",
             b"read:*",
-            5 if heavy else 100,
+            3 if heavy else 50,
             listing,
             clients=(1,),
             group="listing",
@@ -94,7 +94,7 @@ def write_of_one(size: int) -> Row:
     return Row(
         f"write of one value, {size} KB document",
         b"write:Doc%03d.Group0.Value0=changed" % size,
-        300,
+        150,
         1.2,
         group="write in memory",
         plus=f"saving Doc{size:03d}",
@@ -106,17 +106,17 @@ def hundred_values() -> Row:
     lines = b"\n".join(
         b"Doc044.Group%d.Value%d=changed-%d" % (line // 10, line % 10, line) for line in range(100)
     )
-    return Row("write of 100 values, 44 KB document", b"write:" + lines, 300)
+    return Row("write of 100 values, 44 KB document", b"write:" + lines, 150)
 
 
 def working_rows() -> list[Row]:
     return [
         *access_rows(),
-        Row("isPermitAllowByUser", b"isPermitAllowByUser:user20&Reboot", 2000),
+        Row("isPermitAllowByUser", b"isPermitAllowByUser:user20&Reboot", 1000),
         Row(
             "GetCGIPermitFilter, 100 rules",
             b"GetCGIPermitFilter:user20&command100&do=action100",
-            2000,
+            1000,
         ),
         write_of_one(4),
         write_of_one(44),
@@ -124,7 +124,7 @@ def working_rows() -> list[Row]:
         Row(
             "writedbmem",
             b"writedbmem:Doc004.Group0.Value0=changed",
-            1000,
+            500,
             1.6,
             group="writedbmem",
             near=NEAR_FLOOR,
@@ -132,16 +132,16 @@ def working_rows() -> list[Row]:
         Row(
             "writelog, log of 1,000",
             b"writelog:" + log_record(1),
-            300,
+            150,
             1.3,
             group="writelog",
             plus="replacing the log",
             near="replacing the log as the service does",
         ),
-        Row("readlog of 100", b"readlog:1&-1&100", 500, 3.0, group="readlog"),
-        Row("readlog of 1,000", b"readlog:1&-1&1000", 300, 3.0, group="readlog"),
-        Row("download", b"download:/tmp/exchange.xml", 50, clients=(1,)),
-        Row("upload", b"upload:/tmp/upload.xml", 20, clients=(1,)),
+        Row("readlog of 100", b"readlog:1&-1&100", 250, 3.0, group="readlog"),
+        Row("readlog of 1,000", b"readlog:1&-1&1000", 150, 3.0, group="readlog"),
+        Row("download", b"download:/tmp/exchange.xml", 25, clients=(1,)),
+        Row("upload", b"upload:/tmp/upload.xml", 10, clients=(1,)),
     ]
 
 
