@@ -19,6 +19,7 @@ mkdir /mnt/root
 for package in "$1"/*.deb; do
     dpkg-deb -x "$package" /mnt/root
 done
+cp "${BASH_SOURCE[0]%/*}/try_library.c" /mnt/
 mount -t tmpfs tmpfs /tmp
 mkdir -p /mnt/database/xml /mnt/database/eventlog
 printf '<System>\n<Name>scratch</Name>\n</System>\n' >/mnt/database/xml/System
@@ -29,20 +30,11 @@ qemu-arm /mnt/root/usr/sbin/Veltrancord -l || fail "start"
 [[ $(PYTHONPATH=/mnt/root/usr/lib/python3/dist-packages /usr/bin/python3 -c \
     'import veltrancord; print(veltrancord.Client().get("System.Name"))') == scratch ]] ||
     fail "the Python module gets no answer"
-cat >/tmp/try.c <<'SOURCE'
-#include <stdio.h>
-#include <veltrancord/client.h>
-int main(void) {
-    struct veltrancord_client client = VELTRANCORD_CLIENT_INIT;
-    char value[32];
-    return veltrancord_get(&client, "System.Name", value, sizeof value) == 7 ? puts(value) < 0 : 1;
-}
-SOURCE
 libraries=/mnt/root/usr/lib/arm-linux-gnueabihf
 found=$(PKG_CONFIG_PATH=$libraries/pkgconfig PKG_CONFIG_SYSTEM_INCLUDE_PATH=/ \
     PKG_CONFIG_SYSTEM_LIBRARY_PATH=/ pkg-config --cflags --libs veltrancord)
 # shellcheck disable=SC2086
-arm-linux-gnueabihf-gcc /tmp/try.c -o /tmp/try $found
+arm-linux-gnueabihf-gcc /mnt/try_library.c -o /tmp/try $found
 [[ $(qemu-arm -E LD_LIBRARY_PATH="$libraries" /tmp/try) == scratch ]] ||
     fail "the library gets no answer"
 echo "unpacked, started, answered"

@@ -20,7 +20,7 @@ if [[ $IN_SCRATCH == mount ]]; then
     mount -t tmpfs tmpfs $base/root/tmp
     mount -t tmpfs tmpfs $base/root/run
     mkdir -p $base/root/tmp/packages
-    cp "$1"/*.deb "${BASH_SOURCE[0]}" $base/root/tmp/packages/
+    cp "$1"/*.deb "${BASH_SOURCE[0]}" "${BASH_SOURCE[0]%/*}/try_library.c" $base/root/tmp/packages/
     IN_SCRATCH=inside exec chroot $base/root /bin/bash "/tmp/packages/${BASH_SOURCE[0]##*/}" .
 fi
 
@@ -56,24 +56,15 @@ mode=$(stat -c '%a %G' /tmp/Veltrancord.unix)
 [[ $mode == "770 veltrancord" ]] || fail "the socket has $mode"
 [[ $(/usr/bin/python3 -c 'import veltrancord; print(veltrancord.Client().get("System.Name"))') == \
     scratch ]] || fail "the Python module gets no answer"
-cat >/tmp/try.c <<'SOURCE'
-#include <stdio.h>
-#include <veltrancord/client.h>
-int main(void) {
-    struct veltrancord_client client = VELTRANCORD_CLIENT_INIT;
-    char value[32];
-    return veltrancord_get(&client, "System.Name", value, sizeof value) == 7 ? puts(value) < 0 : 1;
-}
-SOURCE
 # shellcheck disable=SC2046
-cc /tmp/try.c -o /tmp/try $(pkg-config --cflags --libs veltrancord)
+cc try_library.c -o /tmp/try $(pkg-config --cflags --libs veltrancord)
 /tmp/try >/dev/null || fail "pkg-config"
-mkdir -p /tmp/try-cmake && mv /tmp/try.c /tmp/try-cmake/
+mkdir -p /tmp/try-cmake && mv try_library.c /tmp/try-cmake/
 cat >/tmp/try-cmake/CMakeLists.txt <<'SOURCE'
 cmake_minimum_required(VERSION 3.23)
 project(try C)
 find_package(Veltrancord 1 REQUIRED)
-add_executable(try try.c)
+add_executable(try try_library.c)
 target_link_libraries(try Veltrancord::veltrancord)
 SOURCE
 cmake -S /tmp/try-cmake -B /tmp/try-cmake/build >/dev/null
