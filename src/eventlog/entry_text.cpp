@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cinttypes>
-#include <cstdio>
+#include <charconv>
+#include <cstring>
 
 #include "leaf/bounded_text.h"
 #include "leaf/decimal_number.h"
@@ -29,6 +29,30 @@ bool split_fields(std::string_view text, entry_fields& fields) {
     return found == field_count;
 }
 
+// Fills a text field from its front. What does not fit is cut, as everywhere in such fields.
+template <std::size_t Size>
+class field_text {
+  public:
+    explicit field_text(char (&field)[Size]) : field_(field) {}
+
+    void append(std::string_view text) {
+        const std::size_t fitting = std::min(text.size(), Size - 1 - length_);
+        std::memcpy(field_ + length_, text.data(), fitting);
+        length_ += fitting;
+        field_[length_] = '\0';
+    }
+
+    void number(int64_t number) {
+        char digits[24];
+        const char* const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+        append(std::string_view(digits, end));
+    }
+
+  private:
+    char (&field_)[Size];
+    std::size_t length_ = 0;
+};
+
 uint8_t low_byte(std::string_view field) {
     return static_cast<uint8_t>(decimal_number(field));
 }
@@ -42,10 +66,14 @@ uint8_t year_byte(std::string_view field) {
 
 log_time_text format_log_time(const std::tm& broken_down) {
     log_time_text time;
+    field_text text(time.text);
     // A year may lie beyond 32 bits once the 1900 are added.
-    std::snprintf(time.text, sizeof time.text, "%" PRId64 ":%d:%d:%d:%d:%d",
-                  int64_t{broken_down.tm_year} + 1900, broken_down.tm_mon, broken_down.tm_mday,
-                  broken_down.tm_hour, broken_down.tm_min, broken_down.tm_sec);
+    text.number(int64_t{broken_down.tm_year} + 1900);
+    for (const int part : {broken_down.tm_mon, broken_down.tm_mday, broken_down.tm_hour,
+                           broken_down.tm_min, broken_down.tm_sec}) {
+        text.append(":");
+        text.number(part);
+    }
     return time;
 }
 
@@ -61,8 +89,16 @@ log_time_text local_log_time(int64_t seconds) {
 
 log_entry_text format_log_entry(const log_record& record, const log_time_text& time) {
     log_entry_text entry;
-    std::snprintf(entry.text, sizeof entry.text, "%d:%s:%d:%s:%d", record.type, time.text,
-                  record.first_detail, record.detail_text, record.second_detail);
+    field_text text(entry.text);
+    text.number(record.type);
+    text.append(":");
+    text.append(time.view());
+    text.append(":");
+    text.number(record.first_detail);
+    text.append(":");
+    text.append(record.detail());
+    text.append(":");
+    text.number(record.second_detail);
     return entry;
 }
 

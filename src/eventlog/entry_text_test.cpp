@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdlib>
 #include <limits>
 #include <string>
@@ -39,6 +40,12 @@ TEST(LogTime, HasTheFullYearAndTheMonthFromZero) {
     EXPECT_EQ(local_log_time(INT32_MAX).view(), "2038:0:19:3:14:7");
     EXPECT_EQ(local_log_time(INT32_MIN).view(), "1901:11:13:20:45:52");
     EXPECT_EQ(local_log_time(int64_t{INT32_MAX} + 1).view(), "2038:0:19:3:14:8");
+}
+
+TEST(LogTime, WhatDoesNotFitIsCut) {
+    std::tm odd{};
+    odd.tm_year = odd.tm_mon = odd.tm_mday = INT_MIN;
+    EXPECT_EQ(format_log_time(odd).view(), "-2147481748:-2147483648:-214748");
 }
 
 TEST(LogTime, FollowsTheZoneWhileRunning) {

@@ -16,14 +16,13 @@ namespace veltrancord {
 
 namespace {
 
-constexpr const char* script_directory = "/tmp/trigger";
 constexpr const char* script = "/tmp/trigger/EventLogCallBack.sh";
 
-// Both may come and go at any time, so they are looked for at each event.
+// It and its directory may come and go at any time, so they are looked for at each event. What is
+// found there is in a directory.
 bool has_script() {
     struct stat found {};
-    return ::stat(script_directory, &found) == 0 && S_ISDIR(found.st_mode) &&
-           ::stat(script, &found) == 0;
+    return ::stat(script, &found) == 0;
 }
 
 struct script_argument {

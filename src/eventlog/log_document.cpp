@@ -70,7 +70,8 @@ log_entry read_entry(const TiXmlElement& element) {
 
 log_document::log_document(int32_t capacity)
     : document_(std::make_unique<XmlDocument>(log_name)),
-      slots_(static_cast<std::size_t>(std::max(capacity, 1))) {}
+      slots_(static_cast<std::size_t>(std::max(capacity, 1))),
+      places_(slots_.size(), nowhere) {}
 
 void log_document::load(const char* text) {
     document_->LoadXMLFile(text);
@@ -94,6 +95,7 @@ int32_t log_document::element_count() const {
 // a value looks only into the first of them.
 void log_document::build_index() {
     std::fill(slots_.begin(), slots_.end(), slot{});
+    std::fill(places_.begin(), places_.end(), nowhere);
     log_ = document_->FirstChildElement(log_name);
     for (TiXmlElement* top = log_; top != nullptr; top = top->NextSiblingElement(log_name)) {
         for (TiXmlElement* element = top->FirstChildElement(); element != nullptr;
@@ -133,12 +135,12 @@ log_entry_state log_document::decode(int32_t position, log_record& record) const
     return read_element(*slot_at(position).element, std::string_view::npos, record);
 }
 
-void log_document::create_entry(slot& place, int32_t position) {
+void log_document::create_entry(int32_t position) {
     if (log_ == nullptr) {
         log_ = &AppendElement(*document_, log_name);
     }
-    place.element = &AppendElement(*log_, name_of(position).data());
-    place.at = nowhere;
+    slot_at(position).element = &AppendElement(*log_, name_of(position).data());
+    place_of(position) = nowhere;
 }
 
 int32_t log_document::set_by_path(int32_t position, std::string_view text) {
@@ -158,11 +160,11 @@ int32_t log_document::set(int32_t position, std::string_view text) {
     }
     slot& place = slot_at(position);
     if (place.element == nullptr || place.element->Parent() != log_) {
-        create_entry(place, position);
+        create_entry(position);
     }
     SetXmlElementText(*place.element, text);
     place.entry = read_entry(*place.element);
-    replace_in_file_text(place);
+    replace_in_file_text(position);
     return result_ok;
 }
 
@@ -200,7 +202,7 @@ void log_document::build_file_text() {
         }
         const std::optional<int32_t> position = position_of(child->ValueStr());
         if (position && indexed(*position) && slot_at(*position).element == child) {
-            slot_at(*position).at = at;
+            place_of(*position) = at;
             slot_at(*position).length = piece_.size();
         }
         at += piece_.size();
@@ -210,26 +212,27 @@ void log_document::build_file_text() {
 
 // Printing a log of 1000 entries costs more than writing the file does, and one entry is all that
 // has changed.
-void log_document::replace_in_file_text(slot& place) {
+void log_document::replace_in_file_text(int32_t position) {
     if (!pieces_known_) {
         forget_file_text();
         return;
     }
+    slot& entry = slot_at(position);
     piece_.assign(1, '\n');
-    PrintXml(*place.element, 1, piece_);
-    if (place.at == nowhere) {
-        place.at = file_text_.size() - file_tail.size();
-        place.length = 0;
+    PrintXml(*entry.element, 1, piece_);
+    if (place_of(position) == nowhere) {
+        place_of(position) = file_text_.size() - file_tail.size();
+        entry.length = 0;
     }
-    file_text_.replace(place.at, place.length, piece_);
-    if (piece_.size() != place.length) {
-        for (slot& other : slots_) {
-            if (other.at != nowhere && other.at > place.at) {
-                other.at += piece_.size() - place.length;
-            }
+    const std::size_t at = place_of(position);
+    file_text_.replace(at, entry.length, piece_);
+    const std::size_t shift = piece_.size() - entry.length;
+    if (shift != 0) {
+        for (std::size_t& place : places_) {
+            place += place > at ? shift : 0;
         }
     }
-    place.length = piece_.size();
+    entry.length = piece_.size();
 }
 
 void log_document::forget_file_text() {

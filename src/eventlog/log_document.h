@@ -76,12 +76,11 @@ class log_document {
     [[nodiscard]] std::string_view file_text();
 
   private:
-    static constexpr std::size_t nowhere = static_cast<std::size_t>(-1);
+    static constexpr std::size_t nowhere = 0;  // no entry's text is at the front of the file
 
     struct slot {
         TiXmlElement* element = nullptr;  // the first one of that name; owned by the document
-        std::size_t at = nowhere;         // where its text begins in file_text_
-        std::size_t length = 0;           // of its text there
+        std::size_t length = 0;           // of its text in file_text_
         log_entry entry;
     };
 
@@ -94,19 +93,25 @@ class log_document {
     [[nodiscard]] const slot& slot_at(int32_t position) const {
         return slots_[static_cast<std::size_t>(position) - 1];
     }
+    [[nodiscard]] std::size_t& place_of(int32_t position) {
+        return places_[static_cast<std::size_t>(position) - 1];
+    }
 
     void build_index();
-    void create_entry(slot& place, int32_t position);
+    void create_entry(int32_t position);
     [[nodiscard]] int32_t set_by_path(int32_t position, std::string_view text);
 
     [[nodiscard]] bool is_plain() const;
     void build_file_text();
-    void replace_in_file_text(slot& place);
+    void replace_in_file_text(int32_t position);
     void forget_file_text();
 
     std::unique_ptr<XmlDocument> document_;
     TiXmlElement* log_ = nullptr;  // the first element "Log" at the top, where entries are created
     std::vector<slot> slots_;      // of position 1 and on
+    // Where the text of each begins in file_text_, or nowhere. By themselves, since all that lie
+    // behind an entry of another length move.
+    std::vector<std::size_t> places_;
 
     std::string file_text_;  // empty: to be built
     std::string piece_;      // one entry of it; kept for its memory

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "encoding/hex_digit.h"
 #include "leaf/decimal_number.h"
@@ -57,13 +58,17 @@ bool is_switched_on(std::string_view value) {
 
 bool should_notify(int32_t type, notification_settings& settings) {
     const int32_t defined = decimal_number(settings.value("Notification.Log.BitDefine.Num"));
+    const std::vector<int32_t> numbers = settings.definitions(defined);
+    if (numbers.empty()) {
+        return true;
+    }
     const bool email_on = is_switched_on(settings.value("Notification.Log.Email.Action"));
     const bool push_on = is_switched_on(settings.value("Notification.Log.Push.Action"));
 
     bool matched = false;
     bool email_hit = false;
     bool push_hit = false;
-    for (const int32_t number : settings.definitions(defined)) {
+    for (const int32_t number : numbers) {
         if ((static_cast<uint32_t>(type) & definition_bits(number, settings)) == 0) {
             continue;
         }

@@ -226,7 +226,7 @@ bool file_replacement::make_helper() {
     if (!file_) {
         return false;
     }
-    std::memcpy(helper_, helper, sizeof helper);
+    std::memcpy(helper_, helper, helper_prefix.size() + kept.size() + 1);
     return !exists_ || keep_identity();
 }
 

@@ -20,7 +20,7 @@ namespace veltrancord {
 // report_failure(): whether a failure is worth a line is the caller's to say.
 class file_replacement {
   public:
-    file_replacement() = default;
+    file_replacement() { target_[0] = helper_[0] = '\0'; }
     file_replacement(const file_replacement&) = delete;
     file_replacement& operator=(const file_replacement&) = delete;
     ~file_replacement() { discard(); }
@@ -71,12 +71,13 @@ class file_replacement {
 
     const char* path_ = nullptr;  // as the caller gave it
     std::string_view content_;
-    char target_[PATH_MAX] = "";      // path_ with symbolic links followed
-    const char* name_ = target_;      // the file's name, within target_
-    char helper_[NAME_MAX + 1] = "";  // name of the helper file while there is one, else empty
-    owned_fd directory_;              // holds target and helper
-    owned_fd file_;                   // the helper file while it is being written
-    bool exists_ = false;             // there is a file, and the next four are its own:
+    // Neither array is cleared beyond its first byte: it would be 4 KB for each save.
+    char target_[PATH_MAX];       // path_ with symbolic links followed
+    const char* name_ = target_;  // the file's name, within target_
+    char helper_[NAME_MAX + 1];   // name of the helper file while there is one, else empty
+    owned_fd directory_;          // holds target and helper
+    owned_fd file_;               // the helper file while it is being written
+    bool exists_ = false;         // there is a file, and the next four are its own:
     bool regular_ = true;
     uint32_t mode_ = 0666;
     uint32_t owner_ = 0;
