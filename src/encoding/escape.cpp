@@ -1,24 +1,12 @@
 #include "encoding/escape.h"
 
-#include <array>
-
 #include "encoding/hex_digit.h"
 
 namespace veltrancord {
 
 namespace {
 
-constexpr std::string_view safe_characters =
-    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-.*";
 constexpr std::string_view escape_digits = "0123456789ABCDEF";
-
-constexpr std::array<bool, 256> safe_table = [] {
-    std::array<bool, 256> table{};
-    for (const char c : safe_characters) {
-        table[static_cast<unsigned char>(c)] = true;
-    }
-    return table;
-}();
 
 }  // namespace
 
@@ -26,7 +14,7 @@ char* url_encode(char* out, std::size_t size, std::string_view in) {
     std::size_t i = 0;
     for (std::size_t j = 0; i + 1 < size && j < in.size() && in[j] != '\0'; ++j) {
         const auto byte = static_cast<unsigned char>(in[j]);
-        if (safe_table[byte]) {
+        if (url_safe(in[j])) {
             out[i++] = in[j];
             continue;
         }

@@ -5,10 +5,25 @@
 // while the encoder never writes a "+".
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <string_view>
 
 namespace veltrancord {
+
+inline constexpr std::array<bool, 256> url_safe_bytes = [] {
+    std::array<bool, 256> table{};
+    for (const char c : std::string_view("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                         "0123456789-.*")) {
+        table[static_cast<unsigned char>(c)] = true;
+    }
+    return table;
+}();
+
+// Whether encoding leaves the byte as it is.
+[[nodiscard]] inline bool url_safe(char byte) {
+    return url_safe_bytes[static_cast<unsigned char>(byte)];
+}
 
 // Encode (decode) the text up to its end or its first NUL, writing at most `size` bytes, the
 // terminating NUL included; `size` is at least 1. An escape that does not fit whole is dropped, and

@@ -3,6 +3,9 @@
 #include <strings.h>
 #include <tinyxml.h>
 
+#include <array>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <string_view>
 
@@ -12,21 +15,51 @@ namespace veltrancord {
 
 namespace {
 
-bool IsWhiteSpace(char c) {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
+// What a byte can be; a table, since every byte of every document is looked at.
+enum byte_class : uint8_t {
+    white_space = 1,
+    name_start = 2,
+    name_byte = 4,
+    // In text, in any encoding, a character of one byte that begins and ends nothing.
+    plain_text = 8,
+};
 
-bool IsLetter(char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') || byte >= 127;
+constexpr std::array<uint8_t, 256> byte_classes = [] {
+    std::array<uint8_t, 256> classes{};
+    for (int byte = 0; byte < 256; ++byte) {
+        const bool letter =
+            (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') || byte >= 127;
+        const bool starts_name = letter || byte == '_';
+        const bool in_name = starts_name || (byte >= '0' && byte <= '9') || byte == '-' ||
+                             byte == '.' || byte == ':';
+        const bool blank = byte == ' ' || (byte >= '\t' && byte <= '\r');
+        const bool plain = byte > 0 && byte < 128 && byte != '<' && byte != '&';
+        classes[static_cast<std::size_t>(byte)] =
+            static_cast<uint8_t>((blank ? white_space : 0) | (starts_name ? name_start : 0) |
+                                 (in_name ? name_byte : 0) | (plain ? plain_text : 0));
+    }
+    return classes;
+}();
+
+bool Is(byte_class wanted, char c) {
+    return (byte_classes[static_cast<unsigned char>(c)] & wanted) != 0;
 }
 
 bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-bool IsNameByte(char c) {
-    return IsLetter(c) || IsDigit(c) || c == '_' || c == '-' || c == '.' || c == ':';
+// Whether more than `limit` places look like the beginning of an element. Elements cannot be nested
+// deeper than there are such places, and most documents have fewer than they may nest deep: so they
+// need no closer look.
+bool HasMoreStartTags(const char* text, int limit) {
+    int found = 0;
+    for (const char* p = std::strchr(text, '<'); p != nullptr; p = std::strchr(p + 1, '<')) {
+        if (Is(name_start, p[1]) && ++found > limit) {
+            return true;
+        }
+    }
+    return false;
 }
 
 // Reads text the way the library's parser does, building nothing. Each routine moves the position
@@ -65,7 +98,7 @@ class scanner {
 
 void scanner::SkipWhiteSpace() {
     for (;;) {
-        if (IsWhiteSpace(*p_)) {
+        if (Is(white_space, *p_)) {
             ++p_;
         } else if (encoding_ == TIXML_ENCODING_UTF8 && *p_ == '\xEF' &&
                    (StartsWith("\xEF\xBB\xBF") || StartsWith("\xEF\xBF\xBE") ||
@@ -80,6 +113,10 @@ void scanner::SkipWhiteSpace() {
 // One character of text or of a quoted value. In UTF-8 text whatever follows a leading byte belongs
 // to the character, even if it is a "<" or a quotation mark.
 bool scanner::SkipCharacter() {
+    if (Is(plain_text, *p_)) {
+        ++p_;
+        return true;
+    }
     if (*p_ == '&' && p_[1] == '#' && p_[2] != '\0') {
         return SkipReference();
     }
@@ -119,10 +156,10 @@ bool scanner::SkipPast(const char* end, std::size_t from) {
 }
 
 bool scanner::SkipName() {
-    if (!IsLetter(*p_) && *p_ != '_') {
+    if (!Is(name_start, *p_)) {
         return false;
     }
-    while (IsNameByte(*p_)) {
+    while (Is(name_byte, *p_)) {
         ++p_;
     }
     return *p_ != '\0';
@@ -151,7 +188,7 @@ bool scanner::SkipAttribute() {
     if (*p_ == '"' || *p_ == '\'') {
         return SkipQuoted();
     }
-    while (*p_ != '\0' && !IsWhiteSpace(*p_) && *p_ != '/' && *p_ != '>') {
+    while (*p_ != '\0' && !Is(white_space, *p_) && *p_ != '/' && *p_ != '>') {
         if (*p_ == '"' || *p_ == '\'') {
             return false;
         }
@@ -229,7 +266,7 @@ bool scanner::NestsDeeper(int limit) {
             going_on = SkipPast("-->", 4);
         } else if (StartsWith("<![CDATA[")) {
             going_on = SkipPast("]]>", 9);
-        } else if (IsLetter(p_[1]) || p_[1] == '_') {
+        } else if (Is(name_start, p_[1])) {
             if (depth == limit) {
                 return true;
             }
@@ -246,7 +283,7 @@ bool scanner::NestsDeeper(int limit) {
 }  // namespace
 
 bool NestsDeeper(const char* text, int limit) {
-    return scanner(text).NestsDeeper(limit);
+    return HasMoreStartTags(text, limit) && scanner(text).NestsDeeper(limit);
 }
 
 }  // namespace veltrancord

@@ -65,6 +65,14 @@ TEST(nesting, the_limit_itself_is_allowed) {
     EXPECT_TRUE(Deeper(Repeat("<a>", 512) + "<b/>", 512));
 }
 
+// Many elements make a closer look necessary, and no more.
+TEST(nesting, more_elements_than_may_be_nested_are_no_fault) {
+    EXPECT_FALSE(Deeper("<r>" + Repeat("<a/>", 2000) + "</r>", 512));
+    EXPECT_FALSE(Deeper("<r>" + Repeat("<a><b>x</b></a>", 2000) + "</r>", 3));
+    EXPECT_FALSE(Deeper("<r>" + Repeat("<!-- <a> -->", 2000) + "</r>", 1));
+    EXPECT_TRUE(Deeper("<r>" + Repeat("<a/>", 2000) + Nested(512) + "</r>", 512));
+}
+
 TEST(nesting, markup_inside_other_things_does_not_count) {
     EXPECT_EQ(Depth("<a x=\"<b><c>\" y='<d>'/>"), 1);
     EXPECT_EQ(Depth("<a><!-- <b><c></a> --></a>"), 1);

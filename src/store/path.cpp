@@ -13,6 +13,19 @@ constexpr std::string_view wildcard = "*";
 
 // Room for one encoded component, its NUL included.
 constexpr std::size_t component_size = 512;
+static_assert(component_size > max_path_text);  // without an escape every component fits
+
+// Copies the bytes before the first "." that need no escape, which mostly are the whole component.
+//
+// Return: their number.
+std::size_t CopyPlainBytes(std::string_view path, char* name) {
+    std::size_t count = 0;
+    while (count < path.size() && path[count] != '.' && url_safe(path[count])) {
+        name[count] = path[count];
+        ++count;
+    }
+    return count;
+}
 
 }  // namespace
 
@@ -22,16 +35,20 @@ bool SplitXmlPath(std::string_view path, XmlPath& list) {
     path = path.substr(0, path.find('\0'));
     std::size_t used = 0;
     while (!path.empty()) {
-        const std::size_t dot = std::min(path.find('.'), path.size());
-        const std::string_view token = path.substr(0, dot);
-        path.remove_prefix(std::min(dot + 1, path.size()));
-        if (token.empty()) {
-            continue;
-        }
         // Three bytes for each byte of the text and a NUL for each component: it always fits.
         char* const name = list.text_.data() + used;
-        const std::size_t room = std::min(component_size, list.text_.size() - used);
-        const std::size_t length = std::strlen(url_encode(name, room, token));
+        std::size_t token = CopyPlainBytes(path, name);
+        std::size_t length = token;
+        if (token < path.size() && path[token] != '.') {
+            token = std::min(path.find('.', token), path.size());
+            const std::size_t room = std::min(component_size, list.text_.size() - used);
+            length = std::strlen(url_encode(name, room, path.substr(0, token)));
+        }
+        path.remove_prefix(std::min(token + 1, path.size()));
+        if (length == 0) {
+            continue;
+        }
+        name[length] = '\0';
         list.nodes_[list.count_++] = XmlPathNode{name, length};
         used += length + 1;
     }
