@@ -90,6 +90,7 @@ bool has_parameter_in(const FilterCmd& command, std::string_view params) {
 }  // namespace
 
 void filter_index::add(FilterCmd& command) noexcept {
+    empty_ = false;
     command.hash = hash_text(command.cmd.view());
     bucket& chosen = buckets_[command.hash % buckets_.size()];
     command.next_of_bucket = nullptr;
@@ -101,6 +102,10 @@ void filter_index::add(FilterCmd& command) noexcept {
 }
 
 void filter_index::clear() noexcept {
+    if (empty_) {
+        return;  // as at the start, where clearing would only touch its pages
+    }
+    empty_ = true;
     buckets_.fill({});
     first_wildcard_ = nullptr;
 }

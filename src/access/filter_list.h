@@ -65,6 +65,7 @@ class filter_index {
     };
     std::array<bucket, 1024> buckets_{};  // a few commands share one even in the longest list
     const FilterCmd* first_wildcard_ = nullptr;
+    bool empty_ = true;
 };
 
 struct filter_list {
