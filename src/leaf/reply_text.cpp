@@ -13,6 +13,10 @@ namespace {
 // Holds most replies of a single value without growing.
 constexpr std::size_t first_allocation = 256;
 
+// Below this a text that grows gets four times the room and not twice, so that the listing of a
+// document is moved a few times only.
+constexpr std::size_t fast_growth = std::size_t{64} << 10;
+
 }  // namespace
 
 reply_text::reply_text(reply_text&& other) noexcept
@@ -53,8 +57,9 @@ bool reply_text::reserve(std::size_t length) noexcept {
     if (length <= allocated_) {
         return true;
     }
-    const std::size_t doubled = allocated_ > bound_ / 2 ? bound_ : allocated_ * 2;
-    const std::size_t wanted = std::max(length, doubled);
+    const std::size_t factor = allocated_ < fast_growth ? 4 : 2;
+    const std::size_t enlarged = allocated_ > bound_ / factor ? bound_ : allocated_ * factor;
+    const std::size_t wanted = std::max(length, enlarged);
     if (!block_.grow(frame_header + wanted, frame_header + bound_)) {
         return false;
     }

@@ -3,7 +3,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 #include "encoding/escape.h"
@@ -13,32 +12,21 @@ namespace veltrancord {
 
 namespace {
 
-// Whether url_decode gives back the character itself, whatever follows it.
-constexpr std::array<bool, 256> stands_for_itself = [] {
-    std::array<bool, 256> table{};
-    table.fill(true);
-    for (const char decoded : {'_', '+', '\0'}) {
-        table[static_cast<unsigned char>(decoded)] = false;
-    }
-    return table;
-}();
-
-// Prefixes are copied in steps of this size, and further than they reach: cheaper than a copy of
-// any length.
-constexpr std::size_t prefix_step = 32;
-static_assert(listing_key_size % prefix_step == 0);
-
-// The high bit of each byte of the word that is `character`, and possibly of bytes above such a
-// one.
-constexpr uint64_t bytes_equal_to(char character, uint64_t word) {
-    constexpr uint64_t ones = ~uint64_t{0} / 255;
-    const uint64_t difference = word ^ (ones * static_cast<unsigned char>(character));
-    return (difference - ones) & ~difference & (ones << 7U);
+// Whether url_decode gives back the character itself, whatever follows it. Others up to '+' do,
+// too, but they are not usual in a name.
+constexpr bool stands_for_itself(char character) {
+    return static_cast<unsigned char>(character) > '+' && character != '_';
 }
 
+// The same for all bytes of a word: a byte below the one that is subtracted from it borrows, which
+// sets its high bit; so it is found whether one is below '+' + 1, and, after an exclusive or with
+// '_', below 1. What is above a byte that borrows may be taken for one, which changes nothing.
 constexpr bool stand_for_themselves(uint64_t word) {
-    return (bytes_equal_to('_', word) | bytes_equal_to('+', word) | bytes_equal_to('\0', word)) ==
-           0;
+    constexpr uint64_t ones = ~uint64_t{0} / 255;
+    const uint64_t underscores = word ^ (ones * '_');
+    const uint64_t borrows =
+        ((word - ones * ('+' + 1)) & ~word) | ((underscores - ones) & ~underscores);
+    return (borrows & (ones << 7U)) == 0;
 }
 
 template <class Word>
@@ -72,9 +60,7 @@ bool copy_plain_name(char* to, std::string_view name) {
     for (std::size_t at = 0; at < size; ++at) {
         to[at] = from[at];
     }
-    return std::all_of(name.begin(), name.end(), [](char character) {
-        return stands_for_itself[static_cast<unsigned char>(character)];
-    });
+    return std::all_of(name.begin(), name.end(), stands_for_itself);
 }
 
 // Asks for the memory of what comes next while this node is listed. Parsing makes a document's
@@ -90,6 +76,11 @@ void prefetch_behind(const TiXmlNode* node) {
         __builtin_prefetch(behind + at);
     }
 }
+
+// Prefixes are copied in steps of this size, and further than they reach: cheaper than a copy of
+// any length.
+constexpr std::size_t prefix_step = 32;
+static_assert(listing_key_size % prefix_step == 0);
 
 class lister {
   public:
@@ -133,19 +124,12 @@ std::size_t lister::AppendName(std::size_t length, std::string_view name) {
     if (length > 0 && length + 1 < sizeof(key_)) {
         key_[length++] = '.';
     }
-    // Nearly all names stand for themselves and are copied as they are looked through.
-    const std::size_t most = std::min(name.size(), sizeof(key_) - length - 1);
-    char* const to = key_ + length;
-    std::size_t copied = 0;
-    while (copied < most && stands_for_itself[static_cast<unsigned char>(name[copied])]) {
-        to[copied] = name[copied];
-        ++copied;
+    const std::size_t room = sizeof(key_) - length;
+    if (name.size() < room && copy_plain_name(key_ + length, name)) {
+        return length + name.size();
     }
-    if (copied < name.size()) {
-        url_decode(to, sizeof(key_) - length, name);
-        copied = std::strlen(to);
-    }
-    return length + copied;
+    url_decode(key_ + length, room, name);
+    return length + std::strlen(key_ + length);
 }
 
 bool lister::AppendLine(std::string_view key, const TiXmlElement& element, std::string_view text) {
