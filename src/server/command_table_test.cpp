@@ -114,6 +114,13 @@ TEST(command_table, search_takes_the_first_row_of_a_name) {
     EXPECT_EQ(find_command(rows, "twice"), 1);
 }
 
+// Its own rows are found without a look at their handlers.
+TEST(command_table, each_row_has_a_handler) {
+    for (const command_row& row : command_table()) {
+        EXPECT_NE(row.handler, nullptr) << row.name;
+    }
+}
+
 TEST(command_table, search_passes_over_rows_without_a_handler) {
     const std::array<command_row, 2> rows = {
         {{"twice", nullptr, ""}, {"twice", second_handler, ""}}};

@@ -168,7 +168,7 @@ class generator {
                                                       " ", "b",    "&#10;", ">",  "&amp;#x"};
         std::string text;
         for (int i = Below(4); i > 0; --i) {
-            text += pieces[Below(Below(20) == 0 ? std::size(pieces) : 3)];
+            text += pieces[Below(Below(20) == 0 ? static_cast<int>(std::size(pieces)) : 3)];
         }
         return text;
     }
