@@ -135,11 +135,11 @@ log_entry_state log_document::decode(int32_t position, log_record& record) const
     return read_element(*slot_at(position).element, std::string_view::npos, record);
 }
 
-void log_document::create_entry(int32_t position) {
+void log_document::create_entry(slot& place, int32_t position) {
     if (log_ == nullptr) {
         log_ = &AppendElement(*document_, log_name);
     }
-    slot_at(position).element = &AppendElement(*log_, name_of(position).data());
+    place.element = &AppendElement(*log_, name_of(position).data());
     place_of(position) = nowhere;
 }
 
@@ -160,7 +160,7 @@ int32_t log_document::set(int32_t position, std::string_view text) {
     }
     slot& place = slot_at(position);
     if (place.element == nullptr || place.element->Parent() != log_) {
-        create_entry(position);
+        create_entry(place, position);
     }
     SetXmlElementText(*place.element, text);
     place.entry = read_entry(*place.element);

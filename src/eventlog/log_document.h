@@ -98,7 +98,7 @@ class log_document {
     }
 
     void build_index();
-    void create_entry(int32_t position);
+    void create_entry(slot& place, int32_t position);
     [[nodiscard]] int32_t set_by_path(int32_t position, std::string_view text);
 
     [[nodiscard]] bool is_plain() const;

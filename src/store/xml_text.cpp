@@ -17,7 +17,7 @@ constexpr std::string_view marks = "&<>\"'";
 
 constexpr std::array<bool, 256> encoded_table = [] {
     std::array<bool, 256> table{};
-    for (std::size_t c = 0; c < ' '; ++c) {
+    for (std::size_t c = 0; c < 32; ++c) {
         table[c] = true;
     }
     for (const char c : marks) {
