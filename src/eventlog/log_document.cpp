@@ -70,8 +70,19 @@ log_entry read_entry(const TiXmlElement& element) {
 
 log_document::log_document(int32_t capacity)
     : document_(std::make_unique<XmlDocument>(log_name)),
-      slots_(static_cast<std::size_t>(std::max(capacity, 1))),
-      places_(slots_.size(), nowhere) {}
+      capacity_(static_cast<std::size_t>(std::max(capacity, 1))) {
+    slots_.reserve(capacity_);
+    places_.reserve(capacity_);
+}
+
+// The slot of an indexed position. The room was reserved, so no slot ever moves.
+log_document::slot& log_document::hold(int32_t position) {
+    if (!held(position)) {
+        slots_.resize(static_cast<std::size_t>(position));
+        places_.resize(slots_.size(), nowhere);
+    }
+    return slot_at(position);
+}
 
 void log_document::load(const char* text) {
     document_->LoadXMLFile(text);
@@ -94,8 +105,8 @@ int32_t log_document::element_count() const {
 // A look-up goes through the top elements "Log" in order and takes the first E<n> in them; setting
 // a value looks only into the first of them.
 void log_document::build_index() {
-    std::fill(slots_.begin(), slots_.end(), slot{});
-    std::fill(places_.begin(), places_.end(), nowhere);
+    slots_.clear();
+    places_.clear();
     log_ = document_->FirstChildElement(log_name);
     for (TiXmlElement* top = log_; top != nullptr; top = top->NextSiblingElement(log_name)) {
         for (TiXmlElement* element = top->FirstChildElement(); element != nullptr;
@@ -104,7 +115,7 @@ void log_document::build_index() {
             if (!position || !indexed(*position)) {
                 continue;
             }
-            slot& place = slot_at(*position);
+            slot& place = hold(*position);
             if (place.element == nullptr) {
                 place.element = element;
                 place.entry = read_entry(*element);
@@ -129,7 +140,7 @@ bool log_document::read(int32_t position, log_entry& entry) const {
 }
 
 log_entry_state log_document::decode(int32_t position, log_record& record) const {
-    if (!indexed(position) || slot_at(position).element == nullptr) {
+    if (!held(position) || slot_at(position).element == nullptr) {
         return log_entry_state::missing;
     }
     return read_element(*slot_at(position).element, std::string_view::npos, record);
@@ -158,7 +169,7 @@ int32_t log_document::set(int32_t position, std::string_view text) {
     if (!indexed(position)) {
         return set_by_path(position, text);
     }
-    slot& place = slot_at(position);
+    slot& place = hold(position);
     if (place.element == nullptr || place.element->Parent() != log_) {
         create_entry(place, position);
     }
@@ -201,7 +212,7 @@ void log_document::build_file_text() {
             return;
         }
         const std::optional<int32_t> position = position_of(child->ValueStr());
-        if (position && indexed(*position) && slot_at(*position).element == child) {
+        if (position && held(*position) && slot_at(*position).element == child) {
             place_of(*position) = at;
             slot_at(*position).length = piece_.size();
         }

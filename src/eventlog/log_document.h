@@ -55,7 +55,10 @@ class log_document {
     //
     // Return: the entry, until the next change, or null for a position beyond the index.
     [[nodiscard]] const log_entry* stored(int32_t position) const {
-        return indexed(position) ? &slot_at(position).entry : nullptr;
+        if (!indexed(position)) {
+            return nullptr;
+        }
+        return held(position) ? &slot_at(position).entry : &no_entry_;
     }
 
     // As stored(), for any position.
@@ -77,6 +80,7 @@ class log_document {
 
   private:
     static constexpr std::size_t nowhere = 0;  // no entry's text is at the front of the file
+    static constexpr log_entry no_entry_{};
 
     struct slot {
         TiXmlElement* element = nullptr;  // the first one of that name; owned by the document
@@ -85,8 +89,12 @@ class log_document {
     };
 
     [[nodiscard]] bool indexed(int32_t position) const {
+        return position >= 1 && static_cast<std::size_t>(position) <= capacity_;
+    }
+    [[nodiscard]] bool held(int32_t position) const {
         return position >= 1 && static_cast<std::size_t>(position) <= slots_.size();
     }
+    slot& hold(int32_t position);
     [[nodiscard]] slot& slot_at(int32_t position) {
         return slots_[static_cast<std::size_t>(position) - 1];
     }
@@ -108,7 +116,9 @@ class log_document {
 
     std::unique_ptr<XmlDocument> document_;
     TiXmlElement* log_ = nullptr;  // the first element "Log" at the top, where entries are created
-    std::vector<slot> slots_;      // of position 1 and on
+    std::size_t capacity_;         // positions of the index
+    std::vector<slot> slots_;  // of position 1 to the last that an entry was found or made for; a
+                               // start with a short log touches no memory for the others
     // Where the text of each begins in file_text_, or nowhere. By themselves, since all that lie
     // behind an entry of another length move.
     std::vector<std::size_t> places_;
