@@ -71,14 +71,6 @@ TEST(command_table, has_its_35_rows_in_order) {
     }
 }
 
-// Look-ups rely on it. Not asserted where the table is made: under the sanitizers the address of a
-// routine is no constant that could be compared.
-TEST(command_table, has_a_handler_in_each_row) {
-    for (const command_row& row : command_table()) {
-        EXPECT_NE(row.handler, nullptr) << row.name;
-    }
-}
-
 TEST(command_table, has_each_of_its_names_found_in_its_row) {
     for (std::size_t row = 0; row < expected.size(); ++row) {
         EXPECT_EQ(find_command(command_table(), expected[row].first), static_cast<int32_t>(row));
