@@ -17,10 +17,10 @@ namespace veltrancord {
 
 class growing_block {
   public:
-    // Whoever doubles a block has written more than half of this when the block gets a mapping, so
-    // that the last large page, of which it may need little, costs no more time than the small ones
-    // that it stands for.
-    static constexpr std::size_t largest_on_heap = std::size_t{2} << 20;
+    // A mebibyte, and what its owner may put in front of it. Whoever doubles a block has filled one
+    // this long when it gets a mapping, so that its first large page costs no more time than the
+    // small ones that it stands for.
+    static constexpr std::size_t largest_on_heap = (std::size_t{1} << 20) + 4096;
 
     // The longest that can be asked for: what is added to it on the way cannot wrap around.
     static constexpr std::size_t largest = ~std::size_t{0} / 2;

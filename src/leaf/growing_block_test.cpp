@@ -62,8 +62,8 @@ TEST(growing_block, keeps_its_content_from_the_heap_into_a_mapping_and_on) {
 
 TEST(growing_block, becomes_as_long_as_foreseen_only_as_a_mapping) {
     growing_block block;
-    ASSERT_TRUE(block.grow(2 * mebibyte, 30 * mebibyte));
-    EXPECT_EQ(block.size(), 2 * mebibyte);
+    ASSERT_TRUE(block.grow(growing_block::largest_on_heap, 30 * mebibyte));
+    EXPECT_EQ(block.size(), growing_block::largest_on_heap);
     ASSERT_TRUE(block.grow(3 * mebibyte, 30 * mebibyte));
     EXPECT_EQ(block.size(), 30 * mebibyte);
     const char* const before = block.get();
