@@ -49,7 +49,9 @@ void growing_block::unmapper::operator()(char* memory) const noexcept {
 }
 
 void growing_block::hold(char* memory, std::size_t size, std::size_t mapped) noexcept {
-    memory_ = std::unique_ptr<char, unmapper>(memory, unmapper(mapped));
+    memory_.reset();
+    memory_.get_deleter().mapped = mapped;
+    memory_.reset(memory);
     size_ = size;
 }
 

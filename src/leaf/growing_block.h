@@ -44,7 +44,11 @@ class growing_block {
     [[nodiscard]] bool grow(std::size_t size, std::size_t foreseen) noexcept;
 
     // Frees the memory: the block is empty then.
-    void reset() noexcept { *this = growing_block(); }
+    void reset() noexcept {
+        if (memory_) {
+            hold(nullptr, 0, 0);
+        }
+    }
 
     // The memory, null for an empty block; it may move when the block grows.
     [[nodiscard]] char* get() const noexcept { return memory_.get(); }
