@@ -47,7 +47,6 @@
 #include <cerrno>
 #include <climits>
 #include <new>
-#include <utility>
 
 namespace veltrancord {
 
@@ -56,36 +55,29 @@ namespace {
 constexpr int wait_without_end = -1;    // poll's word for no time-out
 constexpr int failing_poll_pause = 10;  // milliseconds; a poll that keeps failing must not spin
 
-// One by one: each event ends the next one, and there may be thousands.
-void free_all(std::unique_ptr<loop_event>& list) {
-    while (list != nullptr) {
-        list = std::move(list->next);
-    }
-}
-
 }  // namespace
 
-event_loop::~event_loop() {
-    free_all(timers_);
-    free_all(descriptors_);
-    free_all(spare_);
+loop_event* event_loop::new_event() {
+    try {
+        return &events_.emplace_back();
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 
-loop_event* event_loop::add(event_list& list, event_callback callback, void* argument) {
-    event_list event = std::move(spare_);
-    if (event == nullptr) {
-        event.reset(new (std::nothrow) loop_event);
-        if (event == nullptr) {
-            return nullptr;
-        }
+loop_event* event_loop::add(loop_event*& list, event_callback callback, void* argument) {
+    loop_event* event = spare_;
+    if (event != nullptr) {
+        spare_ = event->next;
+    } else if ((event = new_event()) == nullptr) {
+        return nullptr;
     }
-    spare_ = std::move(event->next);
     event->flags = loop_event::active;
     event->callback = callback;
     event->argument = argument;
-    event->next = std::move(list);
-    list = std::move(event);
-    return list.get();
+    event->next = list;
+    list = event;
+    return event;
 }
 
 // Room in the array for every event of the list is made when one is added, where a failure can be
@@ -156,7 +148,7 @@ void event_loop::run_pass() {
 // Return: when the nearest timer is due; null when there is none.
 const loop_time* event_loop::arm_timers() {
     const loop_time* nearest = nullptr;
-    for (loop_event* timer = timers_.get(); timer != nullptr; timer = timer->next.get()) {
+    for (loop_event* timer = timers_; timer != nullptr; timer = timer->next) {
         timer->flags &= ~loop_event::armed;
         if ((timer->flags & loop_event::active) != 0) {
             timer->flags |= loop_event::armed;
@@ -170,7 +162,7 @@ const loop_time* event_loop::arm_timers() {
 
 void event_loop::arm_descriptors() {
     watched_ = 0;
-    for (loop_event* event = descriptors_.get(); event != nullptr; event = event->next.get()) {
+    for (loop_event* event = descriptors_; event != nullptr; event = event->next) {
         event->flags &= ~loop_event::armed;
         if ((event->flags & loop_event::active) != 0) {
             event->flags |= loop_event::armed;
@@ -216,7 +208,7 @@ void event_loop::fire_timers() {
         return;
     }
     const loop_time now = now_();
-    for (loop_event* timer = timers_.get(); timer != nullptr; timer = timer->next.get()) {
+    for (loop_event* timer = timers_; timer != nullptr; timer = timer->next) {
         if (stopped_) {
             return;
         }
@@ -228,7 +220,7 @@ void event_loop::fire_timers() {
 }
 
 void event_loop::fire_descriptors() {
-    for (loop_event* event = descriptors_.get(); event != nullptr; event = event->next.get()) {
+    for (loop_event* event = descriptors_; event != nullptr; event = event->next) {
         if (stopped_) {
             return;
         }
@@ -249,17 +241,17 @@ void event_loop::sweep() {
 }
 
 // Return: how many events were taken out of the list.
-std::size_t event_loop::sweep(event_list& list) {
+std::size_t event_loop::sweep(loop_event*& list) {
     std::size_t count = 0;
-    for (event_list* at = &list; *at != nullptr;) {
-        if (((*at)->flags & loop_event::deleted) == 0) {
-            at = &(*at)->next;
+    for (loop_event** at = &list; *at != nullptr;) {
+        loop_event* const event = *at;
+        if ((event->flags & loop_event::deleted) == 0) {
+            at = &event->next;
             continue;
         }
-        event_list gone = std::move(*at);
-        *at = std::move(gone->next);
-        gone->next = std::move(spare_);
-        spare_ = std::move(gone);
+        *at = event->next;
+        event->next = spare_;
+        spare_ = event;
         ++count;
     }
     return count;

@@ -7,7 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <deque>
 #include <vector>
 
 #include "server/loop_time.h"
@@ -40,7 +40,7 @@ struct loop_event {
     watch_direction direction = watch_direction::read;
     std::size_t slot = 0;  // where this pass asks about it
 
-    std::unique_ptr<loop_event> next;  // in the loop's list
+    loop_event* next = nullptr;  // in the loop's list
 };
 
 class event_loop {
@@ -49,7 +49,6 @@ class event_loop {
     explicit event_loop(loop_time (*now)() = wall_clock_now) : now_(now) {}
     event_loop(const event_loop&) = delete;
     event_loop& operator=(const event_loop&) = delete;
-    ~event_loop();
 
     // Fires `interval` milliseconds from now: once, or again and again.
     //
@@ -78,10 +77,9 @@ class event_loop {
     void run_pass();
 
   private:
-    using event_list = std::unique_ptr<loop_event>;  // its first; each has the next one
-
     bool make_room();
-    loop_event* add(event_list& list, event_callback callback, void* argument);
+    loop_event* new_event();
+    loop_event* add(loop_event*& list, event_callback callback, void* argument);
     const loop_time* arm_timers();
     void arm_descriptors();
     int limit_wait(const loop_time* nearest);
@@ -90,12 +88,13 @@ class event_loop {
     void fire_timers();
     void fire_descriptors();
     void sweep();
-    std::size_t sweep(event_list& list);
+    std::size_t sweep(loop_event*& list);
 
     loop_time (*now_)();
-    event_list timers_;       // newest first
-    event_list descriptors_;  // newest first
-    event_list spare_;        // freed events, kept so that a request allocates none
+    std::deque<loop_event> events_;      // all there are; each is in one of the three lists
+    loop_event* timers_ = nullptr;       // newest first
+    loop_event* descriptors_ = nullptr;  // newest first
+    loop_event* spare_ = nullptr;        // freed events, kept so that a request allocates none
     wait_alarm alarm_;
     std::vector<pollfd> places_;  // for poll; as many as there are descriptors, or more
     std::size_t watched_ = 0;     // of the places, those that this pass asks about
