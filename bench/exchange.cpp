@@ -3,7 +3,6 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -25,21 +24,19 @@ bool connect_to(int fd, const std::string& socket_path) {
     return ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
-// Appends what one read brings. The bytes land in a block of their own first: growing the reply for
-// them would clear a whole block for each, and a client that shares the server's processor would
-// clear the server's caches with it.
+// Appends what one read brings.
 //
 // Return: what recv returned.
-ssize_t read_some(int fd, std::string& reply) {
-    static thread_local std::array<char, 65536> chunk;
-    const ssize_t count = ::recv(fd, chunk.data(), chunk.size(), 0);
+ssize_t read_some(int fd, reply_buffer& reply) {
+    const std::span<char> room = reply.room();
+    const ssize_t count = ::recv(fd, room.data(), room.size(), 0);
     if (count > 0) {
-        reply.append(chunk.data(), static_cast<std::size_t>(count));
+        reply.take(static_cast<std::size_t>(count));
     }
     return count;
 }
 
-std::size_t expected_size(protocol kind, std::size_t fixed_size, const std::string& reply) {
+std::size_t expected_size(protocol kind, std::size_t fixed_size, std::string_view reply) {
     if (kind == protocol::fixed_reply) {
         return fixed_size;
     }
@@ -53,8 +50,16 @@ std::size_t expected_size(protocol kind, std::size_t fixed_size, const std::stri
 
 }  // namespace
 
+std::span<char> reply_buffer::room() {
+    constexpr std::size_t least = 65536;
+    if (bytes_.size() - size_ < least) {
+        bytes_.resize(bytes_.size() * 2 + least);
+    }
+    return std::span(bytes_).subspan(size_);
+}
+
 bool exchange(const std::string& socket_path, std::string_view request, protocol kind,
-              std::size_t fixed_size, std::string& reply) {
+              std::size_t fixed_size, reply_buffer& reply) {
     reply.clear();
     const owned_fd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!fd || !connect_to(fd.get(), socket_path)) {
@@ -73,7 +78,7 @@ bool exchange(const std::string& socket_path, std::string_view request, protocol
             return kind == protocol::until_close;
         }
         if (kind != protocol::until_close &&
-            reply.size() >= expected_size(kind, fixed_size, reply)) {
+            reply.view().size() >= expected_size(kind, fixed_size, reply.view())) {
             return true;
         }
     }

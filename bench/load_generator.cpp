@@ -24,6 +24,7 @@ using veltrancord::bench::exchange;
 using veltrancord::bench::frame_request;
 using veltrancord::bench::protocol;
 using veltrancord::bench::read_whole;
+using veltrancord::bench::reply_buffer;
 
 struct settings {
     std::string socket_path;
@@ -76,8 +77,7 @@ struct client_run {
 
 void run_client(const settings& options, const std::string& request, const std::string& expected,
                 std::atomic<uint32_t>& left, client_run& run) {
-    std::string reply;
-    reply.reserve(expected.size() + 65536);
+    reply_buffer reply;
     for (;;) {
         uint32_t remaining = left.load();
         while (remaining > 0 && !left.compare_exchange_weak(remaining, remaining - 1)) {
@@ -91,7 +91,7 @@ void run_client(const settings& options, const std::string& request, const std::
             continue;
         }
         run.latencies.push_back(clock_nanoseconds(CLOCK_MONOTONIC) - start);
-        run.wrong += reply == expected ? 0U : 1U;
+        run.wrong += reply.view() == expected ? 0U : 1U;
     }
 }
 
@@ -104,10 +104,12 @@ int run(const settings& options) {
     const std::string request = options.raw ? payload : frame_request(payload);
     std::string expected;
     if (options.learn) {
-        if (!exchange(options.socket_path, request, options.kind, 0, expected)) {
+        reply_buffer first;
+        if (!exchange(options.socket_path, request, options.kind, 0, first)) {
             std::fprintf(stderr, "first request: %s\n", std::strerror(errno));
             return 1;
         }
+        expected = first.view();
     } else {
         expected = read_whole(options.expected_file);
     }
