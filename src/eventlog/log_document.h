@@ -58,7 +58,7 @@ class log_document {
         if (!indexed(position)) {
             return nullptr;
         }
-        return held(position) ? &slot_at(position).entry : &no_entry_;
+        return held(position) ? &slot_at(position).entry : &no_entry;
     }
 
     // As stored(), for any position.
@@ -80,7 +80,7 @@ class log_document {
 
   private:
     static constexpr std::size_t nowhere = 0;  // no entry's text is at the front of the file
-    static constexpr log_entry no_entry_{};
+    static constexpr log_entry no_entry{};
 
     struct slot {
         TiXmlElement* element = nullptr;  // the first one of that name; owned by the document

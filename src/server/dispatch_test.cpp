@@ -121,5 +121,23 @@ TEST_F(dispatching, follows_up_even_when_the_reply_could_not_be_queued) {
     EXPECT_EQ(g_seen.follow_ups, "12");
 }
 
+// Names end at the first ":" or NUL wherever it is; those near 32 bytes are looked for in two ways.
+TEST_F(dispatching, finds_the_end_of_a_name_of_any_length) {
+    const auto answer = [this](const std::string& payload) {
+        std::string reply = request(payload);
+        exchange_again();
+        return reply;
+    };
+    for (std::size_t length = 30; length <= 34; ++length) {
+        const std::string name(length, 'n');
+        EXPECT_EQ(answer(name + ":x"), code_of(-4)) << length;
+        EXPECT_EQ(answer(name), "") << length;
+        EXPECT_EQ(answer(name + std::string("\0:x", 3)), "") << length;
+    }
+    EXPECT_EQ(answer(std::string(100'000, 'n')), "");
+    EXPECT_EQ(answer(std::string(100'000, 'n') + ":"), code_of(-4));
+    release();
+}
+
 }  // namespace
 }  // namespace veltrancord

@@ -103,6 +103,10 @@ class exchange : public testing::Test {
         g_seen = {};
         server_.commands = test_handlers::rows;
         server_.follow_ups = {[] { g_seen.follow_ups += '1'; }, [] { g_seen.follow_ups += '2'; }};
+        exchange_again();
+    }
+    // Another client, after the last one's connection was released.
+    void exchange_again() {
         int ends[2] = {-1, -1};
         EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
         client_.reset(ends[0]);

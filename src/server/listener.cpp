@@ -27,8 +27,8 @@ constexpr int backlog = 128;
 // nor turned away: long enough not to spin, short enough not to be felt.
 constexpr int32_t accept_pause = 100;
 
-// How many newcomers are not looked at after one that had sent nothing yet.
-constexpr int newcomers_unlooked = 7;
+// Newcomers that are taken before the loop looks after all others again.
+constexpr int most_newcomers = 16;
 
 owned_fd accept_client(const request_server& server) {
     // SO_REUSEADDR, usual for accepted sockets, would be a system call for nothing: a local socket
@@ -115,19 +115,49 @@ int failed(const char* what, owned_fd socket) {
 
 // A client whose request is there already needs no events. Where the one processor goes to the
 // server as soon as a client connects, none has sent anything yet, and looking is a call for
-// nothing: then only every eighth newcomer is looked at.
+// nothing.
 //
-// Return: false when memory could not be had; the connection is then still there.
-bool take_request(request_server& server, connection& client) {
-    if (server.unlooked > 0) {
-        --server.unlooked;
-        return await_request(client);
+// Return: whether the request was there, and was served.
+bool serve_early(request_server& server, connection& client) {
+    if (!server.early_request.worth_a_try()) {
+        return false;
     }
     if (do_read(client) == read_outcome::over) {
         return true;
     }
-    server.unlooked = newcomers_unlooked;
-    return await_request(client);
+    server.early_request.was_wrong();
+    return false;
+}
+
+// Return: as serve_early.
+bool welcome(request_server& server, owned_fd fd) {
+    server.refusal_reported = false;
+    connection* const client = open_connection(server, std::move(fd));
+    if (client != nullptr && serve_early(server, *client)) {
+        return true;
+    }
+    if (client == nullptr || !await_request(*client)) {
+        std::fprintf(stderr, "%s Allocate memory fail!!\n", log_name);
+        if (client != nullptr) {
+            release_item(client);
+        }
+    }
+    return false;
+}
+
+// Of a crowd several are taken at once, without asking poll before each. An accept that finds
+// nobody costs as much as one that does, so it is tried only where clients are ahead of the server.
+void take_crowd(request_server& server) {
+    for (int taken = 1; taken < most_newcomers && server.further_newcomer.worth_a_try(); ++taken) {
+        owned_fd fd = accept_client(server);
+        if (!fd) {
+            server.further_newcomer.was_wrong();
+            return;  // if something else has failed, it fails in the next pass again
+        }
+        if (!welcome(server, std::move(fd))) {
+            return;
+        }
+    }
 }
 
 }  // namespace
@@ -173,13 +203,8 @@ void do_accept(void* argument) {
         accept_failed(server, errno);
         return;
     }
-    server.refusal_reported = false;
-    connection* const client = open_connection(server, std::move(fd));
-    if (client == nullptr || !take_request(server, *client)) {
-        std::fprintf(stderr, "%s Allocate memory fail!!\n", log_name);
-        if (client != nullptr) {
-            release_item(client);
-        }
+    if (welcome(server, std::move(fd))) {
+        take_crowd(server);
     }
 }
 

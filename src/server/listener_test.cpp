@@ -13,6 +13,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "leaf/termination.h"
@@ -94,6 +95,20 @@ class listener : public testing::Test {
             client.reset();
         }
         return client;
+    }
+
+    [[nodiscard]] owned_fd connect_and_send(std::string_view payload) const {
+        owned_fd client = connect();
+        const std::string frame = request_frame_of(payload);
+        EXPECT_EQ(::send(client.get(), frame.data(), frame.size(), 0),
+                  static_cast<ssize_t>(frame.size()));
+        return client;
+    }
+
+    // Whether the result alone has come.
+    static bool is_answered(const owned_fd& client) {
+        char reply[8] = {};
+        return ::recv(client.get(), reply, sizeof reply, MSG_DONTWAIT) == 4;
     }
 
     // What create_local_server prints when it fails for `path`.
@@ -203,19 +218,63 @@ TEST_F(listener, looks_at_every_eighth_newcomer_only_after_one_that_had_sent_not
     do_accept(&server_);
     std::vector<owned_fd> clients;
     for (int count = 1; count <= 8; ++count) {
-        clients.push_back(connect());
-        const std::string frame = request_frame_of("code:7");
-        ASSERT_EQ(::send(clients.back().get(), frame.data(), frame.size(), 0),
-                  static_cast<ssize_t>(frame.size()));
+        clients.push_back(connect_and_send("code:7"));
         do_accept(&server_);
         EXPECT_EQ(g_seen.calls, count == 8 ? 1 : 0);
     }
     server_.loop.run_pass();
     EXPECT_EQ(g_seen.calls, 8);
     for (const owned_fd& client : clients) {
-        char reply[8] = {};
-        EXPECT_EQ(::recv(client.get(), reply, sizeof reply, 0), 4);
+        EXPECT_TRUE(is_answered(client));
     }
+}
+
+TEST_F(listener, takes_a_crowd_that_has_sent_its_requests_at_once) {
+    listen();
+    g_seen = {};
+    std::vector<owned_fd> clients;
+    for (int count = 0; count < 20; ++count) {
+        clients.push_back(connect_and_send("code:7"));
+    }
+    do_accept(&server_);
+    EXPECT_EQ(g_seen.calls, 16);  // the others of the loop have their turn
+    do_accept(&server_);
+    EXPECT_EQ(g_seen.calls, 20);
+    for (const owned_fd& client : clients) {
+        EXPECT_TRUE(is_answered(client));
+    }
+}
+
+TEST_F(listener, tries_no_more_newcomers_behind_one_that_has_sent_nothing) {
+    listen();
+    g_seen = {};
+    const owned_fd first = connect_and_send("code:7");
+    const owned_fd silent = connect();
+    const owned_fd last = connect_and_send("code:7");
+    do_accept(&server_);
+    EXPECT_EQ(g_seen.calls, 1);
+    do_accept(&server_);
+    server_.loop.run_pass();
+    EXPECT_EQ(g_seen.calls, 2);
+    EXPECT_TRUE(is_answered(last));
+}
+
+TEST_F(listener, tries_no_further_newcomer_for_a_while_after_there_was_none) {
+    listen();
+    g_seen = {};
+    const owned_fd alone = connect_and_send("code:7");
+    do_accept(&server_);
+    EXPECT_EQ(g_seen.calls, 1);
+    std::vector<owned_fd> clients;
+    for (int count = 0; count < 33; ++count) {
+        clients.push_back(connect_and_send("code:7"));
+    }
+    for (int count = 1; count <= 31; ++count) {
+        do_accept(&server_);
+        EXPECT_EQ(g_seen.calls, 1 + count);
+    }
+    do_accept(&server_);
+    EXPECT_EQ(g_seen.calls, 34);
 }
 
 TEST_F(listener, accepted_sockets_neither_block_nor_travel_into_children) {

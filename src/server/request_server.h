@@ -7,11 +7,31 @@
 #include "leaf/handler.h"
 #include "leaf/owned_fd.h"
 #include "server/command_table.h"
+#include "server/connection.h"
 #include "server/event_loop.h"
 #include "update/dispatch_queue.h"
 #include "update/document_saving.h"
 
 namespace veltrancord {
+
+// Whether to make a call that may find nothing: after one that did, some are passed over.
+class guess {
+  public:
+    explicit guess(int passed_over) noexcept : passed_over_(passed_over) {}
+
+    [[nodiscard]] bool worth_a_try() noexcept {
+        if (left_ == 0) {
+            return true;
+        }
+        --left_;
+        return false;
+    }
+    void was_wrong() noexcept { left_ = passed_over_; }
+
+  private:
+    int passed_over_;
+    int left_ = 0;
+};
 
 // Server thread only. Lives longer than every connection.
 struct request_server {
@@ -26,10 +46,13 @@ struct request_server {
     // it is sent, in this order: a started program finds what it is told of in the file.
     std::array<void (*)(), 2> follow_ups = {save_changed_documents, run_dispatch_queue};
 
+    std::unique_ptr<connection> spare_client;  // the memory of one that is over
+
     loop_event* accept_event = nullptr;
     loop_event* accept_pause = nullptr;
     owned_fd reserve;               // given up to be able to turn a newcomer away
-    int unlooked = 0;               // newcomers that are not looked at for a request at once
+    guess early_request{7};         // a newcomer has sent its request already
+    guess further_newcomer{31};     // behind such a newcomer waits another one
     bool refusal_reported = false;  // since the last newcomer that was taken
 };
 
