@@ -3,7 +3,6 @@
 #include <sys/socket.h>
 
 #include <cstdio>
-#include <memory>
 #include <new>
 #include <utility>
 
@@ -17,14 +16,6 @@ namespace {
 
 constexpr std::size_t discard_size = 4096;
 constexpr int most_discards = 16;
-
-// Memory for the next client is the last one's, since most come one after the other. The address
-// sanitizer is to find a use of a connection that is over, so with it every one has its own.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool keeps_spare = false;
-#else
-constexpr bool keeps_spare = true;
-#endif
 
 // A local socket that is closed with bytes still unread resets its peer, and the peer may then find
 // an error where it looks for the end of its reply. Whoever sends without end is reset all the
@@ -51,8 +42,7 @@ void on_idle(void* argument) {
 }  // namespace
 
 connection* open_connection(request_server& server, owned_fd fd) {
-    connection* const client =
-        server.spare_client ? server.spare_client.release() : new (std::nothrow) connection;
+    connection* const client = new (std::nothrow) connection;
     if (client != nullptr) {
         client->server = &server;
         client->listener = &server.listener;
@@ -74,18 +64,13 @@ void release_item(connection* client) {
         std::fprintf(stderr, "%s NULL Pointer\n", "release_item");
         return;
     }
-    std::unique_ptr<connection> owner(client);
-    request_server& server = *client->server;
-    event_loop& loop = server.loop;
+    const std::unique_ptr<connection> owner(client);
+    event_loop& loop = client->server->loop;
     loop.remove(client->idle_timer);
     loop.remove(client->read_event);
     loop.remove(client->write_event);
     if (client->fd) {
         discard_unread(client->fd.get());
-    }
-    if (keeps_spare && !server.spare_client) {
-        std::destroy_at(client);
-        server.spare_client.reset(std::construct_at(owner.release()));
     }
 }
 

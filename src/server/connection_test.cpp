@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 
 #include "server/exchange_fixture.h"
@@ -75,29 +74,6 @@ TEST(idle_connection, is_released_after_30_seconds_without_a_start_code) {
     char byte = 0;
     EXPECT_EQ(::recv(client.get(), &byte, 1, MSG_DONTWAIT), 0);  // closed, and nothing was sent
 }
-
-#if !defined(__SANITIZE_ADDRESS__)
-TEST_F(connection_release, gives_its_memory_to_the_next_one) {
-    connection_->result = 7;
-    ASSERT_TRUE(connection_->reply.open(10));
-    connection_->written = 3;
-    connection_->payload_block.reset(static_cast<char*>(std::malloc(1)));
-    const connection* const before = connection_;
-    release();
-    connection_ = open_connection(server_, owned_fd());
-    ASSERT_EQ(connection_, before);
-    EXPECT_EQ(connection_->result, 0);
-    EXPECT_FALSE(connection_->reply.is_open());
-    EXPECT_EQ(connection_->written, 0U);
-    EXPECT_EQ(connection_->payload_block, nullptr);
-    EXPECT_EQ(connection_->server, &server_);
-    EXPECT_EQ(connection_->listener, &server_.listener);
-    connection* const second = open_connection(server_, owned_fd());
-    EXPECT_NE(second, connection_);
-    release_item(second);
-    release();
-}
-#endif
 
 }  // namespace
 }  // namespace veltrancord

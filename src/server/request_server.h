@@ -7,7 +7,6 @@
 #include "leaf/handler.h"
 #include "leaf/owned_fd.h"
 #include "server/command_table.h"
-#include "server/connection.h"
 #include "server/event_loop.h"
 #include "update/dispatch_queue.h"
 #include "update/document_saving.h"
@@ -45,8 +44,6 @@ struct request_server {
     // What is done after every command that reached a handler, once its reply is queued and before
     // it is sent, in this order: a started program finds what it is told of in the file.
     std::array<void (*)(), 2> follow_ups = {save_changed_documents, run_dispatch_queue};
-
-    std::unique_ptr<connection> spare_client;  // the memory of one that is over
 
     loop_event* accept_event = nullptr;
     loop_event* accept_pause = nullptr;
