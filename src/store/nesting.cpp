@@ -52,10 +52,12 @@ bool IsDigit(char c) {
 // Whether more than `limit` places look like the beginning of an element. Elements cannot be nested
 // deeper than there are such places, and most documents have fewer than they may nest deep: so they
 // need no closer look.
-bool HasMoreStartTags(const char* text, int limit) {
+bool HasMoreStartTags(std::string_view text, int limit) {
     int found = 0;
-    for (const char* p = std::strchr(text, '<'); p != nullptr; p = std::strchr(p + 1, '<')) {
-        if (Is(name_start, p[1]) && ++found > limit) {
+    for (std::size_t at = text.find('<'); at != std::string_view::npos;
+         at = text.find('<', at + 1)) {
+        // Behind the text there is a NUL.
+        if (Is(name_start, text.data()[at + 1]) && ++found > limit) {
             return true;
         }
     }
