@@ -10,12 +10,12 @@
 #include "encoding/escape.h"
 #include "eventlog/entry_text.h"
 #include "eventlog/log_record.h"
-#include "leaf/reply_text.h"
+#include "handler/reply_text.h"
 #include "store/document_set.h"
 #include "store/path.h"
 #include "store/read_query.h"
 #include "store/value.h"
-#include "store/xml_text.h"
+#include "xml/text.h"
 
 namespace {
 

@@ -26,9 +26,9 @@
 #include "leaf/file_replacer.h"
 #include "leaf/owned_fd.h"
 #include "leaf/result.h"
-#include "store/xml_document.h"
-#include "store/xml_text.h"
 #include "whole_file.h"
+#include "xml/document.h"
+#include "xml/text.h"
 
 namespace {
 

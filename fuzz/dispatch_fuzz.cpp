@@ -9,21 +9,21 @@
 #include <cstddef>
 #include <string>
 
-#include "access/filter_list.h"
-#include "access/group_list.h"
-#include "access/permit_list.h"
+#include "access/filter.h"
+#include "access/groups.h"
+#include "access/permits.h"
 #include "access/session_lists.h"
 #include "eventlog/event_log.h"
 #include "fuzz_target.h"
 #include "leaf/byte_order.h"
 #include "leaf/owned_fd.h"
 #include "sandbox.h"
-#include "server/command_table.h"
 #include "server/connection.h"
-#include "server/request_reader.h"
+#include "server/receiver.h"
 #include "server/request_server.h"
+#include "service/commands.h"
 #include "small_store.h"
-#include "update/dispatch_queue.h"
+#include "update/program_queue.h"
 
 namespace veltrancord::fuzz {
 namespace {

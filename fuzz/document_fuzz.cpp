@@ -5,10 +5,10 @@
 #include <string>
 
 #include "fuzz_target.h"
-#include "store/nesting.h"
-#include "store/xml_document.h"
-#include "store/xml_syntax.h"
-#include "store/xml_text.h"
+#include "xml/document.h"
+#include "xml/nesting.h"
+#include "xml/syntax.h"
+#include "xml/text.h"
 
 namespace veltrancord::fuzz {
 namespace {

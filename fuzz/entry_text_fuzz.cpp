@@ -4,10 +4,10 @@
 #include <vector>
 
 #include "eventlog/entry_text.h"
-#include "eventlog/log_model.h"
 #include "eventlog/log_reader.h"
 #include "fuzz_target.h"
 #include "leaf/decimal_number.h"
+#include "support/log_model.h"
 
 namespace veltrancord::fuzz {
 namespace {

@@ -9,10 +9,10 @@
 #include "sandbox.h"
 #include "small_store.h"
 #include "store/document_set.h"
-#include "store/xml_document.h"
-#include "store/xml_text.h"
-#include "update/document_saving.h"
 #include "update/exchange_commands.h"
+#include "update/saving.h"
+#include "xml/document.h"
+#include "xml/text.h"
 
 namespace veltrancord::fuzz {
 namespace {

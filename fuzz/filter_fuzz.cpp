@@ -5,10 +5,10 @@
 #include <string>
 
 #include "access/cgi_filter.h"
-#include "access/filter_list.h"
-#include "access/group_list.h"
-#include "access/permit_list.h"
-#include "access/user_group.h"
+#include "access/filter.h"
+#include "access/groups.h"
+#include "access/permits.h"
+#include "access/users.h"
 #include "fuzz_target.h"
 #include "leaf/result.h"
 #include "store/document_set.h"

@@ -12,7 +12,7 @@
 #include "leaf/byte_order.h"
 #include "leaf/owned_fd.h"
 #include "server/connection.h"
-#include "server/request_reader.h"
+#include "server/receiver.h"
 #include "server/request_server.h"
 
 namespace veltrancord::fuzz {

@@ -10,7 +10,7 @@
 #include "leaf/result.h"
 #include "store/path.h"
 #include "store/value.h"
-#include "store/xml_text.h"
+#include "xml/text.h"
 
 namespace veltrancord::fuzz {
 namespace {

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "access/permit_checks.h"
+#include "access/checks.h"
 #include "fuzz_target.h"
 #include "leaf/decimal_number.h"
 #include "leaf/result.h"

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "fuzz_target.h"
-#include "store/xml_document.h"
-#include "store/xml_text.h"
+#include "xml/document.h"
+#include "xml/text.h"
 
 namespace veltrancord::fuzz {
 

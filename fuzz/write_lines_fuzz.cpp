@@ -9,8 +9,8 @@
 #include "store/document_set.h"
 #include "store/path.h"
 #include "store/value.h"
-#include "update/dispatch_queue.h"
-#include "update/update_lines.h"
+#include "update/lines.h"
+#include "update/program_queue.h"
 #include "update/write_handlers.h"
 
 namespace veltrancord::fuzz {

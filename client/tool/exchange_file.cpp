@@ -2,10 +2,10 @@
 
 #include <limits>
 
-#include "leaf/reply_text.h"
+#include "handler/reply_text.h"
 #include "store/document_set.h"
 #include "store/read_query.h"
-#include "store/xml_document.h"
+#include "xml/document.h"
 
 namespace veltrancord::tool {
 

@@ -13,9 +13,9 @@
 #include "leaf/file_replacer.h"
 #include "quiet_output.h"
 #include "store/document_set.h"
-#include "store/nesting.h"
 #include "store/value.h"
 #include "veltrancord/client.h"
+#include "xml/nesting.h"
 
 namespace veltrancord::tool {
 namespace {

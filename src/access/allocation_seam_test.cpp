@@ -1,4 +1,4 @@
-#include "access/allocation_seam.h"
+#include "support/allocation_seam.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "access/cgi_filter.h"
 
-#include "access/permit_checks.h"
+#include "access/checks.h"
 #include "leaf/result.h"
 
 namespace veltrancord {

@@ -5,8 +5,8 @@
 #include <optional>
 #include <string_view>
 
-#include "access/filter_list.h"
-#include "access/group_list.h"
+#include "access/filter.h"
+#include "access/groups.h"
 
 namespace veltrancord {
 

@@ -2,11 +2,11 @@
 
 #include <string_view>
 
-#include "access/argument_fields.h"
 #include "access/cgi_filter.h"
-#include "access/filter_list.h"
-#include "access/group_list.h"
-#include "access/user_group.h"
+#include "access/filter.h"
+#include "access/groups.h"
+#include "access/users.h"
+#include "handler/argument_fields.h"
 #include "leaf/result.h"
 
 namespace veltrancord {

@@ -1,7 +1,7 @@
 // Handler of the filter query.
 #pragma once
 
-#include "leaf/handler.h"
+#include "handler/handler.h"
 
 namespace veltrancord {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "access/allocation_seam.h"
+#include "support/allocation_seam.h"
 
 namespace veltrancord {
 namespace {

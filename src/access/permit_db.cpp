@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "access/group_list.h"
+#include "access/groups.h"
 #include "leaf/child_program.h"
 #include "leaf/result.h"
 #include "store/document_set.h"

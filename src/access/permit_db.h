@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "leaf/handler.h"
+#include "handler/handler.h"
 
 namespace veltrancord {
 

@@ -9,8 +9,8 @@
 #include <iterator>
 #include <string>
 
-#include "access/account_document.h"
 #include "leaf/result.h"
+#include "support/account_document.h"
 
 namespace veltrancord {
 namespace {

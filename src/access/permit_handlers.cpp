@@ -4,11 +4,11 @@
 #include <limits>
 #include <string_view>
 
-#include "access/argument_fields.h"
-#include "access/group_list.h"
-#include "access/permit_list.h"
+#include "access/groups.h"
 #include "access/permit_query.h"
-#include "access/user_group.h"
+#include "access/permits.h"
+#include "access/users.h"
+#include "handler/argument_fields.h"
 #include "leaf/result.h"
 
 namespace veltrancord {

@@ -1,7 +1,7 @@
 // Handlers of the permission queries. None changes anything.
 #pragma once
 
-#include "leaf/handler.h"
+#include "handler/handler.h"
 
 namespace veltrancord {
 

@@ -4,10 +4,10 @@
 
 #include <string>
 
-#include "access/account_document.h"
 #include "access/cgi_filter_handler.h"
-#include "access/handler_call.h"
 #include "leaf/result.h"
+#include "support/account_document.h"
+#include "support/handler_call.h"
 
 namespace veltrancord {
 namespace {

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <limits>
 
-#include "access/permit_checks.h"
+#include "access/checks.h"
 #include "leaf/result.h"
 
 namespace veltrancord {

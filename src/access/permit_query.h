@@ -5,9 +5,9 @@
 #include <optional>
 #include <string_view>
 
-#include "access/group_list.h"
-#include "access/permit_list.h"
-#include "leaf/reply_text.h"
+#include "access/groups.h"
+#include "access/permits.h"
+#include "handler/reply_text.h"
 
 namespace veltrancord {
 

@@ -2,9 +2,9 @@
 
 #include <cstdio>
 
-#include "access/argument_fields.h"
-#include "access/argument_wipe.h"
 #include "access/session_lists.h"
+#include "handler/argument_fields.h"
+#include "handler/argument_wipe.h"
 #include "leaf/clock.h"
 #include "leaf/decimal_number.h"
 #include "leaf/result.h"

@@ -4,10 +4,10 @@
 
 #include <string>
 
-#include "access/allocation_seam.h"
-#include "access/handler_call.h"
 #include "leaf/clock.h"
 #include "leaf/result.h"
+#include "support/allocation_seam.h"
+#include "support/handler_call.h"
 
 namespace veltrancord {
 namespace {

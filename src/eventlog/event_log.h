@@ -13,7 +13,7 @@
 #include "eventlog/log_reader.h"
 #include "eventlog/log_record.h"
 #include "eventlog/log_ring.h"
-#include "leaf/reply_text.h"
+#include "handler/reply_text.h"
 
 namespace veltrancord {
 

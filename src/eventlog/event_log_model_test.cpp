@@ -7,9 +7,9 @@
 #include <string>
 
 #include "eventlog/event_log.h"
-#include "eventlog/event_log_fixture.h"
-#include "eventlog/log_model.h"
 #include "leaf/result.h"
+#include "support/event_log_fixture.h"
+#include "support/log_model.h"
 
 namespace veltrancord {
 namespace {

@@ -9,9 +9,9 @@
 #include <fstream>
 #include <string>
 
-#include "eventlog/event_log_fixture.h"
 #include "leaf/result.h"
 #include "leaf/termination.h"
+#include "support/event_log_fixture.h"
 
 namespace veltrancord {
 namespace {

@@ -7,10 +7,10 @@
 
 #include "eventlog/entry_text.h"
 #include "leaf/result.h"
-#include "store/child_index.h"
 #include "store/path.h"
 #include "store/value.h"
-#include "store/xml_text.h"
+#include "xml/child_index.h"
+#include "xml/text.h"
 
 namespace veltrancord {
 

@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "eventlog/log_record.h"
-#include "store/xml_document.h"
+#include "xml/document.h"
 
 namespace veltrancord {
 

@@ -1,7 +1,7 @@
 // Handlers of the event log's commands.
 #pragma once
 
-#include "leaf/handler.h"
+#include "handler/handler.h"
 
 namespace veltrancord {
 

@@ -6,7 +6,7 @@
 #include "eventlog/log_cursor.h"
 #include "eventlog/log_document.h"
 #include "eventlog/log_ring.h"
-#include "leaf/reply_text.h"
+#include "handler/reply_text.h"
 
 namespace veltrancord {
 

@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <utility>
 
-#include "leaf/replaced_files.h"
 #include "leaf/result.h"
+#include "support/replaced_files.h"
 
 namespace veltrancord {
 namespace {

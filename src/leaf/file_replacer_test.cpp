@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "leaf/replaced_files.h"
 #include "leaf/result.h"
+#include "support/replaced_files.h"
 
 namespace veltrancord {
 namespace {

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "server/event_loop.h"
-#include "server/request_reader.h"
+#include "server/receiver.h"
 #include "server/request_server.h"
 
 namespace veltrancord {

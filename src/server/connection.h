@@ -8,9 +8,9 @@
 #include <memory>
 #include <string_view>
 
-#include "leaf/handler.h"
+#include "handler/handler.h"
+#include "handler/reply_text.h"
 #include "leaf/owned_fd.h"
-#include "leaf/reply_text.h"
 
 namespace veltrancord {
 

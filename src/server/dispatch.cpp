@@ -7,9 +7,9 @@
 
 #include "leaf/result.h"
 #include "leaf/termination.h"
-#include "server/command_table.h"
-#include "server/reply_writer.h"
 #include "server/request_server.h"
+#include "server/sender.h"
+#include "service/commands.h"
 
 namespace veltrancord {
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "leaf/termination.h"
-#include "server/exchange_fixture.h"
+#include "support/exchange_fixture.h"
 
 namespace veltrancord {
 namespace {

@@ -14,7 +14,7 @@
 #include "leaf/bounded_text.h"
 #include "leaf/termination.h"
 #include "server/connection.h"
-#include "server/request_reader.h"
+#include "server/receiver.h"
 
 namespace veltrancord {
 

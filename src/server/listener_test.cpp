@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "leaf/termination.h"
-#include "server/exchange_fixture.h"
+#include "support/exchange_fixture.h"
 
 namespace {
 

@@ -4,12 +4,12 @@
 #include <array>
 #include <span>
 
-#include "leaf/handler.h"
+#include "handler/handler.h"
 #include "leaf/owned_fd.h"
-#include "server/command_table.h"
 #include "server/event_loop.h"
-#include "update/dispatch_queue.h"
-#include "update/document_saving.h"
+#include "service/commands.h"
+#include "update/program_queue.h"
+#include "update/saving.h"
 
 namespace veltrancord {
 

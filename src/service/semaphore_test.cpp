@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "service/ipc_namespace.h"
 #include "service/store_hooks.h"
 #include "store/document_set.h"
+#include "support/ipc_namespace.h"
 
 namespace veltrancord {
 namespace {

@@ -4,9 +4,9 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
-#include "service/ipc_namespace.h"
 #include "service/store_hooks.h"
 #include "store/document_set.h"
+#include "support/ipc_namespace.h"
 
 namespace veltrancord {
 namespace {

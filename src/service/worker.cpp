@@ -10,10 +10,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "access/filter_list.h"
-#include "access/group_list.h"
+#include "access/filter.h"
+#include "access/groups.h"
 #include "access/permit_db.h"
-#include "access/permit_list.h"
+#include "access/permits.h"
 #include "access/session_lists.h"
 #include "eventlog/event_log.h"
 #include "server/listener.h"

@@ -1,7 +1,7 @@
 // Handlers of the attribute queries.
 #pragma once
 
-#include "leaf/handler.h"
+#include "handler/handler.h"
 
 namespace veltrancord {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "leaf/reply_text.h"
+#include "handler/reply_text.h"
 
 namespace veltrancord {
 

@@ -13,7 +13,7 @@
 
 #include "leaf/owned_fd.h"
 #include "store/document_set.h"
-#include "store/document_set_fixture.h"
+#include "support/document_set_fixture.h"
 
 namespace veltrancord {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "store/child_index.h"
 #include "store/document_set.h"
+#include "xml/child_index.h"
 
 namespace veltrancord {
 

@@ -8,8 +8,8 @@
 #include <memory>
 #include <string_view>
 
-#include "store/file_text.h"
-#include "store/xml_document.h"
+#include "leaf/file_text.h"
+#include "xml/document.h"
 
 namespace veltrancord {
 

@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "store/document_set_fixture.h"
+#include "support/document_set_fixture.h"
 
 namespace veltrancord {
 namespace {

@@ -15,7 +15,7 @@
 
 #include "leaf/result.h"
 #include "store/value.h"
-#include "store/xml_text.h"
+#include "xml/text.h"
 
 namespace veltrancord {
 

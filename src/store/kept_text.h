@@ -6,7 +6,7 @@
 // its memory does not count beside that of the documents.
 //
 // It can be out of date only for a document that was changed without a word to it: each change
-// begins with NewEdition() (store/xml_document.h), but for that of a value, which is made here.
+// begins with NewEdition() (xml/document.h), but for that of a value, which is made here.
 //
 // Server thread only.
 #pragma once
@@ -17,7 +17,7 @@
 #include <string_view>
 
 #include "store/path.h"
-#include "store/xml_document.h"
+#include "xml/document.h"
 
 namespace veltrancord {
 

@@ -8,9 +8,9 @@
 #include <string_view>
 
 #include "leaf/result.h"
-#include "store/child_index.h"
 #include "store/value.h"
-#include "store/xml_text.h"
+#include "xml/child_index.h"
+#include "xml/text.h"
 
 namespace veltrancord {
 namespace {

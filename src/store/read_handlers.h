@@ -1,7 +1,7 @@
 // Handlers of the read commands.
 #pragma once
 
-#include "leaf/handler.h"
+#include "handler/handler.h"
 
 namespace veltrancord {
 

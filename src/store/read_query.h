@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "leaf/reply_text.h"
+#include "handler/reply_text.h"
 #include "store/subtree_listing.h"
 
 namespace veltrancord {

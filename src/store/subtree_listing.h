@@ -8,7 +8,7 @@
 #include <span>
 #include <string_view>
 
-#include "leaf/reply_text.h"
+#include "handler/reply_text.h"
 
 namespace veltrancord {
 

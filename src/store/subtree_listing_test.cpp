@@ -8,7 +8,7 @@
 
 #include "store/path.h"
 #include "store/value.h"
-#include "store/xml_document.h"
+#include "xml/document.h"
 
 namespace veltrancord {
 namespace {

@@ -5,9 +5,9 @@
 #include <string>
 
 #include "leaf/result.h"
-#include "store/child_index.h"
 #include "store/document_set.h"
-#include "store/xml_syntax.h"
+#include "xml/child_index.h"
+#include "xml/syntax.h"
 
 namespace veltrancord {
 

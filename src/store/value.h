@@ -71,7 +71,7 @@ void SetXmlElementText(TiXmlElement& element, std::string_view value);
 // Return: result_ok, or result_store_failed, and nothing is changed, for a secret whose "enc:" form
 // is over 255 bytes, and for what would keep the saved document from being read whole again: a
 // missing element with a name that is none in XML ("1st", "*"), a text that ends within a character
-// (store/xml_syntax.h).
+// (xml/syntax.h).
 [[nodiscard]] int32_t SetXmlValue(TiXmlNode& start, const XmlPath& list, std::string_view value);
 
 }  // namespace veltrancord

@@ -7,7 +7,7 @@
 
 #include "leaf/result.h"
 #include "store/document_set.h"
-#include "store/xml_text.h"
+#include "xml/text.h"
 
 namespace veltrancord {
 namespace {

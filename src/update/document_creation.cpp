@@ -9,7 +9,7 @@
 #include "leaf/file_replacer.h"
 #include "leaf/result.h"
 #include "leaf/whole_io.h"
-#include "store/xml_text.h"
+#include "xml/text.h"
 
 namespace veltrancord {
 

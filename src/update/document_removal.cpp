@@ -6,11 +6,11 @@
 
 #include "leaf/result.h"
 #include "leaf/whole_io.h"
-#include "store/child_index.h"
 #include "store/document_set.h"
 #include "store/path.h"
 #include "store/value.h"
-#include "update/document_saving.h"
+#include "update/saving.h"
+#include "xml/child_index.h"
 
 namespace veltrancord {
 

@@ -1,9 +1,9 @@
 #include "update/document_removal.h"
 
 #include "leaf/result.h"
-#include "update/document_saving.h"
-#include "update/loaded_directory.h"
+#include "support/loaded_directory.h"
 #include "update/persistence_handlers.h"
+#include "update/saving.h"
 
 namespace veltrancord {
 namespace {

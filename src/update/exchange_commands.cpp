@@ -7,8 +7,8 @@
 #include "leaf/result.h"
 #include "store/document_set.h"
 #include "update/document_creation.h"
-#include "update/document_saving.h"
 #include "update/exchange_file.h"
+#include "update/saving.h"
 #include "update/subtree_merge.h"
 
 namespace veltrancord {

@@ -9,9 +9,9 @@
 #include <cstring>
 
 #include "leaf/result.h"
-#include "update/document_saving.h"
-#include "update/loaded_directory.h"
+#include "support/loaded_directory.h"
 #include "update/persistence_handlers.h"
+#include "update/saving.h"
 #include "update/value_setting.h"
 
 namespace veltrancord {

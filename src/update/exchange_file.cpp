@@ -16,7 +16,7 @@
 #include "leaf/result.h"
 #include "leaf/whole_io.h"
 #include "store/document_set.h"
-#include "store/xml_text.h"
+#include "xml/text.h"
 
 namespace veltrancord {
 

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "store/xml_document.h"
+#include "xml/document.h"
 
 namespace veltrancord {
 

@@ -9,7 +9,7 @@
 
 #include "leaf/owned_fd.h"
 #include "leaf/result.h"
-#include "update/loaded_directory.h"
+#include "support/loaded_directory.h"
 
 namespace veltrancord {
 namespace {

@@ -3,8 +3,8 @@
 #include "leaf/result.h"
 #include "update/backup.h"
 #include "update/document_removal.h"
-#include "update/document_saving.h"
 #include "update/exchange_commands.h"
+#include "update/saving.h"
 
 namespace veltrancord {
 

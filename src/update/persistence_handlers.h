@@ -1,7 +1,7 @@
 // Handlers of the commands that move documents to and from files.
 #pragma once
 
-#include "leaf/handler.h"
+#include "handler/handler.h"
 
 namespace veltrancord {
 

@@ -5,9 +5,9 @@
 #include <string_view>
 
 #include "encoding/secret.h"
-#include "store/child_index.h"
 #include "store/value.h"
-#include "store/xml_syntax.h"
+#include "xml/child_index.h"
+#include "xml/syntax.h"
 
 namespace veltrancord {
 
@@ -74,7 +74,7 @@ void merge_text(merge_place& place, const TiXmlElement& from) {
     }
 }
 
-// As deep as documents may nest (store/nesting.h).
+// As deep as documents may nest (xml/nesting.h).
 void merge_element(merge_place& above, const TiXmlElement& from) {
     merge_place place(above, from.ValueStr());
     merge_text(place, from);

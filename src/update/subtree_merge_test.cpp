@@ -1,6 +1,6 @@
 #include "update/subtree_merge.h"
 
-#include "update/loaded_directory.h"
+#include "support/loaded_directory.h"
 
 namespace veltrancord {
 namespace {

@@ -5,9 +5,9 @@
 #include "leaf/result.h"
 #include "store/document_set.h"
 #include "store/path.h"
-#include "store/xml_syntax.h"
-#include "update/document_saving.h"
-#include "update/update_lines.h"
+#include "update/lines.h"
+#include "update/saving.h"
+#include "xml/syntax.h"
 
 namespace veltrancord {
 

@@ -21,7 +21,7 @@ namespace veltrancord {
 //
 // Return: result_ok; result_bad_argument and result_not_found as above; result_store_failed when
 // there is no such element, and for a new name or a value with which the saved document could not
-// be read whole again (store/xml_syntax.h).
+// be read whole again (xml/syntax.h).
 [[nodiscard]] int32_t set_attribute_value(std::string_view path, std::string_view value);
 
 }  // namespace veltrancord

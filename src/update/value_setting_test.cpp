@@ -3,8 +3,8 @@
 #include <string>
 
 #include "leaf/result.h"
-#include "update/loaded_directory.h"
-#include "update/update_lines.h"
+#include "support/loaded_directory.h"
+#include "update/lines.h"
 
 namespace veltrancord {
 namespace {

@@ -1,8 +1,8 @@
 #include "update/write_handlers.h"
 
 #include "leaf/result.h"
-#include "update/dispatch_queue.h"
-#include "update/update_lines.h"
+#include "update/lines.h"
+#include "update/program_queue.h"
 #include "update/value_setting.h"
 
 namespace veltrancord {

@@ -4,13 +4,13 @@
 #include <cstdint>
 #include <string_view>
 
-#include "leaf/handler.h"
+#include "handler/handler.h"
 
 namespace veltrancord {
 
 // Applies "path=value" lines to element texts, in order, up to the first that fails: the lines
 // before it stay applied, since a client may rely on what came before its mistake. Every element
-// written queues its program (update/dispatch_queue.h).
+// written queues its program (update/program_queue.h).
 //
 // Return: the number of lines applied; result_bad_argument when `text` is empty; the failing line's
 // code.

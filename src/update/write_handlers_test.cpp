@@ -1,9 +1,9 @@
 #include "update/write_handlers.h"
 
 #include "leaf/result.h"
-#include "update/dispatch_queue.h"
-#include "update/document_saving.h"
-#include "update/loaded_directory.h"
+#include "support/loaded_directory.h"
+#include "update/program_queue.h"
+#include "update/saving.h"
 
 namespace veltrancord {
 namespace {

@@ -35,12 +35,12 @@ NO_MESSAGE = {
 def test_every_message_has_its_cause_and_remedy():
     """Whatever has a blank or an exclamation mark between letters could be printed."""
     listed = re.sub(r"\s+", " ", OPERATIONS.read_text())
-    descriptions = (REPOSITORY / "src/server/command_table.cpp").read_text()
+    descriptions = (REPOSITORY / "src/service/commands.cpp").read_text()
     missing = []
     count = 0
     for name, text in literals():
         if not re.search(r"[A-Za-z].*[ !]|\w \w", text) or text in NO_MESSAGE or (
-                name == "command_table.cpp" and f', "{text}"}}' in descriptions):
+                name == "commands.cpp" and f', "{text}"}}' in descriptions):
             continue
         pieces = re.split(r"%[-0-9.*]*[a-z]+", text.replace("\\n", " "))
         longest = max((piece.strip() for piece in pieces), key=len)
@@ -135,7 +135,7 @@ def test_the_sides_of_the_wire_agree_on_every_bound(service):
 
 
 def test_every_command_is_in_the_tables():
-    table = (REPOSITORY / "src/server/command_table.cpp").read_text()
+    table = (REPOSITORY / "src/service/commands.cpp").read_text()
     commands = re.findall(r'\{"(\w+)", \w+_handle', table)
     assert len(commands) == 35
     readme = (REPOSITORY / "README.md").read_text().split("## Commands")[1].split("\n## ")[0]

@@ -74,7 +74,7 @@ WORDS = {
 
 
 def test_every_command_of_the_service_has_its_words():
-    table = (REPOSITORY / "src/server/command_table.cpp").read_text()
+    table = (REPOSITORY / "src/service/commands.cpp").read_text()
     assert set(re.findall(r'\{"(\w+)", \w+_handle', table)) == set(WORDS)
 
 

@@ -1,0 +1,128 @@
+#include "access/groups.h"
+
+#include <cstdio>
+#include <memory>
+#include <new>
+
+#include "access/permits.h"
+#include "store/numbered_elements.h"
+#include "store/setting.h"
+
+namespace veltrancord {
+
+group_queue g_group_list;
+
+namespace {
+
+constexpr std::string_view group_path = "Account.Permission.Group";
+
+// Return: the property, or null when memory could not be had.
+std::unique_ptr<PermProperty> make_property(const PermitDef& permit, std::string_view value) {
+    std::unique_ptr<PermProperty> property(new (std::nothrow) PermProperty);
+    if (!property) {
+        return nullptr;
+    }
+    property->permit_index = permit.index;
+    const bool whole = property->name.assign(permit.name.view()) &&
+                       (permit.type.absent() || property->type.assign(permit.type.view())) &&
+                       property->value.assign(value);
+    return whole ? std::move(property) : nullptr;
+}
+
+void append_properties(PermGroup& group, int32_t highest_permit) {
+    const setting_path group_name("Group", group.index);
+    // Both the numbers visited and the permits rise, so one walk over the permits serves them all.
+    auto permit = g_permit_list.begin();
+    visit_numbers({"Account", "Permission", group_name.view()}, "Permit", highest_permit,
+                  [&](int32_t number) {
+                      while (permit != g_permit_list.end() && permit->index < number) {
+                          ++permit;
+                      }
+                      if (permit == g_permit_list.end()) {
+                          return false;
+                      }
+                      if (permit->index != number) {
+                          return true;  // a value for a permit that is not defined
+                      }
+                      const std::string_view value =
+                          read_setting(setting_path(group_path, group.index, ".Permit", number));
+                      if (value.empty()) {
+                          return true;
+                      }
+                      std::unique_ptr<PermProperty> property = make_property(*permit, value);
+                      if (!property) {
+                          std::fprintf(stderr, "%s allocate pPermProperty memory fail !!\n",
+                                       "init_group_list");
+                          return false;
+                      }
+                      group.properties.append(std::move(property));
+                      return true;
+                  });
+}
+
+// Return: whether building may go on.
+bool append_group(int32_t number, int32_t highest_permit) {
+    const std::string_view name = read_setting(setting_path(group_path, number, ".Name"));
+    if (name.empty()) {
+        return true;
+    }
+    std::unique_ptr<PermGroup> group(new (std::nothrow) PermGroup);
+    if (!group || !group->name.assign(name)) {
+        std::fprintf(stderr, "%s allocate memory fail !!\n", "init_group_list");
+        return false;
+    }
+    group->index = number;
+    append_properties(g_group_list.append(std::move(group)), highest_permit);
+    return true;
+}
+
+}  // namespace
+
+void init_group_list() {
+    g_group_list.clear();
+    const int32_t highest_group =
+        read_number_setting("Account.Permission.MaxGroupNum", default_group_count);
+    const int32_t highest_permit = highest_permit_number();
+    visit_numbers({"Account", "Permission"}, "Group", highest_group,
+                  [&](int32_t number) { return append_group(number, highest_permit); });
+}
+
+void free_group_list() {
+    g_group_list.clear();
+}
+
+void reload_permissions() {
+    free_group_list();
+    free_permit_list();
+    init_permit_list();
+    init_group_list();
+}
+
+const PermGroup* find_group(const group_queue& groups, std::string_view name) {
+    for (const PermGroup& group : groups) {
+        if (group.name.equals(name)) {
+            return &group;
+        }
+    }
+    return nullptr;
+}
+
+const PermProperty* find_property(const PermGroup& group, std::string_view name) {
+    for (const PermProperty& property : group.properties) {
+        if (property.name.equals(name)) {
+            return &property;
+        }
+    }
+    return nullptr;
+}
+
+const PermProperty* find_property_by_index(const PermGroup& group, int32_t index) {
+    for (const PermProperty& property : group.properties) {
+        if (property.permit_index == index) {
+            return &property;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace veltrancord

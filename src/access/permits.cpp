@@ -1,0 +1,80 @@
+#include "access/permits.h"
+
+#include <cstdio>
+#include <memory>
+#include <new>
+#include <string_view>
+
+#include "store/numbered_elements.h"
+#include "store/setting.h"
+
+namespace veltrancord {
+
+permit_queue g_permit_list;
+
+namespace {
+
+constexpr std::string_view define_path = "Account.Permission.Define.Permit";
+
+// A missing attribute stays absent, which lists as "(null)" and fails every check.
+bool assign_if_found(owned_text& text, std::string_view found) {
+    return found.empty() || text.assign(found);
+}
+
+// Return: the permit, or null when memory could not be had.
+std::unique_ptr<PermitDef> make_permit(int32_t number, std::string_view name) {
+    std::unique_ptr<PermitDef> permit(new (std::nothrow) PermitDef);
+    if (!permit) {
+        return nullptr;
+    }
+    const setting_path type(define_path, number, ".Type");
+    const setting_path value(define_path, number, ".Value");
+    permit->index = number;
+    const bool whole = permit->key.assign(setting_path("Permit", number).view()) &&
+                       permit->name.assign(name) &&
+                       assign_if_found(permit->type, read_attribute_setting(type)) &&
+                       assign_if_found(permit->value, read_attribute_setting(value));
+    return whole ? std::move(permit) : nullptr;
+}
+
+// Return: whether building may go on.
+bool append_permit(int32_t number) {
+    const std::string_view name = read_setting(setting_path(define_path, number));
+    if (name.empty()) {
+        return true;
+    }
+    std::unique_ptr<PermitDef> permit = make_permit(number, name);
+    if (!permit) {
+        std::fprintf(stderr, "%s allocate memory fail !!\n", "init_permit_list");
+        return false;
+    }
+    g_permit_list.append(std::move(permit));
+    return true;
+}
+
+}  // namespace
+
+int32_t highest_permit_number() {
+    return read_number_setting("Account.Permission.MaxPermDefNum", default_permit_count);
+}
+
+void init_permit_list() {
+    g_permit_list.clear();
+    visit_numbers({"Account", "Permission", "Define"}, "Permit", highest_permit_number(),
+                  append_permit);
+}
+
+void free_permit_list() {
+    g_permit_list.clear();
+}
+
+int32_t find_permit_index_by_key(const permit_queue& permits, std::string_view key) {
+    for (const PermitDef& permit : permits) {
+        if (permit.key.equals(key)) {
+            return permit.index;
+        }
+    }
+    return -1;
+}
+
+}  // namespace veltrancord

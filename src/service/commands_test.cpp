@@ -1,0 +1,132 @@
+#include "service/commands.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace veltrancord {
+namespace {
+
+using name_and_description = std::pair<std::string_view, std::string_view>;
+
+// Written out a second time on purpose: programs outside know commands by name, and tools by
+// position.
+constexpr std::array<name_and_description, 35> expected = {{
+    {"read", "read xml value"},
+    {"readAndFilter", "read xml and filter"},
+    {"readwithlevel", "read xml value with level"},
+    {"write", "write xml value"},
+    {"upload", "upload xml"},
+    {"download", "download xml"},
+    {"remove", "remove xml item"},
+    {"readlog", "read event log"},
+    {"writelog", "write event log"},
+    {"readvalue", "read one xml item value"},
+    {"cleanlog", "clean event log"},
+    {"geteventcount", "get event total count"},
+    {"maxlogcount", "get event log max count"},
+    {"readattr", "read xml attr"},
+    {"writeattr", "write xml attr"},
+    {"readsingleattr", "read single attr"},
+    {"syncxml", "sync xml from flash"},
+    {"writedbmem", "write xml to memory"},
+    {"syncmemtoflash", "sync memory to flash"},
+    {"restore", "resotre xml to flash"},
+    {"writelogwithtime", "write log with time"},
+    {"XMLDBCallBack", "call back to system for backup xml"},
+    {"SyncPermit", "sync permit handle"},
+    {"isPermitAllow", "check permit is allow to use this function"},
+    {"listPermits", "list permits"},
+    {"getPermitValue", "get permit value"},
+    {"isPermitAllowByUser", "check permit is allow by username"},
+    {"GetCGIPermitFilter", "Permit filter for cgi command"},
+    {"SetCaptcha", "Set Captcha handle"},
+    {"CompareCaptcha", "Compare Captcha handle"},
+    {"getGroupName", "Get User Group handle"},
+    {"SetSession", "Set session handle"},
+    {"CheckSession", "Set session handle"},
+    {"UpdateCaptchaTime", "Update Capcha life time"},
+    {"DelCaptchaItem", "Delete Captcha Item"},
+}};
+
+int32_t first_handler(connection_record& /*connection*/, command_argument /*argument*/,
+                      int32_t /*row*/) {
+    return 1;
+}
+
+int32_t second_handler(connection_record& /*connection*/, command_argument /*argument*/,
+                       int32_t /*row*/) {
+    return 2;
+}
+
+TEST(command_table, has_its_35_rows_in_order) {
+    const std::span<const command_row> rows = command_table();
+    ASSERT_EQ(rows.size(), expected.size());
+    for (std::size_t row = 0; row < rows.size(); ++row) {
+        EXPECT_EQ(rows[row].name, expected[row].first) << row;
+        EXPECT_EQ(rows[row].description, expected[row].second) << row;
+    }
+}
+
+TEST(command_table, has_each_of_its_names_found_in_its_row) {
+    for (std::size_t row = 0; row < expected.size(); ++row) {
+        EXPECT_EQ(find_command(command_table(), expected[row].first), static_cast<int32_t>(row));
+    }
+}
+
+TEST(command_table, has_nothing_found_for_a_name_that_differs_in_any_letter) {
+    for (const auto& [name, description] : expected) {
+        for (std::size_t at = 0; at < name.size(); ++at) {
+            for (int letter = 1; letter < 256; ++letter) {
+                std::string other(name);
+                other[at] = static_cast<char>(letter);
+                if (other != name) {
+                    EXPECT_EQ(find_command(command_table(), other), -1) << other;
+                }
+            }
+        }
+        EXPECT_EQ(find_command(command_table(), std::string(name) + "x"), -1) << name;
+        EXPECT_EQ(find_command(command_table(), "x" + std::string(name)), -1) << name;
+    }
+    EXPECT_EQ(find_command(command_table(), ""), -1);
+    EXPECT_EQ(find_command(command_table(), std::string(5000, 'r')), -1);
+}
+
+TEST(command_table, is_searched_for_exact_names) {
+    const std::array<command_row, 2> rows = {
+        {{"read", first_handler, ""}, {"readvalue", second_handler, ""}}};
+    EXPECT_EQ(find_command(rows, "read"), 0);
+    EXPECT_EQ(find_command(rows, "readvalue"), 1);
+    EXPECT_EQ(find_command(rows, "Read"), -1);
+    EXPECT_EQ(find_command(rows, "rea"), -1);
+    EXPECT_EQ(find_command(rows, "readv"), -1);
+    EXPECT_EQ(find_command(rows, "read "), -1);
+    EXPECT_EQ(find_command(rows, ""), -1);
+}
+
+TEST(command_table, search_takes_the_first_row_of_a_name) {
+    const std::array<command_row, 3> rows = {{{"other", first_handler, ""},
+                                              {"twice", first_handler, ""},
+                                              {"twice", second_handler, ""}}};
+    EXPECT_EQ(find_command(rows, "twice"), 1);
+}
+
+// Its own rows are found without a look at their handlers.
+TEST(command_table, each_row_has_a_handler) {
+    for (const command_row& row : command_table()) {
+        EXPECT_NE(row.handler, nullptr) << row.name;
+    }
+}
+
+TEST(command_table, search_passes_over_rows_without_a_handler) {
+    const std::array<command_row, 2> rows = {
+        {{"twice", nullptr, ""}, {"twice", second_handler, ""}}};
+    EXPECT_EQ(find_command(rows, "twice"), 1);
+    EXPECT_EQ(find_command(std::span(rows).first(1), "twice"), -1);
+}
+
+}  // namespace
+}  // namespace veltrancord

@@ -1,0 +1,323 @@
+#include "xml/text.h"
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+namespace veltrancord {
+
+namespace {
+
+constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
+
+// The characters that are written as something else than themselves: those below the blank, and
+// these.
+constexpr std::string_view marks = "&<>\"'";
+
+constexpr std::array<bool, 256> encoded_table = [] {
+    std::array<bool, 256> table{};
+    for (std::size_t c = 0; c < 32; ++c) {
+        table[c] = true;
+    }
+    for (const char c : marks) {
+        table[static_cast<unsigned char>(c)] = true;
+    }
+    return table;
+}();
+
+constexpr std::size_t word_size = sizeof(uint64_t);
+
+constexpr uint64_t EachByte(char c) {
+    return 0x0101010101010101U * static_cast<unsigned char>(c);
+}
+
+// Not zero exactly where one of the word's bytes is below `bound`, which is 128 at most: what is
+// taken away from all of them then sets the highest bit of a byte that had it clear.
+constexpr uint64_t AnyBelow(uint64_t word, char bound) {
+    return (word - EachByte(bound)) & ~word & EachByte('\x80');
+}
+
+// Whether one of the eight characters is an encoded one. "&" and "'" differ in one bit, and so do
+// "<" and ">": each pair is looked for at once, with that bit set.
+bool AnyEncoded(const char* characters) {
+    uint64_t word = 0;
+    std::memcpy(&word, characters, word_size);
+    const uint64_t quote = AnyBelow(word ^ EachByte('"'), 1);
+    const uint64_t ampersand = AnyBelow((word | EachByte(1)) ^ EachByte('\''), 1);
+    const uint64_t bracket = AnyBelow((word | EachByte(2)) ^ EachByte('>'), 1);
+    return (AnyBelow(word, ' ') | quote | ampersand | bracket) != 0;
+}
+
+// How many characters at the beginning are written as they stand.
+std::size_t PlainLength(std::string_view text) {
+    std::size_t at = 0;
+    while (text.size() - at >= word_size && !AnyEncoded(text.data() + at)) {
+        at += word_size;
+    }
+    const std::size_t left = text.size() - at;
+    if (left < word_size && text.size() >= word_size &&
+        !AnyEncoded(text.data() + text.size() - word_size)) {
+        return text.size();
+    }
+    while (at < text.size() && !encoded_table[static_cast<unsigned char>(text[at])]) {
+        ++at;
+    }
+    return at;
+}
+
+// A name or text as the library prints it where it is not encoded: up to its first NUL.
+std::string_view UpToNul(const std::string& text) {
+    return {text.c_str(), std::strlen(text.c_str())};
+}
+
+void AppendEncodedCharacter(char c, std::string& out) {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    switch (c) {
+        case '&':
+            out += "&amp;";
+            break;
+        case '<':
+            out += "&lt;";
+            break;
+        case '>':
+            out += "&gt;";
+            break;
+        case '"':
+            out += "&quot;";
+            break;
+        case '\'':
+            out += "&apos;";
+            break;
+        default:
+            out += "&#x";
+            out += digits[static_cast<unsigned char>(c) >> 4U];
+            out += digits[static_cast<unsigned char>(c) & 15U];
+            out += ';';
+            break;
+    }
+}
+
+class printer {
+  public:
+    explicit printer(std::string& out) : out_(out) {}
+
+    void Print(const TiXmlNode& node, int depth);
+    [[nodiscard]] bool regular() const { return regular_; }
+
+  private:
+    void Indent(int depth) { out_.append(static_cast<std::size_t>(depth) * xml_indentation, ' '); }
+    void Raw(std::string_view text);
+    void Encoded(std::string_view text);
+    void Attribute(const TiXmlAttribute& attribute);
+    void Declaration(const TiXmlDeclaration& declaration);
+    void Text(const TiXmlText& text, int depth);
+    [[nodiscard]] bool ShortLine(std::string_view name, std::string_view text, int depth);
+    void StartTag(const TiXmlElement& element, std::string_view name, int depth);
+    void Element(const TiXmlElement& element, int depth);
+    void Children(const TiXmlNode& first, int depth);
+
+    std::string& out_;
+    bool regular_ = true;
+};
+
+// What may hold anything, between marks of its own.
+void printer::Raw(std::string_view text) {
+    regular_ = regular_ && text.find('\n') == std::string_view::npos;
+    out_ += text;
+}
+
+// Text with entities. Builds of the library differ in whether they pass on what looks like a
+// character reference in the text itself, so such a text is left to the library.
+void printer::Encoded(std::string_view text) {
+    for (;;) {
+        const std::size_t plain = PlainLength(text);
+        out_ += text.substr(0, plain);
+        if (plain == text.size()) {
+            return;
+        }
+        text.remove_prefix(plain);
+        if (text.starts_with("&#x")) {
+            regular_ = false;
+            std::string rest;
+            TiXmlBase::EncodeString(std::string(text), &rest);
+            out_ += UpToNul(rest);
+            return;
+        }
+        AppendEncodedCharacter(text.front(), out_);
+        text.remove_prefix(1);
+    }
+}
+
+void printer::Attribute(const TiXmlAttribute& attribute) {
+    const std::string& value = attribute.ValueStr();
+    const char quote = value.find('"') == std::string::npos ? '"' : '\'';
+    out_ += ' ';
+    Encoded(attribute.NameTStr());
+    out_ += '=';
+    out_ += quote;
+    Encoded(value);
+    out_ += quote;
+}
+
+void printer::Declaration(const TiXmlDeclaration& declaration) {
+    const auto print = [this](std::string_view name, std::string_view value) {
+        if (!value.empty()) {
+            out_.append(name).append("=\"");
+            Raw(value);
+            out_ += "\" ";
+        }
+    };
+    out_ += "<?xml ";
+    print("version", declaration.Version());
+    print("encoding", declaration.Encoding());
+    print("standalone", declaration.Standalone());
+    out_ += "?>";
+}
+
+void printer::Text(const TiXmlText& text, int depth) {
+    if (!text.CDATA()) {
+        Encoded(text.ValueStr());
+        return;
+    }
+    out_ += '\n';
+    Indent(depth);
+    out_ += "<![CDATA[";
+    Raw(UpToNul(text.ValueStr()));
+    out_ += "]]>\n";
+}
+
+// What nearly every line is, an element with a short text that needs no encoding, in one piece.
+//
+// Return: false when it is not of that kind; nothing is printed then.
+bool printer::ShortLine(std::string_view name, std::string_view text, int depth) {
+    constexpr std::size_t room = 256;
+    constexpr std::size_t brackets = 5;
+    const std::size_t indented = static_cast<std::size_t>(depth) * xml_indentation;
+    const std::size_t size = indented + name.size() * 2 + text.size() + brackets;
+    if (size > room || PlainLength(text) != text.size()) {
+        return false;
+    }
+    char line[room];
+    char* at = line;
+    const auto put = [&at](std::string_view part) {
+        std::memcpy(at, part.data(), part.size());
+        at += part.size();
+    };
+    std::memset(at, ' ', indented);
+    at += indented;
+    *at++ = '<';
+    put(name);
+    *at++ = '>';
+    put(text);
+    *at++ = '<';
+    *at++ = '/';
+    put(name);
+    *at = '>';
+    out_.append(line, size);
+    return true;
+}
+
+void printer::StartTag(const TiXmlElement& element, std::string_view name, int depth) {
+    Indent(depth);
+    out_ += '<';
+    out_ += name;
+    for (const TiXmlAttribute* attribute = element.FirstAttribute(); attribute != nullptr;
+         attribute = attribute->Next()) {
+        Attribute(*attribute);
+    }
+}
+
+// An element without children is one tag; one whose only child is a text stays on one line; all
+// others have each child that is no text on a line of its own.
+void printer::Element(const TiXmlElement& element, int depth) {
+    const std::string_view name = UpToNul(element.ValueStr());
+    const TiXmlNode* const first = element.FirstChild();
+    const TiXmlText* const text =
+        first != nullptr && first == element.LastChild() ? first->ToText() : nullptr;
+    if (text != nullptr && !text->CDATA() && element.FirstAttribute() == nullptr &&
+        ShortLine(name, text->ValueStr(), depth)) {
+        return;
+    }
+    StartTag(element, name, depth);
+    if (first == nullptr) {
+        out_ += " />";
+        return;
+    }
+    out_ += '>';
+    if (text != nullptr) {
+        Text(*text, depth + 1);
+    } else {
+        Children(*first, depth + 1);
+        out_ += '\n';
+        Indent(depth);
+    }
+    out_ += "</";
+    out_ += name;
+    out_ += '>';
+}
+
+void printer::Children(const TiXmlNode& first, int depth) {
+    for (const TiXmlNode* child = &first; child != nullptr; child = child->NextSibling()) {
+        if (child->Type() != TiXmlNode::TINYXML_TEXT) {
+            out_ += '\n';
+        }
+        Print(*child, depth);
+    }
+}
+
+void printer::Print(const TiXmlNode& node, int depth) {
+    switch (node.Type()) {
+        case TiXmlNode::TINYXML_DOCUMENT:
+            for (const TiXmlNode* child = node.FirstChild(); child != nullptr;
+                 child = child->NextSibling()) {
+                Print(*child, depth);
+                out_ += '\n';
+            }
+            break;
+        case TiXmlNode::TINYXML_ELEMENT:
+            Element(*node.ToElement(), depth);
+            break;
+        case TiXmlNode::TINYXML_TEXT:
+            Text(*node.ToText(), depth);
+            break;
+        case TiXmlNode::TINYXML_COMMENT:
+            Indent(depth);
+            out_ += "<!--";
+            Raw(UpToNul(node.ValueStr()));
+            out_ += "-->";
+            break;
+        case TiXmlNode::TINYXML_DECLARATION:
+            Declaration(*node.ToDeclaration());
+            break;
+        default:
+            Indent(depth);
+            out_ += '<';
+            Raw(UpToNul(node.ValueStr()));
+            out_ += '>';
+            break;
+    }
+}
+
+}  // namespace
+
+bool PrintXml(const TiXmlNode& node, int depth, std::string& out) {
+    printer printer(out);
+    printer.Print(node, depth);
+    return printer.regular();
+}
+
+bool SerialiseXmlDoc(const XmlDocument& document, std::string& out) {
+    if (document.HasByteOrderMark()) {
+        out += byte_order_mark;
+    }
+    return PrintXml(document, 0, out);
+}
+
+std::string SerialiseXmlDoc(const XmlDocument& document) {
+    std::string text;
+    SerialiseXmlDoc(document, text);
+    return text;
+}
+
+}  // namespace veltrancord
