@@ -18,7 +18,7 @@
 namespace veltrancord {
 namespace {
 
-class sample_database : public testing::TestWithParam<std::string> {
+class SampleDatabase : public testing::TestWithParam<std::string> {
   protected:
     void SetUp() override {
         document_.SetValue(GetParam().c_str());
@@ -53,7 +53,7 @@ class sample_database : public testing::TestWithParam<std::string> {
 };
 
 // A setting is addressed by the file's name and the root element's at once.
-TEST_P(sample_database, RootElementIsNamedLikeTheFile) {
+TEST_P(SampleDatabase, RootElementIsNamedLikeTheFile) {
     ASSERT_NE(document_.RootElement(), nullptr);
     EXPECT_EQ(document_.RootElement()->ValueStr(), GetParam());
     EXPECT_EQ(document_.FirstChild(), document_.RootElement());
@@ -62,7 +62,7 @@ TEST_P(sample_database, RootElementIsNamedLikeTheFile) {
 }
 
 // Saving one changed value must change one line of the file.
-TEST_P(sample_database, FileHasTheBytesThatSavingGives) {
+TEST_P(SampleDatabase, FileHasTheBytesThatSavingGives) {
     const std::string saved = testing::TempDir() + "sample_database_" + GetParam();
     ASSERT_TRUE(document_.SaveFile(saved.c_str()));
     std::ifstream file(saved);
@@ -71,12 +71,12 @@ TEST_P(sample_database, FileHasTheBytesThatSavingGives) {
     EXPECT_EQ(again, bytes());
 }
 
-TEST_P(sample_database, IsTwoToSixLevelsDeep) {
+TEST_P(SampleDatabase, IsTwoToSixLevelsDeep) {
     EXPECT_THAT(levels(*document_.RootElement()), testing::AllOf(testing::Ge(2), testing::Le(6)));
 }
 
 // A setting either has a text or has settings below it; of two of one name the second is lost.
-TEST_P(sample_database, EverySettingCanBeAddressed) {
+TEST_P(SampleDatabase, EverySettingCanBeAddressed) {
     for_each_element(*document_.RootElement(), [](const TiXmlElement& element) {
         std::set<std::string> names;
         for (const TiXmlElement* child = element.FirstChildElement(); child != nullptr;
@@ -87,7 +87,7 @@ TEST_P(sample_database, EverySettingCanBeAddressed) {
     });
 }
 
-TEST_P(sample_database, PasswordsReadBackWithTheDefaultKey) {
+TEST_P(SampleDatabase, PasswordsReadBackWithTheDefaultKey) {
     for_each_element(*document_.RootElement(), [](const TiXmlElement& element) {
         if (element.ValueStr() != "Password" || element.GetText() == nullptr) {
             return;
@@ -113,10 +113,10 @@ std::vector<std::string> documents() {
     return names;
 }
 
-INSTANTIATE_TEST_SUITE_P(Documents, sample_database, testing::ValuesIn(documents()),
+INSTANTIATE_TEST_SUITE_P(Documents, SampleDatabase, testing::ValuesIn(documents()),
                          [](const auto& instance) { return instance.param; });
 
-TEST(sample_accounts, EveryUserBelongsToAGroupAndEveryRuleToAPermit) {
+TEST(SampleAccounts, EveryUserBelongsToAGroupAndEveryRuleToAPermit) {
     TiXmlDocument account;
     ASSERT_TRUE(account.LoadFile(std::string(VELTRANCORD_SAMPLE_DATABASE "/Account")));
     const TiXmlHandle root(account.RootElement());

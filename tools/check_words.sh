@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Fails when a tracked file holds what means nothing to its reader: a folder of somebody's machine, a
-# reference to a document that does not lie in the tree, an unfinished mark.
+# reference to a document that does not lie in the tree, an unfinished mark; or a test named otherwise.
 set -uo pipefail
 
 # Each pattern is written so that it does not match itself.
@@ -16,6 +16,10 @@ for pattern in "${patterns[@]}"; do
         status=1
     fi
 done
+# A test's name is CamelCase, its suite's too: one rule for the tests of every folder.
+if git grep -nE '^(TEST|TEST_F|TEST_P)\( *([a-z]|[A-Za-z0-9]*_|[A-Za-z0-9]+, *([a-z]|[A-Za-z0-9]*_))' -- '*_test.cpp'; then
+    status=1
+fi
 if ((status != 0)); then
     echo 'These lines need other words.' >&2
 fi

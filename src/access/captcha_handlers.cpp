@@ -1,7 +1,6 @@
 #include "access/captcha_handlers.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <optional>
 #include <string_view>
 
@@ -10,6 +9,7 @@
 #include "handler/argument_wipe.h"
 #include "leaf/clock.h"
 #include "leaf/decimal_number.h"
+#include "leaf/message.h"
 #include "leaf/result.h"
 
 namespace veltrancord {
@@ -32,8 +32,8 @@ std::optional<captcha_texts> split(const command_argument& argument,
                                    const missing_messages& messages) {
     const argument_fields fields = cut_at_ampersand(argument.text());
     if (!fields.rest) {
-        std::fprintf(stderr, "%s: %s !!\n", messages.handler,
-                     argument.absent() ? messages.argument : messages.ampersand);
+        print_error("%s: %s !!\n", messages.handler,
+                    argument.absent() ? messages.argument : messages.ampersand);
         return std::nullopt;
     }
     return captcha_texts{fields.first, *fields.rest};
@@ -81,7 +81,7 @@ int32_t SetCaptcha_handle(connection_record& connection, command_argument argume
             missing = "strdup VerifyCode fail";
             break;
     }
-    std::fprintf(stderr, "%s: %s !!\n", "SetCaptcha_handle", missing);
+    print_error("%s: %s !!\n", "SetCaptcha_handle", missing);
     return result_too_large;
 }
 

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdio>
 #include <memory>
 #include <new>
 
 #include "access/permits.h"
+#include "leaf/message.h"
 #include "store/setting.h"
 
 namespace veltrancord {
@@ -36,7 +36,7 @@ const FilterCmd* first_equal(const FilterCmd* from, std::string_view cmd, uint32
 }
 
 bool report_no_memory() {
-    std::fprintf(stderr, "%s allocate memory fail !!\n", "init_filter_list");
+    print_error("%s allocate memory fail !!\n", "init_filter_list");
     return false;
 }
 

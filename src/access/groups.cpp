@@ -1,10 +1,10 @@
 #include "access/groups.h"
 
-#include <cstdio>
 #include <memory>
 #include <new>
 
 #include "access/permits.h"
+#include "leaf/message.h"
 #include "store/numbered_elements.h"
 #include "store/setting.h"
 
@@ -51,8 +51,8 @@ void append_properties(PermGroup& group, int32_t highest_permit) {
                       }
                       std::unique_ptr<PermProperty> property = make_property(*permit, value);
                       if (!property) {
-                          std::fprintf(stderr, "%s allocate pPermProperty memory fail !!\n",
-                                       "init_group_list");
+                          print_error("%s allocate pPermProperty memory fail !!\n",
+                                      "init_group_list");
                           return false;
                       }
                       group.properties.append(std::move(property));
@@ -68,7 +68,7 @@ bool append_group(int32_t number, int32_t highest_permit) {
     }
     std::unique_ptr<PermGroup> group(new (std::nothrow) PermGroup);
     if (!group || !group->name.assign(name)) {
-        std::fprintf(stderr, "%s allocate memory fail !!\n", "init_group_list");
+        print_error("%s allocate memory fail !!\n", "init_group_list");
         return false;
     }
     group->index = number;

@@ -1,9 +1,8 @@
 #include "access/permit_db.h"
 
-#include <cstdio>
-
 #include "access/groups.h"
 #include "leaf/child_program.h"
+#include "leaf/message.h"
 #include "leaf/result.h"
 #include "store/document_set.h"
 #include "store/read_query.h"
@@ -27,7 +26,7 @@ void start_sync_script() {
     start.environment = environment;
     start.report_exec_failure = true;
     if (start_program(start) < 0) {
-        std::perror("fork");
+        print_reason("fork");
     }
 }
 
@@ -39,7 +38,7 @@ int32_t save_xml_to_file(const char* path, const char* file) {
 
 void save_permit_db() {
     if (save_xml_to_file(permit_db_content, permit_db_path) < 0) {
-        std::fprintf(stderr, "Permit save file error\n");
+        print_error("Permit save file error\n");
         return;
     }
     // Also when there was nothing to write and the file is the old one: the script still learns

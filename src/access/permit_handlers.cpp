@@ -1,6 +1,5 @@
 #include "access/permit_handlers.h"
 
-#include <cstdio>
 #include <limits>
 #include <string_view>
 
@@ -9,6 +8,7 @@
 #include "access/permits.h"
 #include "access/users.h"
 #include "handler/argument_fields.h"
+#include "leaf/message.h"
 #include "leaf/result.h"
 
 namespace veltrancord {
@@ -71,7 +71,7 @@ int32_t getGroupName_handle(connection_record& connection, command_argument argu
 
 int32_t listPermits_handle(connection_record& connection, command_argument, int32_t) {
     if (!connection.reply.open(max_reply) || !list_permits(g_permit_list, connection.reply)) {
-        std::fprintf(stderr, "%s allocate memory fail!!\n", "listPermits_handle");
+        print_error("%s allocate memory fail!!\n", "listPermits_handle");
         connection.reply.close();
         return result_ok;
     }

@@ -1,10 +1,10 @@
 #include "access/permits.h"
 
-#include <cstdio>
 #include <memory>
 #include <new>
 #include <string_view>
 
+#include "leaf/message.h"
 #include "store/numbered_elements.h"
 #include "store/setting.h"
 
@@ -45,7 +45,7 @@ bool append_permit(int32_t number) {
     }
     std::unique_ptr<PermitDef> permit = make_permit(number, name);
     if (!permit) {
-        std::fprintf(stderr, "%s allocate memory fail !!\n", "init_permit_list");
+        print_error("%s allocate memory fail !!\n", "init_permit_list");
         return false;
     }
     g_permit_list.append(std::move(permit));

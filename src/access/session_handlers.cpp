@@ -1,12 +1,11 @@
 #include "access/session_handlers.h"
 
-#include <cstdio>
-
 #include "access/session_lists.h"
 #include "handler/argument_fields.h"
 #include "handler/argument_wipe.h"
 #include "leaf/clock.h"
 #include "leaf/decimal_number.h"
+#include "leaf/message.h"
 #include "leaf/result.h"
 
 namespace veltrancord {
@@ -17,11 +16,11 @@ namespace veltrancord {
 int32_t SetSession_handle(connection_record& connection, command_argument argument, int32_t) {
     const argument_wipe wipe(argument);
     if (argument.absent()) {
-        std::fprintf(stderr, "%s: NULL Session String !!\n", "SetSession_handle");
+        print_error("%s: NULL Session String !!\n", "SetSession_handle");
         return result_argument_absent;
     }
     if (!add_session(*connection.listener->sessions, argument.text(), wall_clock_seconds())) {
-        std::fprintf(stderr, "%s: allocate fail !!\n", "SetSession_handle");
+        print_error("%s: allocate fail !!\n", "SetSession_handle");
         return result_too_large;
     }
     return result_ok;
@@ -30,7 +29,7 @@ int32_t SetSession_handle(connection_record& connection, command_argument argume
 int32_t CheckSession_handle(connection_record& connection, command_argument argument, int32_t) {
     const argument_wipe wipe(argument);
     if (argument.absent()) {
-        std::fprintf(stderr, "%s: NULL String !!\n", "CheckSession_handle");
+        print_error("%s: NULL String !!\n", "CheckSession_handle");
         return result_argument_absent;
     }
     const argument_fields fields = cut_at_ampersand(argument.text());

@@ -27,7 +27,7 @@ std::string Decode(std::string_view in) {
     return {out.data(), decoded.written};
 }
 
-TEST(base64, encodes_with_padding) {
+TEST(Base64, EncodesWithPadding) {
     EXPECT_EQ(Encode(""), "");
     EXPECT_EQ(Encode("f"), "Zg==");
     EXPECT_EQ(Encode("fo"), "Zm8=");
@@ -39,14 +39,14 @@ TEST(base64, encodes_with_padding) {
     EXPECT_EQ(Encode(std::string(60, 'x')).find('\n'), std::string::npos);
 }
 
-TEST(base64, refuses_to_encode_into_too_small_an_output) {
+TEST(Base64, RefusesToEncodeIntoTooSmallAnOutput) {
     std::vector<char> out(8, '#');
     const std::vector<unsigned char> in(6, 'x');
     EXPECT_EQ(base64_encode(in, out), -1);
     EXPECT_EQ(out, std::vector<char>(8, '#'));
 }
 
-TEST(base64, a_padded_group_still_yields_three_bytes) {
+TEST(Base64, APaddedGroupStillYieldsThreeBytes) {
     using namespace std::string_literals;
     EXPECT_EQ(Decode("QQ=="), "A\0\0"s);
     EXPECT_EQ(Decode("Zm8="), "fo\0"s);
@@ -54,7 +54,7 @@ TEST(base64, a_padded_group_still_yields_three_bytes) {
     EXPECT_EQ(Decode("A=B="), "\0\0\x40"s);
 }
 
-TEST(base64, accepts_text_without_its_padding) {
+TEST(Base64, AcceptsTextWithoutItsPadding) {
     using namespace std::string_literals;
     EXPECT_EQ(Decode("AB"), "\0\x10\0"s);
     EXPECT_EQ(Decode("AB"), Decode("AB=="));
@@ -62,11 +62,11 @@ TEST(base64, accepts_text_without_its_padding) {
     EXPECT_EQ(Decode("Z"), Decode("Z==="));
 }
 
-TEST(base64, only_the_low_seven_bits_of_a_character_count) {
+TEST(Base64, OnlyTheLowSevenBitsOfACharacterCount) {
     EXPECT_EQ(Decode("Zm9v"), Decode("\xDA\xED\xB9\xF6"));
 }
 
-TEST(base64, stops_at_the_first_group_with_an_invalid_character) {
+TEST(Base64, StopsAtTheFirstGroupWithAnInvalidCharacter) {
     for (const std::string_view text : {"A*B=", "*", "", " ", "A-B_", "\x80\x80\x80\x80"}) {
         std::vector<char> out(16, '#');
         const base64_decoded decoded = base64_decode(text, out);
@@ -81,7 +81,7 @@ TEST(base64, stops_at_the_first_group_with_an_invalid_character) {
     EXPECT_EQ(std::string(out.data(), 4), "foo#");  // what came before, not terminated
 }
 
-TEST(base64, knows_every_character) {
+TEST(Base64, KnowsEveryCharacter) {
     for (int byte = 0; byte < 256; ++byte) {
         const std::string text = std::string(3, 'A') + static_cast<char>(byte);
         std::vector<char> out(4);
@@ -91,7 +91,7 @@ TEST(base64, knows_every_character) {
     }
 }
 
-TEST(base64, never_writes_past_its_output) {
+TEST(Base64, NeverWritesPastItsOutput) {
     for (std::size_t size = 0; size < 14; ++size) {
         std::vector<char> out(size, '#');
         const base64_decoded decoded = base64_decode("Zm9vYmFyZm9v", out);
@@ -100,7 +100,7 @@ TEST(base64, never_writes_past_its_output) {
     }
 }
 
-TEST(base64, decoding_gives_back_what_was_encoded) {
+TEST(Base64, DecodingGivesBackWhatWasEncoded) {
     std::mt19937 random(3);
     for (int round = 0; round < 20000; ++round) {
         std::string bytes(random() % 100 + 1, '\0');

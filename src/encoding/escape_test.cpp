@@ -24,7 +24,7 @@ std::string Decode(std::string_view in, std::size_t size = 768) {
     return Run(url_decode, size, in);
 }
 
-TEST(escape, encodes_all_but_letters_digits_minus_dot_and_star) {
+TEST(Escape, EncodesAllButLettersDigitsMinusDotAndStar) {
     EXPECT_EQ(Encode("a b_c"), "a_20b_5Fc");
     EXPECT_EQ(Encode("azAZ09-.*"), "azAZ09-.*");
     EXPECT_EQ(Encode("+/%#\n"), "_2B_2F_25_23_0A");
@@ -32,7 +32,7 @@ TEST(escape, encodes_all_but_letters_digits_minus_dot_and_star) {
     EXPECT_EQ(Encode(""), "");
 }
 
-TEST(escape, drops_an_escape_that_does_not_fit_whole) {
+TEST(Escape, DropsAnEscapeThatDoesNotFitWhole) {
     EXPECT_EQ(Encode("a b_c", 4), "a");
     EXPECT_EQ(Encode("a b_c", 5), "a_20");
     EXPECT_EQ(Encode("a b_c", 6), "a_20b");
@@ -43,7 +43,7 @@ TEST(escape, drops_an_escape_that_does_not_fit_whole) {
     EXPECT_EQ(Encode(" b", 3), "");
 }
 
-TEST(escape, decodes_escapes_of_either_case_and_plus) {
+TEST(Escape, DecodesEscapesOfEitherCaseAndPlus) {
     EXPECT_EQ(Decode("x_4a+y_zz"), "xJ y_zz");
     EXPECT_EQ(Decode("_4A_4a"), "JJ");
     EXPECT_EQ(Decode("a_20b_5Fc"), "a b_c");
@@ -54,19 +54,19 @@ TEST(escape, decodes_escapes_of_either_case_and_plus) {
     EXPECT_EQ(Decode("_FF"), "\xFF");
 }
 
-TEST(escape, decoding_is_bounded) {
+TEST(Escape, DecodingIsBounded) {
     EXPECT_EQ(Decode("abc", 3), "ab");
     EXPECT_EQ(Decode("_41_42_43", 3), "AB");
     EXPECT_EQ(Decode("abc", 1), "");
 }
 
-TEST(escape, both_end_at_a_nul) {
+TEST(Escape, BothEndAtANul) {
     EXPECT_EQ(Encode(std::string_view("a\0b", 3)), "a");
     EXPECT_EQ(Decode(std::string_view("a\0b", 3)), "a");
     EXPECT_EQ(Decode(std::string_view("_4\0", 3)), "_4");
 }
 
-TEST(escape, decoding_gives_back_what_was_encoded) {
+TEST(Escape, DecodingGivesBackWhatWasEncoded) {
     std::mt19937 random(7);
     for (int round = 0; round < 20000; ++round) {
         std::string text(random() % 60, '\0');

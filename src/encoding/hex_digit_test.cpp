@@ -7,7 +7,7 @@
 namespace veltrancord {
 namespace {
 
-TEST(hex_digit, gives_the_value_of_every_digit_and_refuses_every_other_byte) {
+TEST(HexDigit, GivesTheValueOfEveryDigitAndRefusesEveryOtherByte) {
     constexpr std::string_view digits = "0123456789ABCDEFabcdef";
     for (int byte = 0; byte < 256; ++byte) {
         const char c = static_cast<char>(byte);

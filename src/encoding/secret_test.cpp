@@ -42,14 +42,14 @@ std::string KeyBytes(std::size_t count) {
     return key;
 }
 
-TEST(secret, form_is_prefix_length_and_base64) {
+TEST(Secret, FormIsPrefixLengthAndBase64) {
     const std::string form = Encode("secret");
     EXPECT_EQ(form.substr(0, 6), "enc:6:");
     EXPECT_EQ(form.size(), 14U);
     EXPECT_EQ(Encode(""), "enc:0:");
 }
 
-TEST(secret, key_repeats_after_seven_bytes_and_changes_every_one) {
+TEST(Secret, KeyRepeatsAfterSevenBytesAndChangesEveryOne) {
     const std::string key = KeyBytes(150);
     for (std::size_t i = 0; i + 7 < key.size(); ++i) {
         EXPECT_EQ(key[i], key[i + 7]);
@@ -58,7 +58,7 @@ TEST(secret, key_repeats_after_seven_bytes_and_changes_every_one) {
     EXPECT_NE(key.substr(0, 7), std::string(7, key[0]));
 }
 
-TEST(secret, length_is_kept_in_one_byte) {
+TEST(Secret, LengthIsKeptInOneByte) {
     std::string plain;
     for (int i = 0; i < 300; ++i) {
         plain += static_cast<char>('A' + i % 26);
@@ -69,7 +69,7 @@ TEST(secret, length_is_kept_in_one_byte) {
     EXPECT_EQ(Encode(plain.substr(0, 256)), "enc:0:");
 }
 
-TEST(secret, form_that_does_not_fit_is_refused_and_nothing_written) {
+TEST(Secret, FormThatDoesNotFitIsRefusedAndNothingWritten) {
     secret_text out;
     out.fill('#');
     // "enc:184:" and 248 characters of base64 are 256 bytes without their NUL.
@@ -78,13 +78,13 @@ TEST(secret, form_that_does_not_fit_is_refused_and_nothing_written) {
     EXPECT_EQ(Encode(std::string(183, 'p')).size(), 8U + 244U);
 }
 
-TEST(secret, plain_text_is_left_alone) {
+TEST(Secret, PlainTextIsLeftAlone) {
     const std::string plain = "secret";
     static_cast<void>(Encode(plain));
     EXPECT_EQ(plain, "secret");
 }
 
-TEST(secret, text_without_the_prefix_is_its_own_plain_text) {
+TEST(Secret, TextWithoutThePrefixIsItsOwnPlainText) {
     EXPECT_EQ(Decode("plain"), "plain");
     EXPECT_EQ(Decode(""), "");
     EXPECT_EQ(Decode("enc"), "enc");
@@ -92,7 +92,7 @@ TEST(secret, text_without_the_prefix_is_its_own_plain_text) {
     EXPECT_EQ(Decode(std::string(300, 'x')), std::string(255, 'x'));
 }
 
-TEST(secret, prefix_without_second_colon_writes_nothing) {
+TEST(Secret, PrefixWithoutSecondColonWritesNothing) {
     secret_text out;
     out.fill('#');
     EXPECT_EQ(enc_value_decode("enc:abc", out), 0);
@@ -100,7 +100,7 @@ TEST(secret, prefix_without_second_colon_writes_nothing) {
     EXPECT_EQ(std::string(out.data(), out.size()), std::string(out.size(), '#'));
 }
 
-TEST(secret, empty_base64_part_is_invalid_and_writes_nothing) {
+TEST(Secret, EmptyBase64PartIsInvalidAndWritesNothing) {
     secret_text out;
     out.fill('#');
     EXPECT_EQ(enc_value_decode("enc:0:", out), -1);
@@ -108,7 +108,7 @@ TEST(secret, empty_base64_part_is_invalid_and_writes_nothing) {
     EXPECT_EQ(std::string(out.data(), out.size()), std::string(out.size(), '#'));
 }
 
-TEST(secret, only_the_announced_bytes_are_changed) {
+TEST(Secret, OnlyTheAnnouncedBytesAreChanged) {
     EXPECT_EQ(Decode("enc:0:Zm9v"), "foo");
     EXPECT_EQ(Decode("enc:-5:Zm9v"), "foo");
     EXPECT_EQ(Decode("enc:x:Zm9v"), "foo");
@@ -119,7 +119,7 @@ TEST(secret, only_the_announced_bytes_are_changed) {
 
 // A value that announces more than it carries used to bring the key to light: unwritten and padding
 // bytes are zero, and zero changed by the key is the key.
-TEST(secret, key_never_shows) {
+TEST(Secret, KeyNeverShows) {
     const std::string key = KeyBytes(7);
     for (const char* const stored :
          {"enc:200:", "enc:200:*", "enc:200:Zm9v*", "enc:200:Zm9v",
@@ -134,13 +134,13 @@ TEST(secret, key_never_shows) {
     }
 }
 
-TEST(secret, bytes_before_an_invalid_group_are_decoded) {
+TEST(Secret, BytesBeforeAnInvalidGroupAreDecoded) {
     const std::string form = Encode("abcdef");
     const std::string damaged = form.substr(0, form.size() - 4) + "****";
     EXPECT_EQ(Decode(damaged, -1), "abc");
 }
 
-TEST(secret, decoding_is_bounded) {
+TEST(Secret, DecodingIsBounded) {
     std::string stored = "enc:0:";
     for (int i = 0; i < 200; ++i) {
         stored += "Zm9v";
@@ -155,7 +155,7 @@ TEST(secret, decoding_is_bounded) {
     EXPECT_EQ(enc_value_decode("plain", std::span<char>()), -1);
 }
 
-TEST(secret, decoding_gives_back_what_was_encoded) {
+TEST(Secret, DecodingGivesBackWhatWasEncoded) {
     std::mt19937 random(11);
     for (int round = 0; round < 20000; ++round) {
         std::string plain(random() % 183 + 1, '\0');

@@ -4,13 +4,13 @@
 
 #include <array>
 #include <charconv>
-#include <cstdio>
 #include <string>
 
 #include "eventlog/notification.h"
 #include "eventlog/stored_settings.h"
 #include "leaf/bounded_text.h"
 #include "leaf/child_program.h"
+#include "leaf/message.h"
 
 namespace veltrancord {
 
@@ -55,7 +55,7 @@ int32_t trigger_event_callback(int32_t type, const char* time_text, uint8_t firs
                                        .environment = environment,
                                        .report_exec_failure = true});
     if (child < 0) {
-        std::perror("fork");
+        print_reason("fork");
         return 0;
     }
     return 1;

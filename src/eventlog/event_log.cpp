@@ -1,6 +1,5 @@
 #include "eventlog/event_log.h"
 
-#include <cstdio>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -8,6 +7,7 @@
 #include "eventlog/log_capacity.h"
 #include "leaf/bounded_text.h"
 #include "leaf/file_replacer.h"
+#include "leaf/message.h"
 #include "leaf/result.h"
 #include "leaf/termination.h"
 #include "store/document_set.h"
@@ -38,8 +38,8 @@ int32_t event_log::start(const char* path) {
         return result;
     }
     const int32_t capacity = log_capacity_for_size(size);
-    std::fprintf(stderr, "event log max number = %d iAvailHddSize=0x%x\n", capacity,
-                 static_cast<uint32_t>(size));
+    print_error("event log max number = %d iAvailHddSize=0x%x\n", capacity,
+                static_cast<uint32_t>(size));
     return start_with_capacity(path, capacity);
 }
 
@@ -159,7 +159,7 @@ void SystemHaltEventLog() {
     if (!g_event_log.save()) {
         // The same words when the process is terminating: readers of the device's boot log look
         // for them.
-        std::fprintf(stderr, "%s logdoc == NULL\n", "SystemHaltEventLog");
+        print_error("%s logdoc == NULL\n", "SystemHaltEventLog");
     }
 }
 

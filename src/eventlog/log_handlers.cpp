@@ -1,10 +1,9 @@
 #include "eventlog/log_handlers.h"
 
-#include <cstdio>
-
 #include "eventlog/event_callback.h"
 #include "eventlog/event_log.h"
 #include "leaf/clock.h"
+#include "leaf/message.h"
 #include "leaf/result.h"
 #include "store/reply_capacity.h"
 
@@ -48,7 +47,7 @@ int32_t readlog_handle(connection_record& connection, command_argument argument,
     const int32_t result = opened ? g_event_log.read(request, connection.reply) : result_too_large;
     if (result == result_too_large) {
         // A client takes this for a page without entries.
-        std::fprintf(stderr, "%s allocate memory fail!!\n", "readlog_handle");
+        print_error("%s allocate memory fail!!\n", "readlog_handle");
         return 0;
     }
     return result;

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <string>
 #include <string_view>
 
 #include "leaf/decimal_number.h"
+#include "leaf/message.h"
 #include "leaf/result.h"
 
 namespace veltrancord {
@@ -84,7 +84,7 @@ int32_t log_read(const log_document& document, const log_ring& ring, log_cursor&
         }
     }
     if (!messages.empty()) {
-        std::fputs(messages.c_str(), stderr);
+        print_error_text(messages);
     }
     return result < 0 ? result : records * static_cast<int32_t>(log_record_size);
 }

@@ -2,12 +2,12 @@
 
 #include <strings.h>
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
 #include "encoding/hex_digit.h"
 #include "leaf/decimal_number.h"
+#include "leaf/message.h"
 
 namespace veltrancord {
 
@@ -41,7 +41,7 @@ bool is_wanted(std::string_view branch, std::string_view name, notification_sett
 
 uint32_t parse_event_bits(std::string_view digits) {
     if (digits.empty() || digits.size() > longest_bits) {
-        std::fputs("Data is overflow!!\n", stderr);
+        print_error("Data is overflow!!\n");
         return 0;
     }
     uint32_t bits = 0;

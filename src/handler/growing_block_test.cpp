@@ -40,13 +40,13 @@ bool is_filled(const growing_block& block, std::size_t size) {
     return true;
 }
 
-TEST(growing_block, is_empty_at_first) {
+TEST(GrowingBlock, IsEmptyAtFirst) {
     const growing_block block;
     EXPECT_EQ(block.get(), nullptr);
     EXPECT_EQ(block.size(), 0U);
 }
 
-TEST(growing_block, keeps_its_content_from_the_heap_into_a_mapping_and_on) {
+TEST(GrowingBlock, KeepsItsContentFromTheHeapIntoAMappingAndOn) {
     growing_block block;
     std::size_t filled = 0;
     for (const std::size_t size : {std::size_t{10}, std::size_t{5000}, mebibyte, 2 * mebibyte,
@@ -60,7 +60,7 @@ TEST(growing_block, keeps_its_content_from_the_heap_into_a_mapping_and_on) {
     EXPECT_TRUE(is_filled(block, filled));
 }
 
-TEST(growing_block, becomes_as_long_as_foreseen_only_as_a_mapping) {
+TEST(GrowingBlock, BecomesAsLongAsForeseenOnlyAsAMapping) {
     growing_block block;
     ASSERT_TRUE(block.grow(growing_block::largest_on_heap, 30 * mebibyte));
     EXPECT_EQ(block.size(), growing_block::largest_on_heap);
@@ -74,7 +74,7 @@ TEST(growing_block, becomes_as_long_as_foreseen_only_as_a_mapping) {
     EXPECT_LE(other.size(), 64 * mebibyte);
 }
 
-TEST(growing_block, gives_its_mapping_back) {
+TEST(GrowingBlock, GivesItsMappingBack) {
     const long before = address_space();
     {
         growing_block block;
@@ -89,7 +89,7 @@ TEST(growing_block, gives_its_mapping_back) {
     EXPECT_LT(address_space(), before + 1024);
 }
 
-TEST(growing_block, moves_and_leaves_an_empty_one) {
+TEST(GrowingBlock, MovesAndLeavesAnEmptyOne) {
     for (const std::size_t size : {std::size_t{100}, 3 * mebibyte}) {
         growing_block first;
         ASSERT_TRUE(first.grow(size, 0));
@@ -105,7 +105,7 @@ TEST(growing_block, moves_and_leaves_an_empty_one) {
     }
 }
 
-TEST(growing_block, stays_as_it_was_when_memory_cannot_be_had) {
+TEST(GrowingBlock, StaysAsItWasWhenMemoryCannotBeHad) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizer has the whole address space";
 #else

@@ -11,7 +11,7 @@
 namespace veltrancord {
 namespace {
 
-TEST(reply_text, is_closed_at_first) {
+TEST(ReplyText, IsClosedAtFirst) {
     reply_text text;
     EXPECT_FALSE(text.is_open());
     EXPECT_EQ(text.view(), "");
@@ -20,7 +20,7 @@ TEST(reply_text, is_closed_at_first) {
     EXPECT_FALSE(text.reserve(1));
 }
 
-TEST(reply_text, is_a_body_as_soon_as_it_is_opened) {
+TEST(ReplyText, IsABodyAsSoonAsItIsOpened) {
     reply_text text;
     ASSERT_TRUE(text.open(10));
     EXPECT_TRUE(text.is_open());
@@ -28,7 +28,7 @@ TEST(reply_text, is_a_body_as_soon_as_it_is_opened) {
     EXPECT_EQ(text.bound(), 10U);
 }
 
-TEST(reply_text, keeps_of_a_frame_that_is_mostly_sent_only_the_rest) {
+TEST(ReplyText, KeepsOfAFrameThatIsMostlySentOnlyTheRest) {
     reply_text text;
     ASSERT_TRUE(text.open(100'000));
     ASSERT_TRUE(text.append(std::string(90'000, 'a') + std::string(10'000, 'b')));
@@ -47,7 +47,7 @@ TEST(reply_text, keeps_of_a_frame_that_is_mostly_sent_only_the_rest) {
     EXPECT_TRUE(text.is_open());
 }
 
-TEST(reply_text, takes_as_much_as_its_bound_and_not_a_byte_more) {
+TEST(ReplyText, TakesAsMuchAsItsBoundAndNotAByteMore) {
     reply_text text;
     ASSERT_TRUE(text.open(5));
     EXPECT_TRUE(text.append("1234"));
@@ -59,7 +59,7 @@ TEST(reply_text, takes_as_much_as_its_bound_and_not_a_byte_more) {
     EXPECT_EQ(text.view(), "12345");
 }
 
-TEST(reply_text, takes_nothing_with_a_bound_of_0) {
+TEST(ReplyText, TakesNothingWithABoundOf0) {
     reply_text text;
     ASSERT_TRUE(text.open(0));
     EXPECT_TRUE(text.is_open());
@@ -67,7 +67,7 @@ TEST(reply_text, takes_nothing_with_a_bound_of_0) {
     EXPECT_EQ(text.frame(0), std::string_view("\0\0\0\0", 4));
 }
 
-TEST(reply_text, keeps_its_content_when_it_grows) {
+TEST(ReplyText, KeepsItsContentWhenItGrows) {
     reply_text text;
     ASSERT_TRUE(text.open(100'000));
     std::string expected;
@@ -79,7 +79,7 @@ TEST(reply_text, keeps_its_content_when_it_grows) {
     EXPECT_EQ(text.view(), expected);
 }
 
-TEST(reply_text, allocates_for_the_text_and_not_for_the_bound) {
+TEST(ReplyText, AllocatesForTheTextAndNotForTheBound) {
     const struct mallinfo2 before = ::mallinfo2();
     reply_text text;
     ASSERT_TRUE(text.open(std::size_t{512} * 1024 * 1024));
@@ -88,7 +88,7 @@ TEST(reply_text, allocates_for_the_text_and_not_for_the_bound) {
     EXPECT_LT(after.uordblks + after.hblkhd, before.uordblks + before.hblkhd + 4096);
 }
 
-TEST(reply_text, does_not_wrap_around_at_the_largest_bound) {
+TEST(ReplyText, DoesNotWrapAroundAtTheLargestBound) {
     reply_text text;
     ASSERT_TRUE(text.open(std::numeric_limits<std::size_t>::max()));
     EXPECT_TRUE(text.append("x"));
@@ -96,7 +96,7 @@ TEST(reply_text, does_not_wrap_around_at_the_largest_bound) {
     EXPECT_EQ(text.view(), "x");
 }
 
-TEST(reply_text, extends_by_zero_bytes_where_other_text_stood) {
+TEST(ReplyText, ExtendsByZeroBytesWhereOtherTextStood) {
     reply_text text;
     ASSERT_TRUE(text.open(100));
     ASSERT_TRUE(text.append("abcdef"));
@@ -108,14 +108,14 @@ TEST(reply_text, extends_by_zero_bytes_where_other_text_stood) {
     EXPECT_EQ(text.view(), std::string_view("ab\0\0\0z", 6));
 }
 
-TEST(reply_text, extends_up_to_its_bound) {
+TEST(ReplyText, ExtendsUpToItsBound) {
     reply_text text;
     ASSERT_TRUE(text.open(300));
     EXPECT_EQ(text.extend(300).size(), 300U);
     EXPECT_TRUE(text.extend(1).empty());
 }
 
-TEST(reply_text, appends_all_pieces_or_none) {
+TEST(ReplyText, AppendsAllPiecesOrNone) {
     reply_text text;
     EXPECT_FALSE(text.append_all("a", "b"));  // not open
     ASSERT_TRUE(text.open(300));
@@ -130,7 +130,7 @@ TEST(reply_text, appends_all_pieces_or_none) {
     EXPECT_TRUE(text.view().ends_with("\n12345"));
 }
 
-TEST(reply_text, takes_what_was_written_into_its_room) {
+TEST(ReplyText, TakesWhatWasWrittenIntoItsRoom) {
     reply_text text;
     EXPECT_EQ(text.room(1), nullptr);  // not open
     ASSERT_TRUE(text.open(1000));
@@ -146,7 +146,7 @@ TEST(reply_text, takes_what_was_written_into_its_room) {
     EXPECT_EQ(text.view(), "key=xxx");
 }
 
-TEST(reply_text, keeps_to_its_bound_in_a_large_block) {
+TEST(ReplyText, KeepsToItsBoundInALargeBlock) {
     constexpr std::size_t bound = 5'000'000;
     reply_text text;
     ASSERT_TRUE(text.open(bound));
@@ -163,7 +163,7 @@ TEST(reply_text, keeps_to_its_bound_in_a_large_block) {
     EXPECT_EQ(text.view(), expected.substr(4'000'000));
 }
 
-TEST(reply_text, truncates_to_no_more_than_it_has) {
+TEST(ReplyText, TruncatesToNoMoreThanItHas) {
     reply_text text;
     ASSERT_TRUE(text.open(10));
     ASSERT_TRUE(text.append("abc"));
@@ -174,7 +174,7 @@ TEST(reply_text, truncates_to_no_more_than_it_has) {
     EXPECT_TRUE(text.is_open());
 }
 
-TEST(reply_text, appends_without_moving_what_was_reserved) {
+TEST(ReplyText, AppendsWithoutMovingWhatWasReserved) {
     reply_text text;
     ASSERT_TRUE(text.open(10'000));
     ASSERT_TRUE(text.reserve(5'000));
@@ -184,7 +184,7 @@ TEST(reply_text, appends_without_moving_what_was_reserved) {
     EXPECT_FALSE(text.reserve(10'001));
 }
 
-TEST(reply_text, frames_the_result_and_the_text_behind_it) {
+TEST(ReplyText, FramesTheResultAndTheTextBehindIt) {
     reply_text text;
     ASSERT_TRUE(text.open(10));
     ASSERT_TRUE(text.append("hello"));
@@ -193,7 +193,7 @@ TEST(reply_text, frames_the_result_and_the_text_behind_it) {
     EXPECT_EQ(text.view(), "hello");
 }
 
-TEST(reply_text, moves_with_its_text_and_leaves_a_closed_one) {
+TEST(ReplyText, MovesWithItsTextAndLeavesAClosedOne) {
     reply_text first;
     ASSERT_TRUE(first.open(10));
     ASSERT_TRUE(first.append("abc"));
@@ -207,7 +207,7 @@ TEST(reply_text, moves_with_its_text_and_leaves_a_closed_one) {
     EXPECT_EQ(third.bound(), 10U);
 }
 
-TEST(reply_text, begins_afresh_when_it_is_opened_again) {
+TEST(ReplyText, BeginsAfreshWhenItIsOpenedAgain) {
     reply_text text;
     ASSERT_TRUE(text.open(10));
     ASSERT_TRUE(text.append("abc"));

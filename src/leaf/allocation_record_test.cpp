@@ -35,7 +35,7 @@ void free_chain(chain* first) {
 }
 
 // Were a block not freed, the leak check of the sanitizer's build would tell; freed twice, any.
-TEST(allocation_record, frees_what_was_allocated_and_not_freed) {
+TEST(AllocationRecord, FreesWhatWasAllocatedAndNotFreed) {
     allocation_record record;
     free_chain(make_chain(1000));
     make_chain(10'000);
@@ -43,7 +43,7 @@ TEST(allocation_record, frees_what_was_allocated_and_not_freed) {
     record.free_all();
 }
 
-TEST(allocation_record, leaves_alone_what_was_there_before_and_comes_afterwards) {
+TEST(AllocationRecord, LeavesAloneWhatWasThereBeforeAndComesAfterwards) {
     chain* const before = make_chain(10);
     auto gone = std::make_unique<std::string>(200, 'g');
     chain* after = nullptr;
@@ -60,7 +60,7 @@ TEST(allocation_record, leaves_alone_what_was_there_before_and_comes_afterwards)
     free_chain(after);
 }
 
-TEST(allocation_record, keeps_everything_when_it_merely_ends) {
+TEST(AllocationRecord, KeepsEverythingWhenItMerelyEnds) {
     chain* kept = nullptr;
     {
         const allocation_record record;
@@ -70,7 +70,7 @@ TEST(allocation_record, keeps_everything_when_it_merely_ends) {
     free_chain(kept);
 }
 
-TEST(allocation_record, is_of_its_own_thread_only) {
+TEST(AllocationRecord, IsOfItsOwnThreadOnly) {
     std::latch recording(1);
     std::latch allocated(1);
     std::thread other([&] {
@@ -87,7 +87,7 @@ TEST(allocation_record, is_of_its_own_thread_only) {
     free_chain(mine);
 }
 
-TEST(allocation_record, serves_a_thread_again_and_again) {
+TEST(AllocationRecord, ServesAThreadAgainAndAgain) {
     for (int turn = 0; turn < 1000; ++turn) {
         allocation_record record;
         make_chain(turn % 7);
@@ -95,7 +95,7 @@ TEST(allocation_record, serves_a_thread_again_and_again) {
     }
 }
 
-TEST(allocation_record, forms_of_allocation_fit_together) {
+TEST(AllocationRecord, FormsOfAllocationFitTogether) {
     allocation_record record;
     const std::unique_ptr<int> one(new (std::nothrow) int(1));
     const std::unique_ptr<char[]> many(new (std::nothrow) char[0]);
@@ -105,7 +105,7 @@ TEST(allocation_record, forms_of_allocation_fit_together) {
     EXPECT_EQ(numbers.back(), 7);
 }
 
-TEST(allocation_record, memory_that_cannot_be_had_is_an_exception_or_a_null_pointer) {
+TEST(AllocationRecord, MemoryThatCannotBeHadIsAnExceptionOrANullPointer) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "a sanitizer's allocator ends the process instead";
 #endif

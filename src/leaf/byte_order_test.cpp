@@ -9,25 +9,25 @@ namespace {
 
 using four_bytes = std::array<unsigned char, 4>;
 
-TEST(byte_order, stores_the_least_significant_byte_first) {
+TEST(ByteOrder, StoresTheLeastSignificantByteFirst) {
     four_bytes bytes = {};
     store_le32(bytes.data(), 0x04030201U);
     EXPECT_EQ(bytes, (four_bytes{1, 2, 3, 4}));
 }
 
-TEST(byte_order, stores_a_negative_result_in_two_s_complement) {
+TEST(ByteOrder, StoresANegativeResultInTwoSComplement) {
     four_bytes bytes = {};
     store_le32(bytes.data(), static_cast<uint32_t>(-4));
     EXPECT_EQ(bytes, (four_bytes{0xFC, 0xFF, 0xFF, 0xFF}));
 }
 
-TEST(byte_order, writes_no_fifth_byte) {
+TEST(ByteOrder, WritesNoFifthByte) {
     std::array<unsigned char, 6> bytes = {7, 7, 7, 7, 7, 7};
     store_le32(bytes.data() + 1, 0);
     EXPECT_EQ(bytes, (std::array<unsigned char, 6>{7, 0, 0, 0, 0, 7}));
 }
 
-TEST(byte_order, loads_what_was_stored) {
+TEST(ByteOrder, LoadsWhatWasStored) {
     for (const uint32_t value : {0U, 1U, 0x80U, 0xFF00U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
         four_bytes bytes = {};
         store_le32(bytes.data(), value);
@@ -35,7 +35,7 @@ TEST(byte_order, loads_what_was_stored) {
     }
 }
 
-TEST(byte_order, loads_high_bytes_without_their_sign) {
+TEST(ByteOrder, LoadsHighBytesWithoutTheirSign) {
     const four_bytes bytes = {0xFF, 0x80, 0xFE, 0xF0};
     EXPECT_EQ(load_le32(bytes.data()), 0xF0FE80FFU);
 }

@@ -19,13 +19,13 @@
 namespace veltrancord {
 namespace {
 
-class child_program : public testing::Test {
+class ChildProgram : public testing::Test {
   protected:
-    child_program() {
+    ChildProgram() {
         char name[] = "/tmp/child_program_test-XXXXXX";
         directory_ = ::mkdtemp(name);
     }
-    ~child_program() override {
+    ~ChildProgram() override {
         ::unlink(output().c_str());
         ::rmdir(directory_.c_str());
     }
@@ -64,7 +64,7 @@ class child_program : public testing::Test {
     std::string directory_;
 };
 
-TEST_F(child_program, begins_with_default_dispositions_and_an_empty_mask) {
+TEST_F(ChildProgram, BeginsWithDefaultDispositionsAndAnEmptyMask) {
     struct sigaction ignore = {};
     ignore.sa_handler = SIG_IGN;
     struct sigaction pipe_before = {};
@@ -91,7 +91,7 @@ TEST_F(child_program, begins_with_default_dispositions_and_an_empty_mask) {
     EXPECT_FALSE(::sigismember(&mask_after, SIGINT));
 }
 
-TEST_F(child_program, leaves_the_service_s_own_dispositions_alone) {
+TEST_F(ChildProgram, LeavesTheServiceSOwnDispositionsAlone) {
     struct sigaction ignore = {};
     ignore.sa_handler = SIG_IGN;
     struct sigaction before = {};
@@ -102,7 +102,7 @@ TEST_F(child_program, leaves_the_service_s_own_dispositions_alone) {
     EXPECT_EQ(after.sa_handler, ignore.sa_handler);
 }
 
-TEST_F(child_program, has_descriptors_0_to_2_only) {
+TEST_F(ChildProgram, HasDescriptors0To2Only) {
     // Deliberately inheritable, as one that the service's own starter left open.
     const owned_fd leaked(::fcntl(STDIN_FILENO, F_DUPFD, 50));
     ASSERT_TRUE(leaked);
@@ -111,7 +111,7 @@ TEST_F(child_program, has_descriptors_0_to_2_only) {
     EXPECT_EQ(read_output(), "0\n1\n2\n3\n");
 }
 
-TEST_F(child_program, gets_the_given_descriptor_as_its_standard_input) {
+TEST_F(ChildProgram, GetsTheGivenDescriptorAsItsStandardInput) {
     int ends[2];
     ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
     const owned_fd reader(ends[0]);
@@ -123,7 +123,7 @@ TEST_F(child_program, gets_the_given_descriptor_as_its_standard_input) {
     EXPECT_EQ(read_output(), "argument");
 }
 
-TEST_F(child_program, has_exactly_the_given_environment) {
+TEST_F(ChildProgram, HasExactlyTheGivenEnvironment) {
     ::setenv("VELTRANCORD_TEST", "inherited", 1);
     const pid_t child = start_script("{ tr '\\0' '\\n' < /proc/$$/environ; true; }");
     ::unsetenv("VELTRANCORD_TEST");
@@ -131,7 +131,7 @@ TEST_F(child_program, has_exactly_the_given_environment) {
     EXPECT_EQ(read_output(), "PATH=/usr/bin:/bin\n");
 }
 
-TEST_F(child_program, ends_with_status_1_when_it_cannot_be_executed) {
+TEST_F(ChildProgram, EndsWithStatus1WhenItCannotBeExecuted) {
     std::string name = "missing";
     std::array<char*, 2> arguments = {name.data(), nullptr};
     std::array<char*, 1> environment = {nullptr};
@@ -148,7 +148,7 @@ TEST_F(child_program, ends_with_status_1_when_it_cannot_be_executed) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "execve: No such file or directory\n");
 }
 
-TEST_F(child_program, tells_the_caller_that_it_could_not_be_forked) {
+TEST_F(ChildProgram, TellsTheCallerThatItCouldNotBeForked) {
     // In a process of its own, which may start no other: limits cannot be raised again by all.
     const pid_t limited = ::fork();
     if (limited == 0) {
@@ -171,7 +171,7 @@ TEST_F(child_program, tells_the_caller_that_it_could_not_be_forked) {
     EXPECT_EQ(status, 0);
 }
 
-TEST_F(child_program, shell_is_waited_for_whatever_its_status) {
+TEST_F(ChildProgram, ShellIsWaitedForWhateverItsStatus) {
     EXPECT_EQ(run_shell(("sleep 0.1; echo done > " + output()).c_str()), 0);
     EXPECT_EQ(read_output(), "done\n");
     EXPECT_EQ(run_shell("exit 3"), 0);
@@ -179,14 +179,14 @@ TEST_F(child_program, shell_is_waited_for_whatever_its_status) {
     EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);  // and is not left as a zombie
 }
 
-TEST_F(child_program, shell_gets_the_service_s_environment) {
+TEST_F(ChildProgram, ShellGetsTheServiceSEnvironment) {
     ::setenv("VELTRANCORD_TEST", "inherited", 1);
     EXPECT_EQ(run_shell(("echo $VELTRANCORD_TEST > " + output()).c_str()), 0);
     ::unsetenv("VELTRANCORD_TEST");
     EXPECT_EQ(read_output(), "inherited\n");
 }
 
-TEST_F(child_program, shell_that_another_has_reaped_counts_as_ended) {
+TEST_F(ChildProgram, ShellThatAnotherHasReapedCountsAsEnded) {
     struct sigaction ignore = {};
     ignore.sa_handler = SIG_IGN;  // the kernel reaps at once
     struct sigaction before = {};

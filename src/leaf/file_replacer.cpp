@@ -43,12 +43,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <utility>
 
+#include "leaf/message.h"
 #include "leaf/result.h"
 #include "leaf/whole_io.h"
 
@@ -324,8 +324,8 @@ int32_t file_replacement::commit() {
 }
 
 void file_replacement::report_failure() const {
-    std::fprintf(stderr, "replace_file %s error : %s%s\n", path_, std::strerror(error_),
-                 damaged_ ? ", the file may be damaged" : "");
+    print_error("replace_file %s error : %s%s\n", path_, std::strerror(error_),
+                damaged_ ? ", the file may be damaged" : "");
 }
 
 void file_replacement::discard() {

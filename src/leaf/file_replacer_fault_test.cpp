@@ -39,6 +39,9 @@ using veltrancord::g_plan;
 extern "C" {
 
 ssize_t write(int fd, const void* bytes, size_t count) {
+    if (fd == STDERR_FILENO) {  // a message about what has failed
+        return syscall(SYS_write, fd, bytes, count);
+    }
     if (fails("write")) {
         return -1;
     }

@@ -4,11 +4,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 
+#include "leaf/message.h"
 #include "leaf/owned_fd.h"
 
 namespace veltrancord {
@@ -17,8 +17,7 @@ namespace {
 
 // Messages of one file go to two streams; what is printed must not come out later than the rest.
 int32_t Fail(const char* message) {
-    std::fputs(message, stdout);
-    std::fflush(stdout);
+    print_output("%s", message);
     return -1;
 }
 
@@ -64,7 +63,7 @@ int32_t LoadFile2Buf(const char* path, file_text& buf) {
     }
     const std::size_t done = ReadUpTo(fd.get(), buf.get(), size);
     if (done < size) {
-        std::fprintf(stderr, "%s error %s\n", "LoadFile2Buf", std::strerror(errno));
+        print_error("%s error %s\n", "LoadFile2Buf", std::strerror(errno));
     }
     std::memset(buf.get() + done, 0, size + 1 - done);
     return 0;

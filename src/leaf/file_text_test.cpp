@@ -10,7 +10,7 @@
 namespace veltrancord {
 namespace {
 
-TEST_F(document_set, reads_a_whole_file_with_a_nul_behind_it) {
+TEST_F(DocumentSet, ReadsAWholeFileWithANulBehindIt) {
     std::string content(200000, 'x');
     Write("Big", content);
     std::string text;
@@ -20,7 +20,7 @@ TEST_F(document_set, reads_a_whole_file_with_a_nul_behind_it) {
 
 // A file may end before the size that it had when it was measured; a file of /sys always does. What
 // is missing reads as zero bytes and not as what memory happened to hold.
-TEST_F(document_set, early_end_of_file_is_reported_and_reads_as_zero) {
+TEST_F(DocumentSet, EarlyEndOfFileIsReportedAndReadsAsZero) {
     const char* const file = "/sys/kernel/mm/transparent_hugepage/enabled";
     if (::access(file, R_OK | W_OK) != 0) {
         GTEST_SKIP() << "no file here ends before its size";

@@ -17,19 +17,19 @@ bool is_open(int fd) {
     return ::fcntl(fd, F_GETFD) >= 0;
 }
 
-TEST(owned_fd, holds_nothing_at_first) {
+TEST(OwnedFd, HoldsNothingAtFirst) {
     const owned_fd empty;
     EXPECT_FALSE(empty);
     EXPECT_EQ(empty.get(), -1);
 }
 
-TEST(owned_fd, counts_descriptor_0_as_one) {
+TEST(OwnedFd, CountsDescriptor0AsOne) {
     owned_fd zero(0);
     EXPECT_TRUE(zero);
     EXPECT_EQ(zero.release(), 0);
 }
 
-TEST(owned_fd, closes_in_the_destructor) {
+TEST(OwnedFd, ClosesInTheDestructor) {
     const int fd = open_null();
     {
         const owned_fd owner(fd);
@@ -38,7 +38,7 @@ TEST(owned_fd, closes_in_the_destructor) {
     EXPECT_FALSE(is_open(fd));
 }
 
-TEST(owned_fd, gives_its_descriptor_to_the_one_it_is_moved_to) {
+TEST(OwnedFd, GivesItsDescriptorToTheOneItIsMovedTo) {
     owned_fd first(open_null());
     const int fd = first.get();
     owned_fd second(std::move(first));
@@ -47,7 +47,7 @@ TEST(owned_fd, gives_its_descriptor_to_the_one_it_is_moved_to) {
     EXPECT_TRUE(is_open(fd));
 }
 
-TEST(owned_fd, closes_what_it_held_when_another_is_moved_in) {
+TEST(OwnedFd, ClosesWhatItHeldWhenAnotherIsMovedIn) {
     owned_fd first(open_null());
     owned_fd second(open_null());
     const int old = second.get();
@@ -58,14 +58,14 @@ TEST(owned_fd, closes_what_it_held_when_another_is_moved_in) {
     EXPECT_EQ(second.get(), kept);
 }
 
-TEST(owned_fd, survives_being_moved_to_itself) {
+TEST(OwnedFd, SurvivesBeingMovedToItself) {
     owned_fd owner(open_null());
     owned_fd& same = owner;
     owner = std::move(same);
     EXPECT_TRUE(is_open(owner.get()));
 }
 
-TEST(owned_fd, gives_away_without_closing) {
+TEST(OwnedFd, GivesAwayWithoutClosing) {
     owned_fd owner(open_null());
     const int fd = owner.release();
     EXPECT_FALSE(owner);
@@ -73,7 +73,7 @@ TEST(owned_fd, gives_away_without_closing) {
     ::close(fd);
 }
 
-TEST(owned_fd, leaves_errno_alone) {
+TEST(OwnedFd, LeavesErrnoAlone) {
     {
         owned_fd owner(open_null());
         ::close(owner.get());  // so that the owner's own close fails
@@ -82,7 +82,7 @@ TEST(owned_fd, leaves_errno_alone) {
     EXPECT_EQ(errno, ENOENT);
 }
 
-TEST(owned_fd, tells_a_close_that_failed) {
+TEST(OwnedFd, TellsACloseThatFailed) {
     owned_fd owner(open_null());
     ::close(owner.get());
     EXPECT_EQ(owner.close(), -1);
@@ -90,7 +90,7 @@ TEST(owned_fd, tells_a_close_that_failed) {
     EXPECT_FALSE(owner);
 }
 
-TEST(owned_fd, closes_nothing_when_empty) {
+TEST(OwnedFd, ClosesNothingWhenEmpty) {
     owned_fd empty;
     EXPECT_EQ(empty.close(), 0);
 }

@@ -2,10 +2,10 @@
 
 #include <sys/socket.h>
 
-#include <cstdio>
 #include <new>
 #include <utility>
 
+#include "leaf/message.h"
 #include "server/event_loop.h"
 #include "server/receiver.h"
 #include "server/request_server.h"
@@ -61,7 +61,7 @@ bool await_request(connection& client) {
 
 void release_item(connection* client) {
     if (client == nullptr) {
-        std::fprintf(stderr, "%s NULL Pointer\n", "release_item");
+        print_error("%s NULL Pointer\n", "release_item");
         return;
     }
     const std::unique_ptr<connection> owner(client);

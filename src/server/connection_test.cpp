@@ -16,16 +16,16 @@ loop_time test_clock() {
     return g_now;
 }
 
-class connection_release : public exchange {};
+class ConnectionRelease : public exchange {};
 
-TEST_F(connection_release, reports_a_null_record) {
+TEST_F(ConnectionRelease, ReportsANullRecord) {
     testing::internal::CaptureStderr();
     release_item(nullptr);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "release_item NULL Pointer\n");
     release();
 }
 
-TEST_F(connection_release, takes_the_events_along) {
+TEST_F(ConnectionRelease, TakesTheEventsAlong) {
     ASSERT_TRUE(await_request(*connection_));
     send("?");
     release();
@@ -37,7 +37,7 @@ TEST_F(connection_release, takes_the_events_along) {
     server_.loop.run_pass();
 }
 
-TEST_F(connection_release, happens_when_a_request_was_served_from_the_loop) {
+TEST_F(ConnectionRelease, HappensWhenARequestWasServedFromTheLoop) {
     ASSERT_TRUE(await_request(*connection_));
     send(request_frame_of("echo:hello"));
     server_.loop.run_pass();
@@ -45,7 +45,7 @@ TEST_F(connection_release, happens_when_a_request_was_served_from_the_loop) {
     EXPECT_EQ(receive_all(), code_of(5) + "hello");
 }
 
-TEST_F(connection_release, does_not_happen_while_only_garbage_has_come) {
+TEST_F(ConnectionRelease, DoesNotHappenWhileOnlyGarbageHasCome) {
     ASSERT_TRUE(await_request(*connection_));
     send("garbage");
     server_.loop.run_pass();
@@ -55,7 +55,7 @@ TEST_F(connection_release, does_not_happen_while_only_garbage_has_come) {
 }
 
 // The server's loop goes by the wall clock, so this one has a server of its own.
-TEST(idle_connection, is_released_after_30_seconds_without_a_start_code) {
+TEST(IdleConnection, IsReleasedAfter30SecondsWithoutAStartCode) {
     g_now = {1'000'000, 0};
     request_server server(test_clock);
     int ends[2] = {-1, -1};

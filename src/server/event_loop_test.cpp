@@ -57,13 +57,13 @@ struct socket_pair {
     void make_readable() const { EXPECT_EQ(::write(far.get(), "x", 1), 1); }
 };
 
-class event_loop_time : public testing::Test {
+class EventLoopTime : public testing::Test {
   protected:
-    event_loop_time() { g_now = {1'000'000, 999'000}; }
+    EventLoopTime() { g_now = {1'000'000, 999'000}; }
     event_loop loop_{test_clock};
 };
 
-TEST_F(event_loop_time, one_shot_timer_fires_once_when_less_than_5_ms_are_left) {
+TEST_F(EventLoopTime, OneShotTimerFiresOnceWhenLessThan5MsAreLeft) {
     probe timer;
     ASSERT_NE(loop_.add_timer(30'000, true, probe::call, &timer), nullptr);
     advance(29'995);
@@ -81,7 +81,7 @@ TEST_F(event_loop_time, one_shot_timer_fires_once_when_less_than_5_ms_are_left) 
     EXPECT_EQ(timer.calls, 1);
 }
 
-TEST_F(event_loop_time, periodic_timer_keeps_its_beat) {
+TEST_F(EventLoopTime, PeriodicTimerKeepsItsBeat) {
     probe timer;
     ASSERT_NE(loop_.add_timer(1'000, false, probe::call, &timer), nullptr);
     advance(1'300);
@@ -95,7 +95,7 @@ TEST_F(event_loop_time, periodic_timer_keeps_its_beat) {
     EXPECT_EQ(timer.calls, 2);
 }
 
-TEST_F(event_loop_time, removed_timer_does_not_fire) {
+TEST_F(EventLoopTime, RemovedTimerDoesNotFire) {
     probe timer;
     loop_event* event = loop_.add_timer(10, true, probe::call, &timer);
     probe other;
@@ -108,7 +108,7 @@ TEST_F(event_loop_time, removed_timer_does_not_fire) {
     EXPECT_EQ(other.calls, 1);
 }
 
-TEST_F(event_loop_time, timer_may_remove_itself_and_one_that_is_due_too) {
+TEST_F(EventLoopTime, TimerMayRemoveItselfAndOneThatIsDueToo) {
     probe first;
     probe second;
     // The newest is visited first.
@@ -126,7 +126,7 @@ TEST_F(event_loop_time, timer_may_remove_itself_and_one_that_is_due_too) {
     EXPECT_EQ(second.calls, 0);
 }
 
-TEST_F(event_loop_time, timer_added_by_a_callback_waits_for_the_next_pass) {
+TEST_F(EventLoopTime, TimerAddedByACallbackWaitsForTheNextPass) {
     probe timer;
     timer.loop = &loop_;
     timer.meanwhile = [](probe& self) {
@@ -143,7 +143,7 @@ TEST_F(event_loop_time, timer_added_by_a_callback_waits_for_the_next_pass) {
 
 // The alarm that the first pass has set rings for a timer that is gone, and is set anew for the
 // one that came after it.
-TEST(event_loop_alarm, ends_the_wait_for_each_timer) {
+TEST(EventLoopAlarm, EndsTheWaitForEachTimer) {
     event_loop loop;
     const socket_pair pair;
     probe silent;
@@ -166,7 +166,7 @@ TEST(event_loop_alarm, ends_the_wait_for_each_timer) {
     EXPECT_EQ(silent.calls, 1);
 }
 
-TEST(event_loop_alarm, is_not_needed_for_a_timer_to_fire) {
+TEST(EventLoopAlarm, IsNotNeededForATimerToFire) {
     rlimit before = {};
     ::getrlimit(RLIMIT_SIGPENDING, &before);
     const rlimit none = {0, before.rlim_max};
@@ -179,7 +179,7 @@ TEST(event_loop_alarm, is_not_needed_for_a_timer_to_fire) {
     ::setrlimit(RLIMIT_SIGPENDING, &before);
 }
 
-TEST_F(event_loop_time, stop_ends_the_run_and_leaves_out_the_rest_of_the_pass) {
+TEST_F(EventLoopTime, StopEndsTheRunAndLeavesOutTheRestOfThePass) {
     probe left_out;
     probe stopping;
     ASSERT_NE(loop_.add_timer(0, false, probe::call, &left_out), nullptr);
@@ -195,7 +195,7 @@ TEST_F(event_loop_time, stop_ends_the_run_and_leaves_out_the_rest_of_the_pass) {
     EXPECT_EQ(left_out.calls, 0);
 }
 
-class event_loop_descriptors : public testing::Test {
+class EventLoopDescriptors : public testing::Test {
   protected:
     void pass_without_waiting() {
         loop_event* timer = loop_.add_timer(
@@ -206,7 +206,7 @@ class event_loop_descriptors : public testing::Test {
     event_loop loop_;
 };
 
-TEST_F(event_loop_descriptors, fire_in_every_pass_in_which_they_are_ready) {
+TEST_F(EventLoopDescriptors, FireInEveryPassInWhichTheyAreReady) {
     const socket_pair pair;
     probe reader;
     ASSERT_NE(loop_.add_descriptor(pair.near.get(), watch_direction::read, probe::call, &reader),
@@ -219,7 +219,7 @@ TEST_F(event_loop_descriptors, fire_in_every_pass_in_which_they_are_ready) {
     EXPECT_EQ(reader.calls, 2);
 }
 
-TEST_F(event_loop_descriptors, are_watched_for_their_own_direction) {
+TEST_F(EventLoopDescriptors, AreWatchedForTheirOwnDirection) {
     const socket_pair pair;
     probe reader;
     probe writer;
@@ -232,7 +232,7 @@ TEST_F(event_loop_descriptors, are_watched_for_their_own_direction) {
     EXPECT_EQ(writer.calls, 1);
 }
 
-TEST_F(event_loop_descriptors, fire_when_the_peer_is_gone) {
+TEST_F(EventLoopDescriptors, FireWhenThePeerIsGone) {
     socket_pair pair;
     probe reader;
     ASSERT_NE(loop_.add_descriptor(pair.near.get(), watch_direction::read, probe::call, &reader),
@@ -244,7 +244,7 @@ TEST_F(event_loop_descriptors, fire_when_the_peer_is_gone) {
 
 // The newest is visited first and takes itself and the older one along, both ready: as when a
 // connection is released while its other events are still to come.
-TEST_F(event_loop_descriptors, callback_may_destroy_itself_and_the_next_one) {
+TEST_F(EventLoopDescriptors, CallbackMayDestroyItselfAndTheNextOne) {
     const socket_pair pair;
     pair.make_readable();
     probe next;
@@ -269,7 +269,7 @@ TEST_F(event_loop_descriptors, callback_may_destroy_itself_and_the_next_one) {
 }
 
 // A descriptor closed and given out again within one pass: the old event was for another file.
-TEST_F(event_loop_descriptors, do_not_fire_for_a_number_that_was_given_out_again) {
+TEST_F(EventLoopDescriptors, DoNotFireForANumberThatWasGivenOutAgain) {
     const socket_pair first;
     socket_pair second;
     first.make_readable();
@@ -299,7 +299,7 @@ TEST_F(event_loop_descriptors, do_not_fire_for_a_number_that_was_given_out_again
     again.reset();
 }
 
-TEST_F(event_loop_descriptors, newest_fires_first) {
+TEST_F(EventLoopDescriptors, NewestFiresFirst) {
     const socket_pair pair;
     pair.make_readable();
     static std::string order;
@@ -315,7 +315,7 @@ TEST_F(event_loop_descriptors, newest_fires_first) {
     EXPECT_EQ(order, "cba");
 }
 
-TEST_F(event_loop_descriptors, may_be_far_more_than_a_select_set_holds) {
+TEST_F(EventLoopDescriptors, MayBeFarMoreThanASelectSetHolds) {
     std::vector<socket_pair> pairs(600);
     const owned_fd high(::fcntl(pairs.back().near.get(), F_DUPFD_CLOEXEC, 1500));
     if (!high) {
@@ -341,7 +341,7 @@ TEST_F(event_loop_descriptors, may_be_far_more_than_a_select_set_holds) {
     EXPECT_EQ(readers.back().calls, 1);
 }
 
-TEST_F(event_loop_descriptors, freed_events_are_used_again) {
+TEST_F(EventLoopDescriptors, FreedEventsAreUsedAgain) {
     const socket_pair pair;
     probe reader;
     loop_event* event =

@@ -7,11 +7,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <utility>
 
 #include "leaf/bounded_text.h"
+#include "leaf/message.h"
 #include "leaf/termination.h"
 #include "server/connection.h"
 #include "server/receiver.h"
@@ -81,7 +81,7 @@ bool is_shut_down(int fd) {
 // This process has shut the socket down itself when it is being terminated: no failure then.
 void report_accept_failure(request_server& server, int error) {
     if (!server.refusal_reported && !g_terminating.load()) {
-        std::fprintf(stderr, "%s accept: %s!!\n", log_name, std::strerror(error));
+        print_error("%s accept: %s!!\n", log_name, std::strerror(error));
         server.refusal_reported = true;
     }
 }
@@ -109,7 +109,7 @@ void accept_failed(request_server& server, int error) {
 int failed(const char* what, owned_fd socket) {
     const int error = errno;
     socket.reset();
-    std::fprintf(stderr, "%s: %s", what, std::strerror(error));
+    print_error("%s: %s", what, std::strerror(error));
     return -1;
 }
 
@@ -137,7 +137,7 @@ bool welcome(request_server& server, owned_fd fd) {
         return true;
     }
     if (client == nullptr || !await_request(*client)) {
-        std::fprintf(stderr, "%s Allocate memory fail!!\n", log_name);
+        print_error("%s Allocate memory fail!!\n", log_name);
         if (client != nullptr) {
             release_item(client);
         }
@@ -189,7 +189,7 @@ int create_local_server(const char* path) {
 
 void process_release(int fd) {
     static constexpr char text[] = "process release....\n";
-    [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, text, sizeof text - 1);
+    print_error_text({text, sizeof text - 1});
     if (fd >= 0) {
         ::shutdown(fd, SHUT_RDWR);
         ::close(fd);
@@ -226,7 +226,7 @@ void* server_thread(void* argument) {
     start.lists_ready.wait();
     open_reserve(server);
     if (!start_listening(server)) {
-        std::fprintf(stderr, "%s Allocate memory fail!!\n", log_name);
+        print_error("%s Allocate memory fail!!\n", log_name);
         return nullptr;
     }
     server.loop.run();

@@ -55,16 +55,16 @@ class no_descriptors_left {
     rlimit before_ = {};
 };
 
-class listener : public testing::Test {
+class Listener : public testing::Test {
   protected:
-    listener() {
+    Listener() {
         char name[] = "/tmp/listener_test-XXXXXX";
         directory_ = ::mkdtemp(name);
         path_ = directory_ + "/socket";
         server_.commands = test_handlers::rows;
         server_.follow_ups = {[] {}, [] {}};
     }
-    ~listener() override {
+    ~Listener() override {
         // By now the clients have gone: connections that still wait for them find that out.
         testing::internal::CaptureStderr();
         for (int turn = 0; turn < 2; ++turn) {
@@ -144,21 +144,21 @@ class listener : public testing::Test {
     request_server server_;
 };
 
-TEST_F(listener, listens_at_its_path) {
+TEST_F(Listener, ListensAtItsPath) {
     listen();
     EXPECT_TRUE(connect());
     EXPECT_NE(::fcntl(socket_.get(), F_GETFL) & O_NONBLOCK, 0);
     EXPECT_NE(::fcntl(socket_.get(), F_GETFD) & FD_CLOEXEC, 0);
 }
 
-TEST_F(listener, replaces_what_an_earlier_run_left) {
+TEST_F(Listener, ReplacesWhatAnEarlierRunLeft) {
     listen();
     socket_.reset();
     listen();
     EXPECT_TRUE(connect());
 }
 
-TEST_F(listener, holds_more_clients_back_than_connect_at_a_time) {
+TEST_F(Listener, HoldsMoreClientsBackThanConnectAtATime) {
     listen();
     std::vector<owned_fd> clients;
     for (int count = 0; count < 128; ++count) {
@@ -167,16 +167,16 @@ TEST_F(listener, holds_more_clients_back_than_connect_at_a_time) {
     }
 }
 
-TEST_F(listener, reports_a_path_that_cannot_be_bound) {
+TEST_F(Listener, ReportsAPathThatCannotBeBound) {
     EXPECT_EQ(failure_for(directory_ + "/missing/socket"),
               "unable to bind: No such file or directory");
 }
 
-TEST_F(listener, reports_a_path_that_fits_no_address) {
+TEST_F(Listener, ReportsAPathThatFitsNoAddress) {
     EXPECT_EQ(failure_for(std::string(108, 'x')), "unable to bind: File name too long");
 }
 
-TEST_F(listener, reports_that_no_socket_can_be_had) {
+TEST_F(Listener, ReportsThatNoSocketCanBeHad) {
     testing::internal::CaptureStderr();
     {
         const no_descriptors_left none;
@@ -185,7 +185,7 @@ TEST_F(listener, reports_that_no_socket_can_be_had) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "socket: Too many open files");
 }
 
-TEST_F(listener, serves_a_request_that_came_with_the_connection) {
+TEST_F(Listener, ServesARequestThatCameWithTheConnection) {
     listen();
     const owned_fd client = connect();
     const std::string frame = request_frame_of("echo:hello");
@@ -198,7 +198,7 @@ TEST_F(listener, serves_a_request_that_came_with_the_connection) {
     EXPECT_EQ(::recv(client.get(), reply, sizeof reply, 0), 0);
 }
 
-TEST_F(listener, serves_a_request_that_comes_later) {
+TEST_F(Listener, ServesARequestThatComesLater) {
     listen();
     const owned_fd client = connect();
     server_.loop.run_pass();
@@ -211,7 +211,7 @@ TEST_F(listener, serves_a_request_that_comes_later) {
     EXPECT_EQ(std::string(reply, 4), code_of(-4));
 }
 
-TEST_F(listener, looks_at_every_eighth_newcomer_only_after_one_that_had_sent_nothing) {
+TEST_F(Listener, LooksAtEveryEighthNewcomerOnlyAfterOneThatHadSentNothing) {
     listen();
     g_seen = {};
     const owned_fd silent = connect();
@@ -229,7 +229,7 @@ TEST_F(listener, looks_at_every_eighth_newcomer_only_after_one_that_had_sent_not
     }
 }
 
-TEST_F(listener, takes_a_crowd_that_has_sent_its_requests_at_once) {
+TEST_F(Listener, TakesACrowdThatHasSentItsRequestsAtOnce) {
     listen();
     g_seen = {};
     std::vector<owned_fd> clients;
@@ -245,7 +245,7 @@ TEST_F(listener, takes_a_crowd_that_has_sent_its_requests_at_once) {
     }
 }
 
-TEST_F(listener, tries_no_more_newcomers_behind_one_that_has_sent_nothing) {
+TEST_F(Listener, TriesNoMoreNewcomersBehindOneThatHasSentNothing) {
     listen();
     g_seen = {};
     const owned_fd first = connect_and_send("code:7");
@@ -259,7 +259,7 @@ TEST_F(listener, tries_no_more_newcomers_behind_one_that_has_sent_nothing) {
     EXPECT_TRUE(is_answered(last));
 }
 
-TEST_F(listener, tries_no_further_newcomer_for_a_while_after_there_was_none) {
+TEST_F(Listener, TriesNoFurtherNewcomerForAWhileAfterThereWasNone) {
     listen();
     g_seen = {};
     const owned_fd alone = connect_and_send("code:7");
@@ -277,7 +277,7 @@ TEST_F(listener, tries_no_further_newcomer_for_a_while_after_there_was_none) {
     EXPECT_EQ(g_seen.calls, 34);
 }
 
-TEST_F(listener, accepted_sockets_neither_block_nor_travel_into_children) {
+TEST_F(Listener, AcceptedSocketsNeitherBlockNorTravelIntoChildren) {
     listen();
     const owned_fd client = connect();
     const owned_fd next(::open("/dev/null", O_RDONLY | O_CLOEXEC));
@@ -287,7 +287,7 @@ TEST_F(listener, accepted_sockets_neither_block_nor_travel_into_children) {
     EXPECT_NE(::fcntl(expected, F_GETFD) & FD_CLOEXEC, 0);
 }
 
-TEST_F(listener, turns_newcomers_away_when_no_descriptor_is_left) {
+TEST_F(Listener, TurnsNewcomersAwayWhenNoDescriptorIsLeft) {
     listen();
     server_.reserve.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     const owned_fd first = connect();
@@ -305,7 +305,7 @@ TEST_F(listener, turns_newcomers_away_when_no_descriptor_is_left) {
     EXPECT_EQ(accept_without_descriptors(), "do_accept accept: Too many open files!!\n");
 }
 
-TEST_F(listener, pauses_when_a_newcomer_cannot_even_be_turned_away) {
+TEST_F(Listener, PausesWhenANewcomerCannotEvenBeTurnedAway) {
     listen();
     const owned_fd client = connect();
     // and nothing is in reserve
@@ -324,7 +324,7 @@ TEST_F(listener, pauses_when_a_newcomer_cannot_even_be_turned_away) {
     EXPECT_EQ(::recv(client.get(), reply, sizeof reply, 0), 4);
 }
 
-TEST_F(listener, stays_watched_when_somebody_has_gone_again) {
+TEST_F(Listener, StaysWatchedWhenSomebodyHasGoneAgain) {
     listen();
     EXPECT_EQ(accept_and_capture(), "do_accept accept: Resource temporarily unavailable!!\n");
     EXPECT_EQ(accept_and_capture(), "");
@@ -333,7 +333,7 @@ TEST_F(listener, stays_watched_when_somebody_has_gone_again) {
 
 // accept without waiting fails on such a socket as when nobody wants to connect, while poll goes on
 // calling it readable: the loop once span for as long as the process lived.
-TEST_F(listener, is_not_watched_any_more_once_it_was_shut_down) {
+TEST_F(Listener, IsNotWatchedAnyMoreOnceItWasShutDown) {
     listen();
     testing::internal::CaptureStderr();
     process_release(::fcntl(socket_.get(), F_DUPFD_CLOEXEC, 0));  // as another process does
@@ -346,7 +346,7 @@ TEST_F(listener, is_not_watched_any_more_once_it_was_shut_down) {
 }
 
 // A process that ends itself has shut the socket down on purpose.
-TEST_F(listener, that_was_shut_down_says_nothing_in_a_process_that_is_ending) {
+TEST_F(Listener, ThatWasShutDownSaysNothingInAProcessThatIsEnding) {
     listen();
     ::shutdown(socket_.get(), SHUT_RDWR);
     g_terminating.store(true);
@@ -355,13 +355,13 @@ TEST_F(listener, that_was_shut_down_says_nothing_in_a_process_that_is_ending) {
     EXPECT_EQ(server_.accept_event, nullptr);
 }
 
-TEST_F(listener, release_prints_even_without_a_socket) {
+TEST_F(Listener, ReleasePrintsEvenWithoutASocket) {
     testing::internal::CaptureStderr();
     process_release(-1);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "process release....\n");
 }
 
-TEST_F(listener, closes_a_newcomer_for_which_there_is_no_memory) {
+TEST_F(Listener, ClosesANewcomerForWhichThereIsNoMemory) {
     listen();
     const owned_fd client = connect();
     g_noMemory = true;
@@ -371,7 +371,7 @@ TEST_F(listener, closes_a_newcomer_for_which_there_is_no_memory) {
     EXPECT_NE(server_.accept_event, nullptr);
 }
 
-TEST(server_thread, returns_at_once_without_a_listening_socket) {
+TEST(ServerThread, ReturnsAtOnceWithoutAListeningSocket) {
     server_start start;
     start.fd = 0;
     EXPECT_EQ(server_thread(&start), nullptr);

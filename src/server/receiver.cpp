@@ -5,13 +5,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <optional>
 #include <span>
 
+#include "leaf/message.h"
 #include "server/dispatch.h"
 #include "server/event_loop.h"
 #include "server/frame.h"
@@ -47,7 +47,7 @@ struct received_bytes {
 
 std::nullopt_t length_failed(connection& client, int error) {
     release_item(&client);
-    std::fprintf(stderr, "%s read length fail, error: %s!!\n", log_name, std::strerror(error));
+    print_error("%s read length fail, error: %s!!\n", log_name, std::strerror(error));
     return std::nullopt;
 }
 
@@ -67,8 +67,8 @@ std::optional<uint32_t> read_length(connection& client) {
         }
     }
     release_item(&client);
-    std::fprintf(stderr, "%s %d read length fail, error: %s!!\n", log_name, length_message_number,
-                 std::strerror(error));
+    print_error("%s %d read length fail, error: %s!!\n", log_name, length_message_number,
+                std::strerror(error));
     return std::nullopt;
 }
 
@@ -145,7 +145,7 @@ char* complete_payload(connection& client, received_bytes& received, std::size_t
         payload = allocate_payload(client, size);
         if (payload == nullptr) {
             release_item(&client);
-            std::fprintf(stderr, "%s malloc fail!!\n", log_name);
+            print_error("%s malloc fail!!\n", log_name);
             return nullptr;
         }
         std::memcpy(payload, received.bytes + received.size - have, have);
@@ -153,7 +153,7 @@ char* complete_payload(connection& client, received_bytes& received, std::size_t
     // A payload of no bytes cannot be told from the end of the stream, and counts as one.
     if (size == 0 || !fill_payload(client, {payload, size}, std::min(have, size))) {
         release_item(&client);
-        std::fprintf(stderr, "%s read command fail!!\n", log_name);
+        print_error("%s read command fail!!\n", log_name);
         return nullptr;
     }
     payload[size] = '\0';
@@ -187,8 +187,7 @@ read_outcome do_read(connection& client) {
                 return read_outcome::waiting;
             }
             release_item(&client);
-            std::fprintf(stderr, "%s Check start code fail ret=%d!!\n", log_name,
-                         static_cast<int>(count));
+            print_error("%s Check start code fail ret=%d!!\n", log_name, static_cast<int>(count));
             return read_outcome::over;
         }
         received.size = static_cast<std::size_t>(count);

@@ -14,19 +14,19 @@ namespace {
 
 using namespace std::string_literals;
 
-class request_reader : public exchange {};
+class RequestReader : public exchange {};
 
-TEST_F(request_reader, serves_a_whole_frame) {
+TEST_F(RequestReader, ServesAWholeFrame) {
     EXPECT_EQ(request("echo:hello"), code_of(5) + "hello");
 }
 
-TEST_F(request_reader, skips_garbage_before_the_start_code) {
+TEST_F(RequestReader, SkipsGarbageBeforeTheStartCode) {
     EXPECT_EQ(exchange_bytes("\0\xFF\ngarbage"s + request_frame_of("echo:x")), code_of(1) + "x");
 }
 
 // More than one read's worth of garbage, ending at every place around the end of the read buffer:
 // the frame's head is cut by our buffer, not by the client.
-TEST_F(request_reader, skips_garbage_of_any_length) {
+TEST_F(RequestReader, SkipsGarbageOfAnyLength) {
     release();
     for (std::size_t length = 4080; length < 4110; ++length) {
         int ends[2];
@@ -39,7 +39,7 @@ TEST_F(request_reader, skips_garbage_of_any_length) {
     }
 }
 
-TEST_F(request_reader, waits_when_only_garbage_is_there) {
+TEST_F(RequestReader, WaitsWhenOnlyGarbageIsThere) {
     send("garbage");
     EXPECT_EQ(do_read(*connection_), read_outcome::waiting);
     send(std::string(4096, 'x'));
@@ -47,23 +47,23 @@ TEST_F(request_reader, waits_when_only_garbage_is_there) {
     EXPECT_EQ(request("echo:hello"), code_of(5) + "hello");
 }
 
-TEST_F(request_reader, waits_when_nothing_is_there) {
+TEST_F(RequestReader, WaitsWhenNothingIsThere) {
     EXPECT_EQ(do_read(*connection_), read_outcome::waiting);
     EXPECT_EQ(do_read(*connection_), read_outcome::waiting);
     release();
 }
 
-TEST_F(request_reader, reports_the_end_of_the_stream_before_a_start_code) {
+TEST_F(RequestReader, ReportsTheEndOfTheStreamBeforeAStartCode) {
     EXPECT_EQ(failure_of("", true), "do_read Check start code fail ret=0!!\n");
 }
 
-TEST_F(request_reader, reports_the_end_of_the_stream_behind_garbage) {
+TEST_F(RequestReader, ReportsTheEndOfTheStreamBehindGarbage) {
     send("garbage");
     EXPECT_EQ(do_read(*connection_), read_outcome::waiting);
     EXPECT_EQ(failure_of("", true), "do_read Check start code fail ret=0!!\n");
 }
 
-TEST_F(request_reader, reports_an_error_before_a_start_code) {
+TEST_F(RequestReader, ReportsAnErrorBeforeAStartCode) {
     // The client goes away with something unread, which resets the connection.
     ASSERT_EQ(::send(server_end_, "x", 1, 0), 1);
     client_.reset();
@@ -72,42 +72,42 @@ TEST_F(request_reader, reports_an_error_before_a_start_code) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "do_read Check start code fail ret=-1!!\n");
 }
 
-TEST_F(request_reader, gives_up_a_length_that_does_not_come_at_once) {
+TEST_F(RequestReader, GivesUpALengthThatDoesNotComeAtOnce) {
     EXPECT_EQ(failure_of("?"),
               "do_read 1932 read length fail, error: Resource temporarily unavailable!!\n");
 }
 
-TEST_F(request_reader, gives_up_a_length_of_which_a_part_is_there) {
+TEST_F(RequestReader, GivesUpALengthOfWhichAPartIsThere) {
     EXPECT_EQ(failure_of("?\5"), "do_read read length fail, error: Success!!\n");
 }
 
-TEST_F(request_reader, gives_up_a_length_that_lacks_one_byte) {
+TEST_F(RequestReader, GivesUpALengthThatLacksOneByte) {
     EXPECT_EQ(failure_of("xx?\5\0\0"s), "do_read read length fail, error: Success!!\n");
 }
 
-TEST_F(request_reader, gives_up_a_length_that_the_stream_ends_before) {
+TEST_F(RequestReader, GivesUpALengthThatTheStreamEndsBefore) {
     EXPECT_EQ(failure_of("?", true), "do_read read length fail, error: Success!!\n");
 }
 
-TEST_F(request_reader, gives_up_a_partial_length_that_fills_its_buffer) {
+TEST_F(RequestReader, GivesUpAPartialLengthThatFillsItsBuffer) {
     EXPECT_EQ(failure_of(std::string(4093, 'x') + "?\1\2"),
               "do_read read length fail, error: Success!!\n");
 }
 
-TEST_F(request_reader, takes_a_length_that_comes_behind_a_full_buffer) {
+TEST_F(RequestReader, TakesALengthThatComesBehindAFullBuffer) {
     EXPECT_EQ(exchange_bytes(std::string(4095, 'x') + request_frame_of("echo:a")),
               code_of(1) + "a");
 }
 
-TEST_F(request_reader, treats_a_payload_of_no_bytes_as_the_end_of_the_stream) {
+TEST_F(RequestReader, TreatsAPayloadOfNoBytesAsTheEndOfTheStream) {
     EXPECT_EQ(failure_of("?\0\0\0\0"s), "do_read read command fail!!\n");
 }
 
-TEST_F(request_reader, reports_a_payload_that_breaks_off) {
+TEST_F(RequestReader, ReportsAPayloadThatBreaksOff) {
     EXPECT_EQ(failure_of("?\5\0\0\0echo"s, true), "do_read read command fail!!\n");
 }
 
-TEST_F(request_reader, survives_the_largest_length) {
+TEST_F(RequestReader, SurvivesTheLargestLength) {
     // Whether so much can be had depends on the machine; one byte more than 4294967295 must not
     // become 0 in any case.
     const std::string printed = failure_of(
@@ -120,7 +120,7 @@ TEST_F(request_reader, survives_the_largest_length) {
 
 // Sanitizers neither live with a limited address space nor leave memory untouched.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-TEST_F(request_reader, reports_memory_that_cannot_be_had) {
+TEST_F(RequestReader, ReportsMemoryThatCannotBeHad) {
     rlimit before = {};
     ASSERT_EQ(::getrlimit(RLIMIT_AS, &before), 0);
     rlimit limited = before;
@@ -141,7 +141,7 @@ long resident_pages() {
     return resident;
 }
 
-TEST_F(request_reader, touches_no_memory_for_bytes_that_do_not_come) {
+TEST_F(RequestReader, TouchesNoMemoryForBytesThatDoNotCome) {
     send(
         "?\0\0\0\x40"
         "echo:x"s);  // announces a gigabyte
@@ -161,7 +161,7 @@ TEST_F(request_reader, touches_no_memory_for_bytes_that_do_not_come) {
 }
 #endif
 
-TEST_F(request_reader, waits_in_the_call_for_the_rest_of_the_payload) {
+TEST_F(RequestReader, WaitsInTheCallForTheRestOfThePayload) {
     const std::string frame = request_frame_of("echo:" + std::string(50, 'y'));
     send(std::string_view(frame).substr(0, 5));
     std::thread slow([&] {
@@ -175,7 +175,7 @@ TEST_F(request_reader, waits_in_the_call_for_the_rest_of_the_payload) {
     EXPECT_EQ(receive_all(), code_of(50) + std::string(50, 'y'));
 }
 
-TEST_F(request_reader, takes_in_a_payload_larger_than_the_socket_s_buffer) {
+TEST_F(RequestReader, TakesInAPayloadLargerThanTheSocketSBuffer) {
     const std::string large(3'000'000, 'z');
     const std::string frame = request_frame_of("echo:" + large);
     std::string reply;
@@ -189,35 +189,35 @@ TEST_F(request_reader, takes_in_a_payload_larger_than_the_socket_s_buffer) {
     EXPECT_EQ(reply, code_of(3'000'000) + large);
 }
 
-class request_reader_sizes : public exchange, public testing::WithParamInterface<std::size_t> {};
+class RequestReaderSizes : public exchange, public testing::WithParamInterface<std::size_t> {};
 
 // Payloads that end just before and behind the end of what one read takes in.
-TEST_P(request_reader_sizes, takes_in_a_payload_that_ends_near_the_end_of_its_buffer) {
+TEST_P(RequestReaderSizes, TakesInAPayloadThatEndsNearTheEndOfItsBuffer) {
     const std::string text(GetParam(), 'q');
     EXPECT_EQ(request("echo:" + text), code_of(static_cast<int32_t>(text.size())) + text);
     EXPECT_EQ(g_seen.argument, text);
 }
 
-INSTANTIATE_TEST_SUITE_P(around_4096, request_reader_sizes,
+INSTANTIATE_TEST_SUITE_P(Around4096, RequestReaderSizes,
                          testing::Range(std::size_t{4096 - 10 - 4}, std::size_t{4096 - 10 + 5}));
 
-TEST_F(request_reader, ends_the_payload_at_the_frame_s_end) {
+TEST_F(RequestReader, EndsThePayloadAtTheFrameSEnd) {
     EXPECT_EQ(exchange_bytes(request_frame_of("echo:hello") + "rest"), code_of(5) + "hello");
     EXPECT_EQ(g_seen.argument, "hello");
 }
 
-TEST_F(request_reader, ignores_bytes_behind_the_frame) {
+TEST_F(RequestReader, IgnoresBytesBehindTheFrame) {
     EXPECT_EQ(exchange_bytes(request_frame_of("echo:hello") + request_frame_of("echo:again")),
               code_of(5) + "hello");
     EXPECT_EQ(g_seen.calls, 1);
 }
 
-TEST_F(request_reader, ignores_more_bytes_behind_the_frame_than_one_read_takes) {
+TEST_F(RequestReader, IgnoresMoreBytesBehindTheFrameThanOneReadTakes) {
     EXPECT_EQ(exchange_bytes(request_frame_of("echo:hello") + std::string(30'000, '?')),
               code_of(5) + "hello");
 }
 
-TEST_F(request_reader, answers_a_client_that_has_closed_its_sending_half) {
+TEST_F(RequestReader, AnswersAClientThatHasClosedItsSendingHalf) {
     send(request_frame_of("echo:hello"));
     ::shutdown(client_.get(), SHUT_WR);
     EXPECT_EQ(do_read(*connection_), read_outcome::over);

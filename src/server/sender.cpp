@@ -3,10 +3,10 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "leaf/byte_order.h"
+#include "leaf/message.h"
 #include "server/event_loop.h"
 #include "server/request_server.h"
 
@@ -56,7 +56,7 @@ void write_body(connection* client) {
         } else if (errno == EAGAIN) {
             break;
         } else if (errno != EINTR) {
-            std::fprintf(stderr, "write xml result error : %s\n", std::strerror(errno));
+            print_error("write xml result error : %s\n", std::strerror(errno));
             release_item(client);
             return;
         }
@@ -80,7 +80,7 @@ int32_t queue_reply(connection& client) {
     client.reply.truncate(length);
     const std::size_t missing = length - client.reply.size();
     if (missing > 0 && client.reply.extend(missing).empty()) {
-        std::fprintf(stderr, "allocate pBuf == NULL !!\n");
+        print_error("allocate pBuf == NULL !!\n");
         return -1;
     }
     client.frame = client.reply.frame(client.result);
@@ -100,7 +100,7 @@ void write_code(connection* client) {
     const ssize_t count = ::send(client->fd.get(), client->code.data(), client->code.size(),
                                  MSG_DONTWAIT | MSG_NOSIGNAL);
     if (count < static_cast<ssize_t>(client->code.size())) {
-        std::fprintf(stderr, "write xml result length fail!!\n");
+        print_error("write xml result length fail!!\n");
     }
     release_item(client);
 }

@@ -12,38 +12,38 @@ namespace {
 
 using namespace std::string_literals;
 
-class reply_writer : public exchange {};
+class ReplyWriter : public exchange {};
 
-TEST_F(reply_writer, sends_length_and_body) {
+TEST_F(ReplyWriter, SendsLengthAndBody) {
     EXPECT_EQ(request("echo:hello"), "\5\0\0\0hello"s);
 }
 
-TEST_F(reply_writer, sends_a_count_without_a_body_as_code_only) {
+TEST_F(ReplyWriter, SendsACountWithoutABodyAsCodeOnly) {
     EXPECT_EQ(request("code:7"), code_of(7));
 }
 
-TEST_F(reply_writer, sends_no_body_with_a_result_of_0) {
+TEST_F(ReplyWriter, SendsNoBodyWithAResultOf0) {
     EXPECT_EQ(request("body:0"), code_of(0));
 }
 
-TEST_F(reply_writer, sends_no_body_with_a_negative_result) {
+TEST_F(ReplyWriter, SendsNoBodyWithANegativeResult) {
     EXPECT_EQ(request("body:-12"), code_of(-12));
 }
 
-TEST_F(reply_writer, cuts_a_body_longer_than_the_result) {
+TEST_F(ReplyWriter, CutsABodyLongerThanTheResult) {
     EXPECT_EQ(request("body:2"), code_of(2) + "ab");
 }
 
-TEST_F(reply_writer, fills_a_shorter_body_up_with_zero_bytes) {
+TEST_F(ReplyWriter, FillsAShorterBodyUpWithZeroBytes) {
     EXPECT_EQ(request("body:6"), code_of(6) + "abc\0\0\0"s);
 }
 
-TEST_F(reply_writer, sends_a_body_of_any_bytes) {
+TEST_F(ReplyWriter, SendsABodyOfAnyBytes) {
     const std::string any = "\0\1\xFF:?\n"s;
     EXPECT_EQ(request("echo:" + any), code_of(6) + any);
 }
 
-TEST_F(reply_writer, finishes_a_large_reply_over_several_writable_events) {
+TEST_F(ReplyWriter, FinishesALargeReplyOverSeveralWritableEvents) {
     const int small = 4096;
     ASSERT_EQ(::setsockopt(server_end_, SOL_SOCKET, SO_SNDBUF, &small, sizeof small), 0);
     std::string large;
@@ -61,7 +61,7 @@ TEST_F(reply_writer, finishes_a_large_reply_over_several_writable_events) {
     EXPECT_EQ(received, code_of(300'000) + large);
 }
 
-TEST_F(reply_writer, reports_a_client_that_is_gone_before_its_body) {
+TEST_F(ReplyWriter, ReportsAClientThatIsGoneBeforeItsBody) {
     send(request_frame_of("echo:hello"));
     client_.reset();
     testing::internal::CaptureStderr();
@@ -70,7 +70,7 @@ TEST_F(reply_writer, reports_a_client_that_is_gone_before_its_body) {
     EXPECT_EQ(g_seen.follow_ups, "12");
 }
 
-TEST_F(reply_writer, reports_a_client_that_is_gone_before_its_code) {
+TEST_F(ReplyWriter, ReportsAClientThatIsGoneBeforeItsCode) {
     send(request_frame_of("code:-12"));
     client_.reset();
     testing::internal::CaptureStderr();
@@ -78,7 +78,7 @@ TEST_F(reply_writer, reports_a_client_that_is_gone_before_its_code) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "write xml result length fail!!\n");
 }
 
-TEST_F(reply_writer, reports_a_client_that_is_gone_before_it_is_told_of_an_unknown_command) {
+TEST_F(ReplyWriter, ReportsAClientThatIsGoneBeforeItIsToldOfAnUnknownCommand) {
     send(request_frame_of("nothing:"));
     client_.reset();
     testing::internal::CaptureStderr();

@@ -18,12 +18,12 @@ bool wait_is_interrupted(int milliseconds) {
     return ::poll(nullptr, 0, milliseconds) < 0 && errno == EINTR;
 }
 
-TEST(wait_alarm, is_not_set_at_first) {
+TEST(WaitAlarm, IsNotSetAtFirst) {
     const wait_alarm alarm;
     EXPECT_FALSE(alarm.rings_by(noon));
 }
 
-TEST(wait_alarm, rings_by_its_own_moment_and_all_later_ones) {
+TEST(WaitAlarm, RingsByItsOwnMomentAndAllLaterOnes) {
     wait_alarm alarm;
     ASSERT_TRUE(alarm.set(noon, 60'000));
     EXPECT_TRUE(alarm.rings_by(noon));
@@ -33,13 +33,13 @@ TEST(wait_alarm, rings_by_its_own_moment_and_all_later_ones) {
     EXPECT_FALSE(alarm.rings_by({noon.seconds - 1, 999'999}));
 }
 
-TEST(wait_alarm, ends_a_wait) {
+TEST(WaitAlarm, EndsAWait) {
     wait_alarm alarm;
     ASSERT_TRUE(alarm.set(noon, 1));
     EXPECT_TRUE(wait_is_interrupted(-1));
 }
 
-TEST(wait_alarm, ends_a_wait_in_a_thread_that_takes_no_signals_otherwise) {
+TEST(WaitAlarm, EndsAWaitInAThreadThatTakesNoSignalsOtherwise) {
     sigset_t every;
     sigset_t before;
     ::sigfillset(&every);
@@ -50,7 +50,7 @@ TEST(wait_alarm, ends_a_wait_in_a_thread_that_takes_no_signals_otherwise) {
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-TEST(wait_alarm, is_repeated_for_a_wait_that_begins_after_it_rang) {
+TEST(WaitAlarm, IsRepeatedForAWaitThatBeginsAfterItRang) {
     wait_alarm alarm;
     ASSERT_TRUE(alarm.set(noon, 1));
     const timespec long_enough = {60, 0};
@@ -59,7 +59,7 @@ TEST(wait_alarm, is_repeated_for_a_wait_that_begins_after_it_rang) {
     EXPECT_TRUE(wait_is_interrupted(-1));
 }
 
-TEST(wait_alarm, interrupts_nothing_once_it_is_silenced) {
+TEST(WaitAlarm, InterruptsNothingOnceItIsSilenced) {
     wait_alarm alarm;
     ASSERT_TRUE(alarm.set(noon, 1));
     EXPECT_TRUE(wait_is_interrupted(-1));
@@ -68,7 +68,7 @@ TEST(wait_alarm, interrupts_nothing_once_it_is_silenced) {
     EXPECT_FALSE(wait_is_interrupted(250));
 }
 
-TEST(wait_alarm, can_be_set_anew) {
+TEST(WaitAlarm, CanBeSetAnew) {
     wait_alarm alarm;
     ASSERT_TRUE(alarm.set(noon, 3'600'000));
     const loop_time sooner = {noon.seconds - 1, 0};
@@ -77,7 +77,7 @@ TEST(wait_alarm, can_be_set_anew) {
     EXPECT_TRUE(wait_is_interrupted(-1));
 }
 
-TEST(wait_alarm, ends_with_its_object) {
+TEST(WaitAlarm, EndsWithItsObject) {
     {
         wait_alarm alarm;
         ASSERT_TRUE(alarm.set(noon, 50));
@@ -85,7 +85,7 @@ TEST(wait_alarm, ends_with_its_object) {
     EXPECT_FALSE(wait_is_interrupted(100));
 }
 
-TEST(wait_alarm, leaves_a_read_alone) {
+TEST(WaitAlarm, LeavesAReadAlone) {
     int ends[2] = {-1, -1};
     ASSERT_EQ(::pipe(ends), 0);
     wait_alarm alarm;
@@ -101,7 +101,7 @@ TEST(wait_alarm, leaves_a_read_alone) {
     ::close(ends[1]);
 }
 
-TEST(wait_alarm, tells_that_the_system_has_no_timer_left) {
+TEST(WaitAlarm, TellsThatTheSystemHasNoTimerLeft) {
     rlimit before = {};
     ::getrlimit(RLIMIT_SIGPENDING, &before);
     const rlimit none = {0, before.rlim_max};

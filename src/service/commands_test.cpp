@@ -62,7 +62,7 @@ int32_t second_handler(connection_record& /*connection*/, command_argument /*arg
     return 2;
 }
 
-TEST(command_table, has_its_35_rows_in_order) {
+TEST(CommandTable, HasIts35RowsInOrder) {
     const std::span<const command_row> rows = command_table();
     ASSERT_EQ(rows.size(), expected.size());
     for (std::size_t row = 0; row < rows.size(); ++row) {
@@ -71,13 +71,13 @@ TEST(command_table, has_its_35_rows_in_order) {
     }
 }
 
-TEST(command_table, has_each_of_its_names_found_in_its_row) {
+TEST(CommandTable, HasEachOfItsNamesFoundInItsRow) {
     for (std::size_t row = 0; row < expected.size(); ++row) {
         EXPECT_EQ(find_command(command_table(), expected[row].first), static_cast<int32_t>(row));
     }
 }
 
-TEST(command_table, has_nothing_found_for_a_name_that_differs_in_any_letter) {
+TEST(CommandTable, HasNothingFoundForANameThatDiffersInAnyLetter) {
     for (const auto& [name, description] : expected) {
         for (std::size_t at = 0; at < name.size(); ++at) {
             for (int letter = 1; letter < 256; ++letter) {
@@ -95,7 +95,7 @@ TEST(command_table, has_nothing_found_for_a_name_that_differs_in_any_letter) {
     EXPECT_EQ(find_command(command_table(), std::string(5000, 'r')), -1);
 }
 
-TEST(command_table, is_searched_for_exact_names) {
+TEST(CommandTable, IsSearchedForExactNames) {
     const std::array<command_row, 2> rows = {
         {{"read", first_handler, ""}, {"readvalue", second_handler, ""}}};
     EXPECT_EQ(find_command(rows, "read"), 0);
@@ -107,7 +107,7 @@ TEST(command_table, is_searched_for_exact_names) {
     EXPECT_EQ(find_command(rows, ""), -1);
 }
 
-TEST(command_table, search_takes_the_first_row_of_a_name) {
+TEST(CommandTable, SearchTakesTheFirstRowOfAName) {
     const std::array<command_row, 3> rows = {{{"other", first_handler, ""},
                                               {"twice", first_handler, ""},
                                               {"twice", second_handler, ""}}};
@@ -115,13 +115,13 @@ TEST(command_table, search_takes_the_first_row_of_a_name) {
 }
 
 // Its own rows are found without a look at their handlers.
-TEST(command_table, each_row_has_a_handler) {
+TEST(CommandTable, EachRowHasAHandler) {
     for (const command_row& row : command_table()) {
         EXPECT_NE(row.handler, nullptr) << row.name;
     }
 }
 
-TEST(command_table, search_passes_over_rows_without_a_handler) {
+TEST(CommandTable, SearchPassesOverRowsWithoutAHandler) {
     const std::array<command_row, 2> rows = {
         {{"twice", nullptr, ""}, {"twice", second_handler, ""}}};
     EXPECT_EQ(find_command(rows, "twice"), 1);

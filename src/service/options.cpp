@@ -3,11 +3,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <string_view>
 
 #include "leaf/bounded_text.h"
 #include "leaf/decimal_number.h"
+#include "leaf/message.h"
 
 namespace veltrancord {
 
@@ -58,7 +58,7 @@ command_line parse_options(int argc, char* const* argv, service_options& options
 }
 
 void print_usage(const char* program) {
-    std::fprintf(stderr, "%s -t[databse backup time] -P[xml path] -h[help]\n", program);
+    print_error("%s -t[databse backup time] -P[xml path] -h[help]\n", program);
 }
 
 }  // namespace veltrancord

@@ -29,7 +29,7 @@ parsed parse(std::vector<std::string> arguments) {
     return result;
 }
 
-TEST(options, have_their_defaults) {
+TEST(Options, HaveTheirDefaults) {
     const parsed result = parse({});
     EXPECT_EQ(result.outcome, command_line::run);
     EXPECT_STREQ(result.options.xml_path, "/mnt/database/xml");
@@ -39,20 +39,20 @@ TEST(options, have_their_defaults) {
     EXPECT_EQ(result.printed, "");
 }
 
-TEST(options, set_the_paths) {
+TEST(Options, SetThePaths) {
     const parsed result = parse({"-P", "/a", "-E/b/c"});
     EXPECT_STREQ(result.options.xml_path, "/a");
     EXPECT_STREQ(result.options.event_log_path, "/b/c");
 }
 
-TEST(options, take_a_path_of_62_characters) {
+TEST(Options, TakeAPathOf62Characters) {
     const std::string path(62, 'p');
     const parsed result = parse({"-P", path, "-E", path});
     EXPECT_EQ(result.options.xml_path, path);
     EXPECT_EQ(result.options.event_log_path, path);
 }
 
-TEST(options, ignore_a_path_of_63_characters_without_a_word) {
+TEST(Options, IgnoreAPathOf63CharactersWithoutAWord) {
     const std::string path(63, 'p');
     const parsed result = parse({"-P", path, "-E", path});
     EXPECT_STREQ(result.options.xml_path, "/mnt/database/xml");
@@ -60,13 +60,13 @@ TEST(options, ignore_a_path_of_63_characters_without_a_word) {
     EXPECT_EQ(result.printed, "");
 }
 
-TEST(options, leave_nothing_of_a_longer_path_in_the_field) {
+TEST(Options, LeaveNothingOfALongerPathInTheField) {
     const parsed result = parse({"-P", "/a"});
     EXPECT_EQ(std::string(result.options.xml_path, sizeof result.options.xml_path),
               "/a" + std::string(62, '\0'));
 }
 
-TEST(options, bound_the_backup_interval_from_below) {
+TEST(Options, BoundTheBackupIntervalFromBelow) {
     EXPECT_EQ(parse({"-t", "299"}).options.backup_interval, 300);
     EXPECT_EQ(parse({"-t", "100"}).options.backup_interval, 300);
     EXPECT_EQ(parse({"-t", "300"}).options.backup_interval, 300);
@@ -74,38 +74,38 @@ TEST(options, bound_the_backup_interval_from_below) {
     EXPECT_EQ(parse({"-t", "-5"}).options.backup_interval, 300);
 }
 
-TEST(options, read_the_backup_interval_as_far_as_it_is_a_number) {
+TEST(Options, ReadTheBackupIntervalAsFarAsItIsANumber) {
     EXPECT_EQ(parse({"-t", "often"}).options.backup_interval, 300);
     EXPECT_EQ(parse({"-t", ""}).options.backup_interval, 300);
     EXPECT_EQ(parse({"-t", "600s"}).options.backup_interval, 600);
     EXPECT_EQ(parse({"-t", "99999999999999999999"}).options.backup_interval, 2147483647);
 }
 
-TEST(options, turn_restarting_on) {
+TEST(Options, TurnRestartingOn) {
     EXPECT_TRUE(parse({"-L"}).options.restart);
     EXPECT_TRUE(parse({"-l"}).options.restart);
 }
 
-TEST(options, ask_for_the_usage) {
+TEST(Options, AskForTheUsage) {
     EXPECT_EQ(parse({"-h"}).outcome, command_line::usage);
     EXPECT_EQ(parse({"-L", "-H"}).outcome, command_line::usage);
 }
 
-TEST(options, pass_over_an_unknown_one_after_getopt_s_message) {
+TEST(Options, PassOverAnUnknownOneAfterGetoptSMessage) {
     const parsed result = parse({"-z", "-t", "400"});
     EXPECT_EQ(result.outcome, command_line::run);
     EXPECT_EQ(result.options.backup_interval, 400);
     EXPECT_EQ(result.printed, "Veltrancord: invalid option -- 'z'\n");
 }
 
-TEST(options, pass_over_one_that_lacks_its_argument) {
+TEST(Options, PassOverOneThatLacksItsArgument) {
     const parsed result = parse({"-P"});
     EXPECT_EQ(result.outcome, command_line::run);
     EXPECT_STREQ(result.options.xml_path, "/mnt/database/xml");
     EXPECT_EQ(result.printed, "Veltrancord: option requires an argument -- 'P'\n");
 }
 
-TEST(options, usage_names_the_program) {
+TEST(Options, UsageNamesTheProgram) {
     testing::internal::CaptureStderr();
     print_usage("./V");
     EXPECT_EQ(testing::internal::GetCapturedStderr(),

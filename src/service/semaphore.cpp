@@ -4,7 +4,8 @@
 #include <sys/sem.h>
 
 #include <cerrno>
-#include <cstdio>
+
+#include "leaf/message.h"
 
 namespace veltrancord {
 
@@ -49,7 +50,7 @@ int32_t semaphore_create(key_t key, int value) {
     semaphore_argument argument = {};
     argument.value = value;
     if (id < 0 || ::semctl(id, 0, SETVAL, argument) < 0) {
-        std::puts("create semaphore fail");
+        print_output("create semaphore fail\n");
         return 0;
     }
     return 1;
@@ -58,7 +59,7 @@ int32_t semaphore_create(key_t key, int value) {
 int32_t semaphore_delete(key_t key) {
     const int result = ::semctl(semaphore_id(key), 0, IPC_RMID);
     if (result < 0) {
-        std::puts("Fail to delete semaphore");
+        print_output("Fail to delete semaphore\n");
     }
     return result;
 }
@@ -72,12 +73,12 @@ int32_t operate_semaphore(const semaphore_texts& texts, int (*operate)(void* con
         const bool done = operate(context) == 0;
         const int error = done ? 0 : errno;
         if (!done && error != EINTR) {
-            std::puts(texts.fail);
-            std::printf("%s,errno is %d\n", texts.fail, error);
+            print_output("%s\n", texts.fail);
+            print_output("%s,errno is %d\n", texts.fail, error);
             return 0;
         }
         if (retries > most_retries) {
-            std::puts(texts.excess);
+            print_output("%s\n", texts.excess);
             return 0;
         }
         if (done) {

@@ -52,35 +52,35 @@ std::vector<int> interrupted(std::size_t times, int then) {
     return errors;
 }
 
-TEST(semaphore_retry, ends_with_the_first_success) {
+TEST(SemaphoreRetry, EndsWithTheFirstSuccess) {
     const operated done = operate({0});
     EXPECT_EQ(done.result, 1);
     EXPECT_EQ(done.calls, 1U);
     EXPECT_EQ(done.printed, "");
 }
 
-TEST(semaphore_retry, tries_again_after_an_interruption) {
+TEST(SemaphoreRetry, TriesAgainAfterAnInterruption) {
     const operated done = operate(interrupted(10, 0));
     EXPECT_EQ(done.result, 1);
     EXPECT_EQ(done.calls, 11U);
     EXPECT_EQ(done.printed, "");
 }
 
-TEST(semaphore_retry, does_not_count_a_success_of_the_twelfth_call) {
+TEST(SemaphoreRetry, DoesNotCountASuccessOfTheTwelfthCall) {
     const operated done = operate(interrupted(11, 0));
     EXPECT_EQ(done.result, 0);
     EXPECT_EQ(done.calls, 12U);
     EXPECT_EQ(done.printed, "semaphore post retry excess 10 fail\n");
 }
 
-TEST(semaphore_retry, makes_at_most_twelve_calls) {
+TEST(SemaphoreRetry, MakesAtMostTwelveCalls) {
     const operated done = operate({EINTR}, pend_texts);
     EXPECT_EQ(done.result, 0);
     EXPECT_EQ(done.calls, 12U);
     EXPECT_EQ(done.printed, "semaphore pend retry excess 10 fail\n");
 }
 
-TEST(semaphore_retry, gives_up_at_any_other_error) {
+TEST(SemaphoreRetry, GivesUpAtAnyOtherError) {
     const operated post = operate(interrupted(2, ERANGE));
     EXPECT_EQ(post.result, 0);
     EXPECT_EQ(post.calls, 3U);
@@ -89,7 +89,7 @@ TEST(semaphore_retry, gives_up_at_any_other_error) {
               "semaphore pend fail\nsemaphore pend fail,errno is 43\n");
 }
 
-TEST(semaphore_retry, reports_an_error_of_the_twelfth_call_as_an_error) {
+TEST(SemaphoreRetry, ReportsAnErrorOfTheTwelfthCallAsAnError) {
     EXPECT_EQ(operate(interrupted(11, EIDRM), pend_texts).printed,
               "semaphore pend fail\nsemaphore pend fail,errno is 43\n");
 }
@@ -101,9 +101,9 @@ int value_of(key_t semaphore) {
     return id < 0 ? -1 : ::semctl(id, 0, GETVAL);
 }
 
-class semaphore : public ipc_namespace {};
+class Semaphore : public ipc_namespace {};
 
-TEST_F(semaphore, is_created_for_everybody_with_its_value) {
+TEST_F(Semaphore, IsCreatedForEverybodyWithItsValue) {
     EXPECT_EQ(semaphore_create(key, 3), 1);
     EXPECT_EQ(value_of(key), 3);
     semid_ds state = {};
@@ -112,19 +112,19 @@ TEST_F(semaphore, is_created_for_everybody_with_its_value) {
     EXPECT_EQ(state.sem_nsems, 1U);
 }
 
-TEST_F(semaphore, gets_a_new_value_when_it_is_created_again) {
+TEST_F(Semaphore, GetsANewValueWhenItIsCreatedAgain) {
     EXPECT_EQ(semaphore_create(key, 3), 1);
     EXPECT_EQ(semaphore_create(key, 0), 1);
     EXPECT_EQ(value_of(key), 0);
 }
 
-TEST_F(semaphore, reports_that_it_cannot_be_created) {
+TEST_F(Semaphore, ReportsThatItCannotBeCreated) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(semaphore_create(key, 40'000), 0);  // more than a semaphore can hold
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "create semaphore fail\n");
 }
 
-TEST_F(semaphore, is_posted_and_pended) {
+TEST_F(Semaphore, IsPostedAndPended) {
     EXPECT_EQ(semaphore_post(key), 1);  // creates it
     EXPECT_EQ(semaphore_post(key), 1);
     EXPECT_EQ(value_of(key), 2);
@@ -132,7 +132,7 @@ TEST_F(semaphore, is_posted_and_pended) {
     EXPECT_EQ(value_of(key), 1);
 }
 
-TEST_F(semaphore, reports_a_post_beyond_its_largest_value) {
+TEST_F(Semaphore, ReportsAPostBeyondItsLargestValue) {
     EXPECT_EQ(semaphore_create(key, 32'767), 1);
     testing::internal::CaptureStdout();
     EXPECT_EQ(semaphore_post(key), 0);
@@ -140,13 +140,13 @@ TEST_F(semaphore, reports_a_post_beyond_its_largest_value) {
               "semaphore post fail\nsemaphore post fail,errno is 34\n");
 }
 
-TEST_F(semaphore, is_deleted) {
+TEST_F(Semaphore, IsDeleted) {
     EXPECT_EQ(semaphore_create(key, 1), 1);
     EXPECT_EQ(semaphore_delete(key), 0);
     EXPECT_EQ(value_of(key), -1);
 }
 
-TEST_F(semaphore, reports_that_it_cannot_be_deleted) {
+TEST_F(Semaphore, ReportsThatItCannotBeDeleted) {
     EXPECT_EQ(semaphore_create(key, 1), 1);
     testing::internal::CaptureStdout();
     // In a process of a user who does not own the semaphore.
@@ -170,7 +170,7 @@ TEST_F(semaphore, reports_that_it_cannot_be_deleted) {
     EXPECT_EQ(value_of(key), 1);
 }
 
-TEST_F(semaphore, set_gets_its_values_when_the_store_is_loaded) {
+TEST_F(Semaphore, SetGetsItsValuesWhenTheStoreIsLoaded) {
     install_store_hooks();
     g_storeHooks.loaded();
     EXPECT_EQ(value_of(520), 0);

@@ -4,8 +4,9 @@
 #include <sys/shm.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
+
+#include "leaf/message.h"
 
 namespace veltrancord {
 
@@ -47,13 +48,13 @@ void remove(shared_segment& segment) {
 // The two messages differ by a line feed; they have always done so.
 int32_t shm_attach() {
     if (!obtain(g_requestSegment, request_segment)) {
-        std::fprintf(stderr, "allocate fail 0x%x error %s\n!!\n",
-                     static_cast<unsigned>(request_segment), std::strerror(errno));
+        print_error("allocate fail 0x%x error %s\n!!\n", static_cast<unsigned>(request_segment),
+                    std::strerror(errno));
         return -1;
     }
     if (!obtain(g_replySegment, reply_segment)) {
-        std::fprintf(stderr, "allocate fail 0x%x error %s!!\n",
-                     static_cast<unsigned>(reply_segment), std::strerror(errno));
+        print_error("allocate fail 0x%x error %s!!\n", static_cast<unsigned>(reply_segment),
+                    std::strerror(errno));
         return -1;
     }
     attach(g_requestSegment);

@@ -11,16 +11,16 @@
 namespace veltrancord {
 namespace {
 
-class shared_memory : public ipc_namespace {
+class SharedMemory : public ipc_namespace {
   protected:
-    ~shared_memory() override { shm_remove(); }
+    ~SharedMemory() override { shm_remove(); }
 };
 
 bool exists(key_t key) {
     return ::shmget(key, 0, 0) >= 0;
 }
 
-TEST_F(shared_memory, is_obtained_and_attached) {
+TEST_F(SharedMemory, IsObtainedAndAttached) {
     EXPECT_EQ(g_requestSegment.id, -1);
     ASSERT_EQ(shm_attach(), 0);
     for (const shared_segment& segment : {g_requestSegment, g_replySegment}) {
@@ -35,14 +35,14 @@ TEST_F(shared_memory, is_obtained_and_attached) {
     EXPECT_EQ(g_replySegment.id, ::shmget(525, 0, 0));
 }
 
-TEST_F(shared_memory, is_not_attached_a_second_time) {
+TEST_F(SharedMemory, IsNotAttachedASecondTime) {
     ASSERT_EQ(shm_attach(), 0);
     const void* const address = g_requestSegment.address;
     ASSERT_EQ(shm_attach(), 0);
     EXPECT_EQ(g_requestSegment.address, address);
 }
 
-TEST_F(shared_memory, is_kept_when_it_is_detached) {
+TEST_F(SharedMemory, IsKeptWhenItIsDetached) {
     ASSERT_EQ(shm_attach(), 0);
     const int id = g_replySegment.id;
     shm_detach();
@@ -54,7 +54,7 @@ TEST_F(shared_memory, is_kept_when_it_is_detached) {
     EXPECT_NE(g_replySegment.address, nullptr);
 }
 
-TEST_F(shared_memory, reports_a_first_segment_that_cannot_be_had) {
+TEST_F(SharedMemory, ReportsAFirstSegmentThatCannotBeHad) {
     const int smaller = ::shmget(524, 4096, IPC_CREAT | 0666);
     testing::internal::CaptureStderr();
     EXPECT_EQ(shm_attach(), -1);
@@ -65,7 +65,7 @@ TEST_F(shared_memory, reports_a_first_segment_that_cannot_be_had) {
     ::shmctl(smaller, IPC_RMID, nullptr);
 }
 
-TEST_F(shared_memory, reports_a_second_segment_that_cannot_be_had) {
+TEST_F(SharedMemory, ReportsASecondSegmentThatCannotBeHad) {
     const int smaller = ::shmget(525, 4096, IPC_CREAT | 0666);
     testing::internal::CaptureStderr();
     EXPECT_EQ(shm_attach(), -1);
@@ -74,7 +74,7 @@ TEST_F(shared_memory, reports_a_second_segment_that_cannot_be_had) {
     ::shmctl(smaller, IPC_RMID, nullptr);
 }
 
-TEST_F(shared_memory, goes_with_the_document_set) {
+TEST_F(SharedMemory, GoesWithTheDocumentSet) {
     install_store_hooks();
     ASSERT_EQ(shm_attach(), 0);
     EXPECT_EQ(g_storeHooks.reply_length_word(), g_replySegment.address);
@@ -86,7 +86,7 @@ TEST_F(shared_memory, goes_with_the_document_set) {
     EXPECT_FALSE(exists(525));
 }
 
-TEST_F(shared_memory, that_was_never_obtained_is_not_removed) {
+TEST_F(SharedMemory, ThatWasNeverObtainedIsNotRemoved) {
     ASSERT_GE(::shmget(524, 4096, IPC_CREAT | 0666), 0);  // another program's
     shm_remove();
     EXPECT_TRUE(exists(524));

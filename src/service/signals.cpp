@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <charconv>
-#include <cstdio>
 #include <cstring>
 #include <initializer_list>
 
+#include "leaf/message.h"
 #include "leaf/termination.h"
 #include "server/listener.h"
 
@@ -25,8 +25,7 @@ void print_caught_signal(int number) {
     std::memcpy(line, text, sizeof text - 1);
     char* end = std::to_chars(line + sizeof text - 1, line + sizeof line - 1, number).ptr;
     *end++ = '\n';
-    [[maybe_unused]] const ssize_t written =
-        ::write(STDERR_FILENO, line, static_cast<std::size_t>(end - line));
+    print_error_text({line, static_cast<std::size_t>(end - line)});
 }
 
 void XmlSigTermnate(int number) {
@@ -91,7 +90,7 @@ void reap_children() {
     g_childExited.store(false);
     int status = 0;
     for (pid_t child = 0; (child = ::waitpid(-1, &status, WNOHANG)) > 0;) {
-        std::fprintf(stderr, "reaping child %d: status %d\n", child, status);
+        print_error("reaping child %d: status %d\n", child, status);
     }
 }
 

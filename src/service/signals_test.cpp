@@ -44,7 +44,7 @@ child_run run_in_child(Body body) {
     return run;
 }
 
-TEST(termination, ends_the_process_with_status_1) {
+TEST(Termination, EndsTheProcessWithStatus1) {
     for (const int number : {SIGTERM, SIGHUP}) {
         const child_run run = run_in_child([number] {
             install_termination_handling();
@@ -57,7 +57,7 @@ TEST(termination, ends_the_process_with_status_1) {
     }
 }
 
-TEST(termination, shuts_the_shared_socket_down) {
+TEST(Termination, ShutsTheSharedSocketDown) {
     int ends[2] = {-1, -1};
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     const owned_fd ours(ends[0]);
@@ -72,7 +72,7 @@ TEST(termination, shuts_the_shared_socket_down) {
     EXPECT_EQ(::recv(ours.get(), &byte, 1, MSG_DONTWAIT), 0);
 }
 
-TEST(termination, is_not_the_end_of_writing_to_a_broken_pipe) {
+TEST(Termination, IsNotTheEndOfWritingToABrokenPipe) {
     const child_run run = run_in_child([] {
         install_termination_handling();
         ::raise(SIGPIPE);
@@ -80,7 +80,7 @@ TEST(termination, is_not_the_end_of_writing_to_a_broken_pipe) {
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(worker_signals, block_the_usual_ones_while_a_child_s_end_is_noted) {
+TEST(WorkerSignals, BlockTheUsualOnesWhileAChildSEndIsNoted) {
     const child_run run = run_in_child([] {
         install_worker_signals();
         struct sigaction action = {};
@@ -99,7 +99,7 @@ TEST(worker_signals, block_the_usual_ones_while_a_child_s_end_is_noted) {
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(reaping, reports_every_child_that_has_ended) {
+TEST(Reaping, ReportsEveryChildThatHasEnded) {
     const child_run run = run_in_child([] {
         g_childExited.store(true);
         int ends[2];
@@ -146,7 +146,7 @@ TEST(reaping, reports_every_child_that_has_ended) {
     EXPECT_NE(text.find(": status 768\n"), std::string::npos);
 }
 
-TEST(all_signals_blocked, holds_for_threads_that_are_started_meanwhile) {
+TEST(AllSignalsBlocked, HoldsForThreadsThatAreStartedMeanwhile) {
     static sigset_t seen;
     pthread_t thread = {};
     {
@@ -169,7 +169,7 @@ TEST(all_signals_blocked, holds_for_threads_that_are_started_meanwhile) {
     }
 }
 
-TEST(standard_descriptors, are_opened_where_they_are_closed) {
+TEST(StandardDescriptors, AreOpenedWhereTheyAreClosed) {
     const child_run run = run_in_child([] {
         ::close(STDIN_FILENO);
         ::close(STDOUT_FILENO);

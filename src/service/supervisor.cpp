@@ -4,8 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
-
+#include "leaf/message.h"
 #include "server/listener.h"
 #include "service/semaphore.h"
 #include "service/signals.h"
@@ -30,17 +29,17 @@ int keep_worker_running(const service_options& options) {
             return run_worker(options);
         }
         if (::wait(nullptr) != worker || !options.restart) {
-            std::fprintf(stderr, "Veltracord Exiting....\n");
+            print_error("Veltracord Exiting....\n");
             return failed_status;
         }
-        std::fprintf(stderr, "restart Veltracord....\n");
+        print_error("restart Veltracord....\n");
     }
 }
 
 int run_supervisor(const service_options& options) {
     const int listening_fd = create_local_server(socket_path);
     if (listening_fd < 0) {
-        std::fprintf(stderr, "create local server socket error!!\n");
+        print_error("create local server socket error!!\n");
         return 0;
     }
     g_listeningFd.store(listening_fd);
@@ -60,7 +59,7 @@ int run_service(const service_options& options) {
         return run_supervisor(options);
     }
     if (supervisor < 0) {
-        std::perror("fork");  // nobody would ever release the starter
+        print_reason("fork");  // nobody would ever release the starter
         return failed_status;
     }
     semaphore_pend(readiness_semaphore);

@@ -6,15 +6,16 @@
 
 #include <charconv>
 #include <cstddef>
-#include <cstdio>
 #include <string_view>
+
+#include "leaf/message.h"
 
 namespace veltrancord {
 
 namespace {
 
 void write_text(std::string_view text) {
-    [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, text.data(), text.size());
+    print_error_text(text);
 }
 
 void on_alarm(int number) {
@@ -45,7 +46,7 @@ void do_sleep(unsigned seconds) {
     sigset_t waiting = before;
     ::sigdelset(&waiting, SIGALRM);
     ::sigsuspend(&waiting);
-    std::puts("sigsuspend() returned");
+    print_output("sigsuspend() returned\n");
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 

@@ -11,16 +11,16 @@
 namespace veltrancord {
 namespace {
 
-class waiting : public testing::Test {
+class Waiting : public testing::Test {
   protected:
-    waiting() { ::sigaction(SIGALRM, nullptr, &before_); }
-    ~waiting() override { ::sigaction(SIGALRM, &before_, nullptr); }
+    Waiting() { ::sigaction(SIGALRM, nullptr, &before_); }
+    ~Waiting() override { ::sigaction(SIGALRM, &before_, nullptr); }
 
   private:
     struct sigaction before_ = {};
 };
 
-TEST_F(waiting, ends_with_the_alarm) {
+TEST_F(Waiting, EndsWithTheAlarm) {
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     const int64_t begin = millisecond_ticks();
@@ -30,7 +30,7 @@ TEST_F(waiting, ends_with_the_alarm) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "sigsuspend() returned\n");
 }
 
-TEST_F(waiting, leaves_the_mask_as_it_was_and_masks_all_signals_in_the_handler) {
+TEST_F(Waiting, LeavesTheMaskAsItWasAndMasksAllSignalsInTheHandler) {
     sigset_t before;
     ::pthread_sigmask(SIG_SETMASK, nullptr, &before);
     testing::internal::CaptureStdout();
@@ -48,7 +48,7 @@ TEST_F(waiting, leaves_the_mask_as_it_was_and_masks_all_signals_in_the_handler) 
     }
 }
 
-TEST_F(waiting, reports_a_wrong_signal) {
+TEST_F(Waiting, ReportsAWrongSignal) {
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     do_sleep(1);
@@ -62,7 +62,7 @@ TEST_F(waiting, reports_a_wrong_signal) {
               "Caught wrong signal: 10\nGot sigalrm, do_sleep() will end\n");
 }
 
-TEST(millisecond_ticks, count_milliseconds) {
+TEST(MillisecondTicks, CountMilliseconds) {
     struct tms unused = {};
     const int64_t per_second = ::sysconf(_SC_CLK_TCK);
     const int64_t before = static_cast<int64_t>(::times(&unused)) * 1000 / per_second;

@@ -7,7 +7,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 
 #include "access/filter.h"
@@ -16,6 +15,7 @@
 #include "access/permits.h"
 #include "access/session_lists.h"
 #include "eventlog/event_log.h"
+#include "leaf/message.h"
 #include "server/listener.h"
 #include "service/semaphore.h"
 #include "service/shared_memory.h"
@@ -57,7 +57,7 @@ bool start_thread(void* (*routine)(void*), void* argument, std::size_t stack_siz
     const int error = ::pthread_create(&thread, &attributes, routine, argument);
     ::pthread_attr_destroy(&attributes);
     if (error != 0) {
-        std::fprintf(stderr, "pthread_create: %s\n", std::strerror(error));
+        print_error("pthread_create: %s\n", std::strerror(error));
         return false;
     }
     ::pthread_detach(thread);

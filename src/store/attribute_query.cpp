@@ -1,10 +1,10 @@
 #include "store/attribute_query.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 #include "leaf/bounded_text.h"
+#include "leaf/message.h"
 #include "leaf/result.h"
 #include "store/attribute_listing.h"
 #include "store/document_set.h"
@@ -118,13 +118,13 @@ int32_t ReadAttributeHandleFun(std::string_view path, reply_text& out) {
     const bool named = how == mode::one || how == mode::one_in_subtree;
     const int32_t result = List(*element, how, prefix, named ? name : nullptr, listing);
     if (listing.out_of_memory()) {
-        std::fprintf(stderr, "%s %d Allocate fail!!\n", "ReadAttributeHandleFun", __LINE__);
+        print_error("%s %d Allocate fail!!\n", "ReadAttributeHandleFun", __LINE__);
         listing.clear();
         return result_too_large;
     }
     if (result != 0) {
         if (how != mode::own) {
-            std::fputs("ERR_PARAMETER\n", stderr);
+            print_error("ERR_PARAMETER\n");
         }
         listing.clear();
         return result_bad_argument;

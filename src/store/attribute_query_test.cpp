@@ -26,15 +26,15 @@ std::string Joined(std::initializer_list<std::string_view> parts) {
     return text;
 }
 
-class attribute_query : public testing::Test {
+class AttributeQuery : public testing::Test {
   protected:
-    attribute_query() {
+    AttributeQuery() {
         Load("Account",
              "<Account Level='9' Owner='o'>"
              "<User1 Level='3' AllowToShow='YES'><Name Level='1' Empty=''>n</Name><Leaf/></User1>"
              "<User2 Level='4'/><Bare><Deep Level='5'/></Bare></Account>");
     }
-    ~attribute_query() override {
+    ~AttributeQuery() override {
         FreeXmlDocs();
         g_storeHooks = {};
     }
@@ -71,14 +71,14 @@ class attribute_query : public testing::Test {
     }
 };
 
-TEST_F(attribute_query, single_attribute_is_its_bare_value) {
+TEST_F(AttributeQuery, SingleAttributeIsItsBareValue) {
     EXPECT_EQ(Single("Account.User1.Level"), "3");
     EXPECT_EQ(Single("Account.User1.AllowToShow"), "YES");
     EXPECT_EQ(Single("Account.User1.Name.Empty"), "");
     EXPECT_EQ(Single("Account.Level"), "9");
 }
 
-TEST_F(attribute_query, single_attribute_that_is_not_there) {
+TEST_F(AttributeQuery, SingleAttributeThatIsNotThere) {
     EXPECT_EQ(Single("Account.User1.Color"), "-4");
     EXPECT_EQ(Single("Account.User1.level"), "-4");
     EXPECT_EQ(Single("Account.User3.Level"), "-4");
@@ -86,13 +86,13 @@ TEST_F(attribute_query, single_attribute_that_is_not_there) {
     EXPECT_EQ(Single("Account"), "-4");
 }
 
-TEST_F(attribute_query, only_component_names_the_attribute_of_the_root) {
+TEST_F(AttributeQuery, OnlyComponentNamesTheAttributeOfTheRoot) {
     Load("R", "<R R='self'/>");
     EXPECT_EQ(Single("R"), "self");
     EXPECT_EQ(List("R"), "R.R=self\n");
 }
 
-TEST_F(attribute_query, single_attribute_refuses_wildcards) {
+TEST_F(AttributeQuery, SingleAttributeRefusesWildcards) {
     EXPECT_EQ(Single("Account.User1.*"), "-7");
     EXPECT_EQ(Single("Account.*.Level"), "-7");
     EXPECT_EQ(Single("Account.User1.#"), "-7");
@@ -103,7 +103,7 @@ TEST_F(attribute_query, single_attribute_refuses_wildcards) {
     EXPECT_EQ(Single("*"), "-4");
 }
 
-TEST_F(attribute_query, path_faults_of_a_listing) {
+TEST_F(AttributeQuery, PathFaultsOfAListing) {
     EXPECT_EQ(List(""), "-7");
     EXPECT_EQ(List(".."), "-7");
     EXPECT_EQ(List(".*"), "-7");
@@ -116,26 +116,26 @@ TEST_F(attribute_query, path_faults_of_a_listing) {
     EXPECT_EQ(List("Account.User3.Level"), "-4");
 }
 
-TEST_F(attribute_query, one_attribute) {
+TEST_F(AttributeQuery, OneAttribute) {
     EXPECT_EQ(List("Account.User1.Level"), "Account.User1.Level=3\n");
     EXPECT_EQ(List("Account.Level"), "Account.Level=9\n");
     EXPECT_EQ(List("Account.User1.Name.Empty"), "Account.User1.Name.Empty=\n");
     EXPECT_EQ(List("Account.User1.Color"), "");
 }
 
-TEST_F(attribute_query, own_attributes) {
+TEST_F(AttributeQuery, OwnAttributes) {
     EXPECT_EQ(List("Account.User1.#"), "Account.User1.Level=3\nAccount.User1.AllowToShow=YES\n");
     EXPECT_EQ(List("Account.#"), "Account.Level=9\nAccount.Owner=o\n");
     EXPECT_EQ(List("Account.User1.Leaf.#"), "");
 }
 
-TEST_F(attribute_query, number_sign_is_known_as_the_client_wrote_it) {
+TEST_F(AttributeQuery, NumberSignIsKnownAsTheClientWroteIt) {
     Load("S", "<S a='1'><x _23='2' _5F23='3'/></S>");
     EXPECT_EQ(List("S.#"), "S.a=1\n");
     EXPECT_EQ(List("S.x._23"), "S.x._5F23=3\n");
 }
 
-TEST_F(attribute_query, all_attributes_below) {
+TEST_F(AttributeQuery, AllAttributesBelow) {
     const std::string all =
         "Account.User1.Level=3\nAccount.User1.AllowToShow=YES\nAccount.User1.Name.Level=1\n"
         "Account.User1.Name.Empty=\nAccount.User2.Level=4\nAccount.Bare.Deep.Level=5\n";
@@ -150,7 +150,7 @@ TEST_F(attribute_query, all_attributes_below) {
     EXPECT_EQ(List("Account.*.*.*"), "-4");
 }
 
-TEST_F(attribute_query, one_attribute_in_a_subtree) {
+TEST_F(AttributeQuery, OneAttributeInASubtree) {
     EXPECT_EQ(List("Account.*.Level"),
               "Account.User1.Level=3\nAccount.User1.Name.Level=1\nAccount.User2.Level=4\n"
               "Account.Bare.Deep.Level=5\n");
@@ -160,7 +160,7 @@ TEST_F(attribute_query, one_attribute_in_a_subtree) {
     EXPECT_EQ(List("Account.*.#"), "");
 }
 
-TEST_F(attribute_query, length_of_a_subtree_listing_is_stored_where_the_segment_is_attached) {
+TEST_F(AttributeQuery, LengthOfASubtreeListingIsStoredWhereTheSegmentIsAttached) {
     EXPECT_NE(List("Account.*.Level"), "");
     g_storeHooks.reply_length_word = []() -> uint32_t* { return nullptr; };
     EXPECT_NE(List("Account.*.Level"), "");
@@ -176,14 +176,14 @@ TEST_F(attribute_query, length_of_a_subtree_listing_is_stored_where_the_segment_
     EXPECT_EQ(g_lengthWord, 0U);
 }
 
-TEST_F(attribute_query, element_names_are_not_decoded) {
+TEST_F(AttributeQuery, ElementNamesAreNotDecoded) {
     Load("S", "<S><a_20b x='1'><c_20d y='2'/></a_20b></S>");
     EXPECT_EQ(List("S.*"), "S.a_20b.x=1\nS.a_20b.c_20d.y=2\n");
     EXPECT_EQ(List("S.a b.#"), "S.a_20b.x=1\n");
     EXPECT_EQ(List("S.*.y"), "S.a_20b.c_20d.y=2\n");
 }
 
-TEST_F(attribute_query, attribute_name_of_a_path_is_cut_at_63_bytes) {
+TEST_F(AttributeQuery, AttributeNameOfAPathIsCutAt63Bytes) {
     const std::string name(63, 'a');
     Load("L", Joined({"<L ", name, "='cut' ", name, "a='whole'><M ", name, "='m'/></L>"}));
     EXPECT_EQ(Single(Joined({"L.", name})), "cut");
@@ -192,7 +192,7 @@ TEST_F(attribute_query, attribute_name_of_a_path_is_cut_at_63_bytes) {
     EXPECT_EQ(List(Joined({"L.*.", name, "abc"})), Joined({"L.M.", name, "=m\n"}));
 }
 
-TEST_F(attribute_query, keys_are_cut_at_511_bytes_and_prefixes_at_255) {
+TEST_F(AttributeQuery, KeysAreCutAt511BytesAndPrefixesAt255) {
     const std::string part(200, 'p');
     Load("L",
          Joined({"<L><", part, "><", part, "><", part, " a='1'/></", part, "></", part, "></L>"}));
@@ -202,7 +202,7 @@ TEST_F(attribute_query, keys_are_cut_at_511_bytes_and_prefixes_at_255) {
     EXPECT_EQ(List(Joined({path, ".*"})), Joined({path.substr(0, 255), ".", part, ".a=1\n"}));
 }
 
-TEST_F(attribute_query, listing_of_one_element_that_does_not_fit_is_refused) {
+TEST_F(AttributeQuery, ListingOfOneElementThatDoesNotFitIsRefused) {
     // "Account.Level=9\n" is 16 bytes, "Account.Owner=o\n" too.
     EXPECT_EQ(List("Account.#", 32), "Account.Level=9\nAccount.Owner=o\n");
     EXPECT_EQ(List("Account.#", 31), "-7");
@@ -212,7 +212,7 @@ TEST_F(attribute_query, listing_of_one_element_that_does_not_fit_is_refused) {
     EXPECT_EQ(List("Account.User2.*.Level", 21), "ERR_PARAMETER\n-7");
 }
 
-TEST_F(attribute_query, line_of_a_tree_that_does_not_fit_is_dropped_with_its_element_only) {
+TEST_F(AttributeQuery, LineOfATreeThatDoesNotFitIsDroppedWithItsElementOnly) {
     Load("T", "<T><A long='0123456789' s='1'/><B s='2'/><C s='3'/></T>");
     EXPECT_EQ(List("T.*", 100), "T.A.long=0123456789\nT.A.s=1\nT.B.s=2\nT.C.s=3\n");
     EXPECT_EQ(List("T.*", 16), "T.B.s=2\nT.C.s=3\n");
@@ -228,7 +228,7 @@ std::string Handle(command_handler& handler, std::string argument) {
                       : Joined({std::to_string(result), ":", connection.reply.view()});
 }
 
-TEST_F(attribute_query, handlers) {
+TEST_F(AttributeQuery, Handlers) {
     EXPECT_EQ(Handle(readsingleattr_handle, "Account.User1.Level"), "1:3");
     EXPECT_EQ(Handle(readsingleattr_handle, "Account.User1.Name.Empty"), "0:");
     EXPECT_EQ(Handle(readsingleattr_handle, "Account.User1.*"), "-7");
@@ -239,7 +239,7 @@ TEST_F(attribute_query, handlers) {
     EXPECT_EQ(readattr_handle(connection, {}, 0), result_bad_argument);
 }
 
-TEST_F(attribute_query, attribute_longer_than_the_capacity_is_refused) {
+TEST_F(AttributeQuery, AttributeLongerThanTheCapacityIsRefused) {
     Load("B", "<B v='" + std::string(GetReadBufSize(), 'v') + "' w='" +
                   std::string(GetReadBufSize() + 1, 'w') + "'/>");
     EXPECT_EQ(Handle(readsingleattr_handle, "B.v").substr(0, 8), "262144:v");

@@ -18,7 +18,7 @@
 namespace veltrancord {
 namespace {
 
-TEST_F(document_set, loads_each_file_under_its_name) {
+TEST_F(DocumentSet, LoadsEachFileUnderItsName) {
     Write("Account", "<Account><A>1</A></Account>");
     Write("Network", "<Network><B>2</B></Network>");
     const printed text = Load();
@@ -38,13 +38,13 @@ TEST_F(document_set, loads_each_file_under_its_name) {
     EXPECT_EQ(std::string(XmlConfigDir()), dir_);
 }
 
-TEST_F(document_set, tells_when_everything_is_loaded) {
+TEST_F(DocumentSet, TellsWhenEverythingIsLoaded) {
     static_cast<void>(Load());
     EXPECT_EQ(g_loaded, 1);
     EXPECT_EQ(g_freed, 0);
 }
 
-TEST_F(document_set, names_are_compared_exactly) {
+TEST_F(DocumentSet, NamesAreComparedExactly) {
     Write("Account", "<A/>");
     static_cast<void>(Load());
     for (const char* const name : {"account", "Accoun", "Account ", "Account1", ""}) {
@@ -53,7 +53,7 @@ TEST_F(document_set, names_are_compared_exactly) {
     }
 }
 
-TEST_F(document_set, last_file_read_is_the_head) {
+TEST_F(DocumentSet, LastFileReadIsTheHead) {
     for (const char* const name : {"A", "B", "C", "D"}) {
         Write(name, "<X/>");
     }
@@ -65,7 +65,7 @@ TEST_F(document_set, last_file_read_is_the_head) {
     EXPECT_EQ(Names(), read);
 }
 
-TEST_F(document_set, empty_file_is_reported_and_skipped) {
+TEST_F(DocumentSet, EmptyFileIsReportedAndSkipped) {
     Write("Empty", "");
     const printed text = Load();
     EXPECT_EQ(text.out, "(ifilesize <= 0)");
@@ -73,7 +73,7 @@ TEST_F(document_set, empty_file_is_reported_and_skipped) {
     EXPECT_EQ(g_xmlDocList, nullptr);
 }
 
-TEST_F(document_set, what_cannot_be_opened_for_writing_is_reported_and_skipped) {
+TEST_F(DocumentSet, WhatCannotBeOpenedForWritingIsReportedAndSkipped) {
     std::filesystem::create_directory(Path("Folder"));
     const printed text = Load();
     EXPECT_EQ(text.out, "open file is failed\n");
@@ -88,7 +88,7 @@ TEST_F(document_set, what_cannot_be_opened_for_writing_is_reported_and_skipped) 
     }
 }
 
-TEST_F(document_set, fifo_and_socket_block_nothing) {
+TEST_F(DocumentSet, FifoAndSocketBlockNothing) {
     ASSERT_EQ(::mkfifo(Path("Fifo").c_str(), 0600), 0);
     printed text = Load();
     EXPECT_EQ(text.out, "(ifilesize <= 0)");
@@ -108,7 +108,7 @@ TEST_F(document_set, fifo_and_socket_block_nothing) {
     EXPECT_EQ(Names(), names{});
 }
 
-TEST_F(document_set, file_that_does_not_parse_is_kept_under_its_name) {
+TEST_F(DocumentSet, FileThatDoesNotParseIsKeptUnderItsName) {
     Write("Bad", "<Bad><A>1</A><B>");
     Write("Worse", "no markup at all");
     Write("Nul", std::string_view("\0<Nul/>", 7));
@@ -123,14 +123,14 @@ TEST_F(document_set, file_that_does_not_parse_is_kept_under_its_name) {
     EXPECT_NE(FindXmlDoc("Bad"), nullptr);
 }
 
-TEST_F(document_set, text_behind_a_nul_is_ignored) {
+TEST_F(DocumentSet, TextBehindANulIsIgnored) {
     Write("A", std::string_view("<A><B>1</B></A>\0<C/>", 20));
     static_cast<void>(Load());
     EXPECT_EQ(Value("A.B"), "1");
     EXPECT_EQ(FindXmlDoc("A")->RootElement()->NextSibling(), nullptr);
 }
 
-TEST_F(document_set, line_ends_make_no_difference) {
+TEST_F(DocumentSet, LineEndsMakeNoDifference) {
     Write("Lf", "<Lf>\n<A>one\ntwo</A>\n</Lf>\n");
     Write("CrLf", "<CrLf>\r\n<A>one\r\ntwo</A>\r\n</CrLf>\r\n");
     Write("Cr", "<Cr>\r<A>one\rtwo</A>\r</Cr>\r");
@@ -140,7 +140,7 @@ TEST_F(document_set, line_ends_make_no_difference) {
     EXPECT_EQ(Value("Cr.A"), "one two");
 }
 
-TEST_F(document_set, file_with_a_dot_in_its_name_is_loaded_but_not_addressed) {
+TEST_F(DocumentSet, FileWithADotInItsNameIsLoadedButNotAddressed) {
     Write("Account.xml", "<Account><A>1</A></Account>");
     static_cast<void>(Load());
     EXPECT_EQ(Names(), names{"Account.xml"});
@@ -148,7 +148,7 @@ TEST_F(document_set, file_with_a_dot_in_its_name_is_loaded_but_not_addressed) {
     EXPECT_EQ(Value("Account.A"), "none");
 }
 
-TEST_F(document_set, names_up_to_63_bytes_are_loaded_and_longer_ones_skipped) {
+TEST_F(DocumentSet, NamesUpTo63BytesAreLoadedAndLongerOnesSkipped) {
     const std::string longest(63, 'n');
     const std::string longer(64, 'n');
     Write(longest, "<A/>");
@@ -159,7 +159,7 @@ TEST_F(document_set, names_up_to_63_bytes_are_loaded_and_longer_ones_skipped) {
     EXPECT_EQ(text.err, "LoadXmlDir name too long, skip strxmlPath=" + Path(longer) + "\n");
 }
 
-TEST_F(document_set, paths_up_to_127_bytes_are_loaded_and_longer_ones_skipped) {
+TEST_F(DocumentSet, PathsUpTo127BytesAreLoadedAndLongerOnesSkipped) {
     ASSERT_LT(dir_.size(), 100U);
     dir_ += "/" + std::string(122 - dir_.size() - 1, 'd');
     std::filesystem::create_directory(dir_);
@@ -172,7 +172,7 @@ TEST_F(document_set, paths_up_to_127_bytes_are_loaded_and_longer_ones_skipped) {
     dir_.resize(dir_.rfind('/'));
 }
 
-TEST_F(document_set, what_an_interrupted_replacement_left_is_swept_and_never_loaded) {
+TEST_F(DocumentSet, WhatAnInterruptedReplacementLeftIsSweptAndNeverLoaded) {
     Write("Account", "<Account/>");
     Write(".veltrancord-new.Account", "<Account><A>torn");
     const printed text = Load();
@@ -186,7 +186,7 @@ TEST_F(document_set, what_an_interrupted_replacement_left_is_swept_and_never_loa
     EXPECT_EQ(Names(), names{"Account"});
 }
 
-TEST_F(document_set, directory_that_cannot_be_opened_gives_an_empty_set_and_one_line) {
+TEST_F(DocumentSet, DirectoryThatCannotBeOpenedGivesAnEmptySetAndOneLine) {
     const std::string missing = Path("missing");
     testing::internal::CaptureStderr();
     EXPECT_EQ(LoadXmlDir(missing.c_str()), 0);

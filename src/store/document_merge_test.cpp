@@ -27,63 +27,63 @@ std::string Merge(const std::string& into, const std::string& from) {
     return text == "<R />" ? "" : text.substr(3, text.size() - 7);
 }
 
-TEST(document_merge, text_wins_over_the_text_that_is_there) {
+TEST(DocumentMerge, TextWinsOverTheTextThatIsThere) {
     EXPECT_EQ(Merge("<A>old</A>", "<A>new</A>"), "<A>new</A>");
     EXPECT_EQ(Merge("<A>old<B/></A>", "<A>new</A>"), "<A>new<B /></A>");
 }
 
-TEST(document_merge, text_is_appended_to_an_element_without_children) {
+TEST(DocumentMerge, TextIsAppendedToAnElementWithoutChildren) {
     EXPECT_EQ(Merge("<A/>", "<A>new</A>"), "<A>new</A>");
 }
 
-TEST(document_merge, text_does_not_replace_an_element) {
+TEST(DocumentMerge, TextDoesNotReplaceAnElement) {
     EXPECT_EQ(Merge("<A><B>1</B></A>", "<A>new</A>"), "<A><B>1</B></A>");
     EXPECT_EQ(Merge("<A><B>1</B></A>", "<A>new<B>2</B><C>3</C></A>"), "<A><B>2</B><C>3</C></A>");
 }
 
-TEST(document_merge, element_without_text_leaves_the_text_that_is_there) {
+TEST(DocumentMerge, ElementWithoutTextLeavesTheTextThatIsThere) {
     EXPECT_EQ(Merge("<A>old</A>", "<A/>"), "<A>old</A>");
     EXPECT_EQ(Merge("<A>old</A>", "<A><B>1</B></A>"), "<A>old<B>1</B></A>");
 }
 
-TEST(document_merge, elements_only_in_the_target_stay) {
+TEST(DocumentMerge, ElementsOnlyInTheTargetStay) {
     EXPECT_EQ(Merge("<A>1</A><B>2</B>", "<B>3</B>"), "<A>1</A><B>3</B>");
     EXPECT_EQ(Merge("<A><B><C>1</C><D>2</D></B></A>", "<A><B><C>9</C></B></A>"),
               "<A><B><C>9</C><D>2</D></B></A>");
 }
 
-TEST(document_merge, missing_elements_are_appended_in_order) {
+TEST(DocumentMerge, MissingElementsAreAppendedInOrder) {
     EXPECT_EQ(Merge("<Z>0</Z>", "<A>1</A><B><C>2</C></B><E/>"),
               "<Z>0</Z><A>1</A><B><C>2</C></B><E />");
 }
 
-TEST(document_merge, attributes_travel_only_with_a_new_element_that_has_text) {
+TEST(DocumentMerge, AttributesTravelOnlyWithANewElementThatHasText) {
     EXPECT_EQ(Merge("", "<A x='1' y=''>t</A>"), "<A x=\"1\" y=\"\">t</A>");
     EXPECT_EQ(Merge("", "<A x='1'><B y='2'>t</B></A>"), "<A><B y=\"2\">t</B></A>");
     EXPECT_EQ(Merge("", "<A x='1'/>"), "<A />");
     EXPECT_EQ(Merge("<A z='0'>old</A>", "<A x='1'>new</A>"), "<A z=\"0\">new</A>");
 }
 
-TEST(document_merge, only_the_first_element_of_a_name_is_met) {
+TEST(DocumentMerge, OnlyTheFirstElementOfANameIsMet) {
     EXPECT_EQ(Merge("<A>1</A><A>2</A>", "<A>x</A>"), "<A>x</A><A>2</A>");
     EXPECT_EQ(Merge("", "<A>1</A><A>2</A>"), "<A>2</A>");
     EXPECT_EQ(Merge("<A>0</A>", "<A>1</A><A>2</A>"), "<A>2</A>");
 }
 
-TEST(document_merge, new_element_with_text_takes_nothing_but_the_text) {
+TEST(DocumentMerge, NewElementWithTextTakesNothingButTheText) {
     EXPECT_EQ(Merge("", "<A>t<B>1</B></A>"), "<A>t</A>");
 }
 
-TEST(document_merge, other_nodes_do_not_count) {
+TEST(DocumentMerge, OtherNodesDoNotCount) {
     EXPECT_EQ(Merge("<!--c--><A>1</A>", "<!--d--><A>2</A>loose"), "<!--c--><A>2</A>");
     EXPECT_EQ(Merge("<A><!--c-->old</A>", "<A>new</A>"), "<A><!--c-->old</A>");
 }
 
-TEST(document_merge, names_are_compared_exactly) {
+TEST(DocumentMerge, NamesAreComparedExactly) {
     EXPECT_EQ(Merge("<a>1</a>", "<A>2</A>"), "<a>1</a><A>2</A>");
 }
 
-TEST(document_merge, missing_arguments_do_nothing) {
+TEST(DocumentMerge, MissingArgumentsDoNothing) {
     XmlDocument document("D");
     EXPECT_TRUE(document.LoadXMLFile("<A/>"));
     EXPECT_EQ(MergeXmlNode(nullptr, document.RootElement()), 0);
@@ -92,7 +92,7 @@ TEST(document_merge, missing_arguments_do_nothing) {
     EXPECT_EQ(Text(document), "<A />");
 }
 
-TEST(document_merge, document_is_merged_from_its_first_node_if_that_is_an_element) {
+TEST(DocumentMerge, DocumentIsMergedFromItsFirstNodeIfThatIsAnElement) {
     const auto merge = [](const char* text) {
         auto doc = std::make_unique<XmlDocument>("D");
         static_cast<void>(doc->LoadXMLFile(text));
@@ -111,7 +111,7 @@ TEST(document_merge, document_is_merged_from_its_first_node_if_that_is_an_elemen
 }
 
 // With a look-up that walks all children for each one, this would take minutes.
-TEST(document_merge, many_children_are_merged_in_linear_time) {
+TEST(DocumentMerge, ManyChildrenAreMergedInLinearTime) {
     std::string from;
     for (int i = 0; i < 100000; ++i) {
         const std::string number = std::to_string(i);

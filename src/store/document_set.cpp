@@ -13,6 +13,7 @@
 
 #include "leaf/bounded_text.h"
 #include "leaf/file_replacer.h"
+#include "leaf/message.h"
 
 namespace veltrancord {
 
@@ -80,12 +81,12 @@ void LoadEntry(const char* name) {
     // another file.
     if (std::strlen(name) >= sizeof(XmlDocNode::name) ||
         std::strlen(path) >= sizeof(XmlDocNode::path)) {
-        std::fprintf(stderr, "%s name too long, skip strxmlPath=%s\n", "LoadXmlDir", path);
+        print_error("%s name too long, skip strxmlPath=%s\n", "LoadXmlDir", path);
         return;
     }
     file_text text;
     if (LoadFile2Buf(path, text) != 0) {
-        std::fprintf(stderr, "skip strxmlPath=%s\n", path);
+        print_error("skip strxmlPath=%s\n", path);
         return;
     }
     auto doc = std::make_unique<XmlDocument>(name);
@@ -125,8 +126,7 @@ int32_t LoadXmlDir(const char* dir) {
         }
         ::closedir(entries);
     } else {
-        std::fprintf(stderr, "%s can't open %s : %s\n", "LoadXmlDir", g_configDir,
-                     std::strerror(errno));
+        print_error("%s can't open %s : %s\n", "LoadXmlDir", g_configDir, std::strerror(errno));
     }
     if (g_storeHooks.loaded != nullptr) {
         g_storeHooks.loaded();

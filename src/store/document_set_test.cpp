@@ -17,7 +17,7 @@
 namespace veltrancord {
 namespace {
 
-TEST_F(document_set, most_recent_of_two_records_of_one_name_is_found) {
+TEST_F(DocumentSet, MostRecentOfTwoRecordsOfOneNameIsFound) {
     Add("A", "/old", "<A><B>old</B></A>");
     XmlDocNode* const recent = Add("A", "/new", "<A><B>new</B></A>");
     EXPECT_EQ(FindXmlDocNode("A"), recent);
@@ -26,7 +26,7 @@ TEST_F(document_set, most_recent_of_two_records_of_one_name_is_found) {
     EXPECT_EQ(Value("A.B"), "old");
 }
 
-TEST_F(document_set, new_record_is_put_at_the_head_with_bounded_fields) {
+TEST_F(DocumentSet, NewRecordIsPutAtTheHeadWithBoundedFields) {
     Add("A", "/a");
     XmlDocNode* const node = Add("B", "/b");
     EXPECT_EQ(g_xmlDocList, node);
@@ -36,7 +36,7 @@ TEST_F(document_set, new_record_is_put_at_the_head_with_bounded_fields) {
     EXPECT_EQ(std::string(cut->path), std::string(127, 'p'));
 }
 
-TEST_F(document_set, removing_a_record_relinks_the_list) {
+TEST_F(DocumentSet, RemovingARecordRelinksTheList) {
     XmlDocNode* const a = Add("A", "/a");
     XmlDocNode* const b = Add("B", "/b");
     XmlDocNode* const c = Add("C", "/c");
@@ -56,7 +56,7 @@ TEST_F(document_set, removing_a_record_relinks_the_list) {
     EXPECT_EQ(g_xmlDocList, nullptr);
 }
 
-TEST_F(document_set, pruning_drops_records_whose_file_is_gone) {
+TEST_F(DocumentSet, PruningDropsRecordsWhoseFileIsGone) {
     Write("A", "<A/>");
     Write("C", "<C/>");
     Add("A", Path("A"));
@@ -66,7 +66,7 @@ TEST_F(document_set, pruning_drops_records_whose_file_is_gone) {
     EXPECT_EQ(Names(), (names{"C", "A"}));
 }
 
-TEST_F(document_set, pruning_keeps_records_whose_file_cannot_be_looked_at) {
+TEST_F(DocumentSet, PruningKeepsRecordsWhoseFileCannotBeLookedAt) {
     std::filesystem::create_symlink("Circle", Path("Circle"));
     Write("File", "<File/>");
     Add("Circle", Path("Circle"));
@@ -77,7 +77,7 @@ TEST_F(document_set, pruning_keeps_records_whose_file_cannot_be_looked_at) {
     EXPECT_EQ(Names(), (names{"A", "Circle"}));
 }
 
-TEST_F(document_set, pruned_head_stays_where_it_is_and_is_found_by_nothing) {
+TEST_F(DocumentSet, PrunedHeadStaysWhereItIsAndIsFoundByNothing) {
     Write("A", "<A/>");
     Add("A", Path("A"), "<A><X>1</X></A>");
     Add("B", Path("B"));
@@ -101,7 +101,7 @@ TEST_F(document_set, pruned_head_stays_where_it_is_and_is_found_by_nothing) {
 }
 
 // Whatever has been looked up before, it is the first record of a name with a document that counts.
-TEST_F(document_set, name_is_found_as_a_walk_finds_it_after_any_change) {
+TEST_F(DocumentSet, NameIsFoundAsAWalkFindsItAfterAnyChange) {
     std::mt19937 random(1);
     const auto below = [&random](int end) {
         return std::uniform_int_distribution<int>(0, end - 1)(random);
@@ -135,12 +135,12 @@ TEST_F(document_set, name_is_found_as_a_walk_finds_it_after_any_change) {
     }
 }
 
-TEST_F(document_set, pruning_an_empty_list_does_nothing) {
+TEST_F(DocumentSet, PruningAnEmptyListDoesNothing) {
     PruneXmlDocs();
     EXPECT_EQ(g_xmlDocList, nullptr);
 }
 
-TEST_F(document_set, freeing_empties_the_list_and_tells_so) {
+TEST_F(DocumentSet, FreeingEmptiesTheListAndTellsSo) {
     Add("A", "/a");
     Add("B", "/b");
     EXPECT_EQ(FreeXmlDocs(), 0);
@@ -148,7 +148,7 @@ TEST_F(document_set, freeing_empties_the_list_and_tells_so) {
     EXPECT_EQ(g_freed, 1);
 }
 
-TEST_F(document_set, file_exists_if_it_can_be_looked_at) {
+TEST_F(DocumentSet, FileExistsIfItCanBeLookedAt) {
     EXPECT_EQ(XmlFileExists(dir_.c_str()), 1);
     EXPECT_EQ(XmlFileExists(Path("missing").c_str()), 0);
     EXPECT_EQ(XmlFileExists(""), 0);

@@ -35,7 +35,7 @@ std::string AfterSetting(const char* text, std::string_view path, std::string_vi
     return followed + std::string(kept.Of(*document));
 }
 
-TEST(kept_text, holds_one_document_until_it_is_changed) {
+TEST(KeptText, HoldsOneDocumentUntilItIsChanged) {
     const auto first = Load("<A/>");
     const auto second = Load("<B/>");
     kept_text kept;
@@ -54,7 +54,7 @@ TEST(kept_text, holds_one_document_until_it_is_changed) {
 }
 
 // A freed document's place in memory may be the next one's.
-TEST(kept_text, is_not_taken_for_that_of_a_later_document) {
+TEST(KeptText, IsNotTakenForThatOfALaterDocument) {
     kept_text kept;
     for (int i = 0; i < 10; ++i) {
         const std::string name = "A" + std::to_string(i);
@@ -63,7 +63,7 @@ TEST(kept_text, is_not_taken_for_that_of_a_later_document) {
     }
 }
 
-TEST(kept_text, a_long_text_is_let_go) {
+TEST(KeptText, ALongTextIsLetGo) {
     const auto document = Load("<A><B>short</B></A>");
     kept_text kept;
     static_cast<void>(kept.Of(*document));
@@ -77,7 +77,7 @@ TEST(kept_text, a_long_text_is_let_go) {
     EXPECT_FALSE(kept.Holds(*document));
 }
 
-TEST(kept_text, follows_the_change_of_a_value) {
+TEST(KeptText, FollowsTheChangeOfAValue) {
     EXPECT_EQ(AfterSetting("<A><B>old</B><C>c</C></A>", "A.B", "a longer one"),
               "<A>\n    <B>a longer one</B>\n    <C>c</C>\n</A>\n");
     EXPECT_EQ(AfterSetting("<?xml version='1.0' ?><A><B x='>' y='2'/></A>", "A.B", "<&\n"),
@@ -88,12 +88,12 @@ TEST(kept_text, follows_the_change_of_a_value) {
               "<A>\n    <!-- <B>one line</B> -->\n    <B>new</B>\n</A>\n");
 }
 
-TEST(kept_text, secrets_are_kept_as_they_are_stored) {
+TEST(KeptText, SecretsAreKeptAsTheyAreStored) {
     const std::string text = AfterSetting("<A><Password>x</Password></A>", "A.Password", "secret");
     EXPECT_EQ(text.substr(0, 23), "<A>\n    <Password>enc:6");
 }
 
-TEST(kept_text, finds_the_first_child_of_each_name_and_nothing_deeper) {
+TEST(KeptText, FindsTheFirstChildOfEachNameAndNothingDeeper) {
     const char* const text =
         "<Z><A><B>z</B></A></Z><A><BB><B>deep</B></BB><G><X><B>no</B></X><B>1</B><B>2</B></G>"
         "<G><B>3</B></G><B>4</B></A>";
@@ -104,7 +104,7 @@ TEST(kept_text, finds_the_first_child_of_each_name_and_nothing_deeper) {
     EXPECT_EQ(AfterSetting(text, "A.B", "new").find("printed anew"), std::string::npos);
 }
 
-TEST(kept_text, is_printed_anew_where_a_line_is_not_the_whole_change) {
+TEST(KeptText, IsPrintedAnewWhereALineIsNotTheWholeChange) {
     EXPECT_EQ(AfterSetting("<A><B/></A>", "A.C", "new"),
               "printed anew: <A>\n    <B />\n    <C>new</C>\n</A>\n");
     EXPECT_EQ(AfterSetting("<A><G/><H><B>b</B></H></A>", "A.G.B", "new"),
@@ -118,7 +118,7 @@ TEST(kept_text, is_printed_anew_where_a_line_is_not_the_whole_change) {
               "printed anew: <A>\n    <B>new</B>x\n    <C />\n</A>\n");
 }
 
-TEST(kept_text, is_printed_anew_where_lines_tell_nothing) {
+TEST(KeptText, IsPrintedAnewWhereLinesTellNothing) {
     for (const char* const text :
          {"<A><!-- \n    <B>c</B>\n --><B>b</B></A>",
           "<A><C><![CDATA[\n    <B>c</B>]]></C><B/></A>",
@@ -128,7 +128,7 @@ TEST(kept_text, is_printed_anew_where_lines_tell_nothing) {
     EXPECT_EQ(AfterSetting("<A><B>b</B></A>", "A.B", "&#x41;").find("printed anew: "), 0U);
 }
 
-TEST(kept_text, a_value_that_is_refused_leaves_the_text_true) {
+TEST(KeptText, AValueThatIsRefusedLeavesTheTextTrue) {
     const auto document = Load("<A><B>b</B></A>");
     kept_text kept;
     static_cast<void>(kept.Of(*document));
@@ -138,7 +138,7 @@ TEST(kept_text, a_value_that_is_refused_leaves_the_text_true) {
     EXPECT_EQ(kept.Of(*document), SerialiseXmlDoc(*document));
 }
 
-TEST(kept_text, many_changes_are_printed_at_once) {
+TEST(KeptText, ManyChangesArePrintedAtOnce) {
     std::string text = "<A>";
     for (int i = 0; i < 100; ++i) {
         text.append("<B").append(std::to_string(i)).append(">b</B").append(std::to_string(i));
@@ -210,7 +210,7 @@ class generator {
     std::mt19937 random_;
 };
 
-TEST(kept_text, is_always_what_would_be_printed) {
+TEST(KeptText, IsAlwaysWhatWouldBePrinted) {
     int followed = 0;
     for (unsigned seed = 0; seed < 3000; ++seed) {
         generator any(seed);

@@ -35,36 +35,36 @@ std::string Join(const XmlPath& list, std::string_view before = "", std::size_t 
     return buffer.data();
 }
 
-TEST(path, splits_at_dots_and_drops_empty_components) {
+TEST(Path, SplitsAtDotsAndDropsEmptyComponents) {
     EXPECT_EQ(Split("Account.User1.Username"), (names{"Account", "User1", "Username"}));
     EXPECT_EQ(Split("Account..User1.."), (names{"Account", "User1"}));
     EXPECT_EQ(Split("...Account"), (names{"Account"}));
     EXPECT_EQ(Split("Account"), (names{"Account"}));
 }
 
-TEST(path, without_any_component_does_not_split) {
+TEST(Path, WithoutAnyComponentDoesNotSplit) {
     EXPECT_EQ(Split(""), names{});
     EXPECT_EQ(Split("."), names{});
     EXPECT_EQ(Split("....."), names{});
     EXPECT_EQ(Split(std::string_view("\0Account", 8)), names{});
 }
 
-TEST(path, components_are_escape_coded) {
+TEST(Path, ComponentsAreEscapeCoded) {
     EXPECT_EQ(Split("a b_c.*.-"), (names{"a_20b_5Fc", "*", "-"}));
     EXPECT_EQ(Split("Account.#"), (names{"Account", "_23"}));
 }
 
-TEST(path, ends_at_a_nul) {
+TEST(Path, EndsAtANul) {
     EXPECT_EQ(Split(std::string_view("a.b\0c.d", 7)), (names{"a", "b"}));
 }
 
-TEST(path, longer_text_is_cut_to_its_first_511_bytes) {
+TEST(Path, LongerTextIsCutToItsFirst511Bytes) {
     EXPECT_EQ(Split(std::string(600, 'a')), names{std::string(511, 'a')});
     EXPECT_EQ(Split(std::string(510, 'a') + ".bc"), names{std::string(510, 'a')});
     EXPECT_EQ(Split(std::string(509, 'a') + ".bc"), (names{std::string(509, 'a'), "b"}));
 }
 
-TEST(path, an_encoded_component_is_cut_at_511_bytes_at_a_whole_escape) {
+TEST(Path, AnEncodedComponentIsCutAt511BytesAtAWholeEscape) {
     std::string text(500, ' ');
     EXPECT_EQ(Split(text)[0].size(), 510U);
     text[0] = 'a';
@@ -73,7 +73,7 @@ TEST(path, an_encoded_component_is_cut_at_511_bytes_at_a_whole_escape) {
     EXPECT_EQ(Split(text)[0].size(), 509U);
 }
 
-TEST(path, holds_as_many_components_as_text_can_have) {
+TEST(Path, HoldsAsManyComponentsAsTextCanHave) {
     std::string most;
     for (int i = 0; i < 400; ++i) {
         most += " .";
@@ -84,7 +84,7 @@ TEST(path, holds_as_many_components_as_text_can_have) {
     EXPECT_EQ(Split(std::string(255, ' ') + "." + std::string(255, ' ')).size(), 2U);
 }
 
-TEST(path, splitting_again_forgets_the_old_components) {
+TEST(Path, SplittingAgainForgetsTheOldComponents) {
     XmlPath list;
     EXPECT_TRUE(SplitXmlPath("a.b.c", list));
     EXPECT_TRUE(SplitXmlPath("d", list));
@@ -93,7 +93,7 @@ TEST(path, splitting_again_forgets_the_old_components) {
     EXPECT_TRUE(list.empty());
 }
 
-TEST(path, wildcard_is_a_whole_last_component_only) {
+TEST(Path, WildcardIsAWholeLastComponentOnly) {
     XmlPath list;
     EXPECT_TRUE(SplitXmlPath("Account.*", list));
     EXPECT_TRUE(IsXmlPathWildcard(list));
@@ -104,7 +104,7 @@ TEST(path, wildcard_is_a_whole_last_component_only) {
     EXPECT_FALSE(IsXmlPathWildcard(XmlPath()));
 }
 
-TEST(path, strips_a_last_wildcard) {
+TEST(Path, StripsALastWildcard) {
     XmlPath list;
     EXPECT_TRUE(SplitXmlPath("Account.*.*", list));
     StripXmlPathWildcard(list);
@@ -118,7 +118,7 @@ TEST(path, strips_a_last_wildcard) {
     EXPECT_EQ(Names(list), (names{""}));
 }
 
-TEST(path, drops_its_tail_but_never_its_only_component) {
+TEST(Path, DropsItsTailButNeverItsOnlyComponent) {
     XmlPath list;
     EXPECT_TRUE(SplitXmlPath("a.b.c", list));
     DropXmlPathTail(list);
@@ -128,7 +128,7 @@ TEST(path, drops_its_tail_but_never_its_only_component) {
     EXPECT_EQ(Names(list), (names{"a"}));
 }
 
-TEST(path, joins_behind_what_the_buffer_holds) {
+TEST(Path, JoinsBehindWhatTheBufferHolds) {
     XmlPath list;
     EXPECT_TRUE(SplitXmlPath("a b.c", list));
     EXPECT_EQ(Join(list), "a_20b.c");
@@ -139,7 +139,7 @@ TEST(path, joins_behind_what_the_buffer_holds) {
     EXPECT_EQ(Join(XmlPath(), "x"), "x");
 }
 
-TEST(path, names_its_last_two_components) {
+TEST(Path, NamesItsLastTwoComponents) {
     XmlPath list;
     EXPECT_EQ(XmlPathLast(list).data(), nullptr);
     EXPECT_EQ(XmlPathParent(list).data(), nullptr);
@@ -151,7 +151,7 @@ TEST(path, names_its_last_two_components) {
     EXPECT_EQ(XmlPathParent(list), "b");
 }
 
-TEST(path, any_text_at_all_stays_within_the_bounds) {
+TEST(Path, AnyTextAtAllStaysWithinTheBounds) {
     std::mt19937 random(5);
     for (int round = 0; round < 5000; ++round) {
         std::string text(random() % 700, '\0');

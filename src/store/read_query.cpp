@@ -6,10 +6,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "leaf/decimal_number.h"
+#include "leaf/message.h"
 #include "leaf/owned_fd.h"
 #include "leaf/result.h"
 #include "store/document_set.h"
@@ -145,7 +145,7 @@ bool open_read_reply(reply_text& reply, const char* handler) {
     if (open_read_reply(reply)) {
         return true;
     }
-    std::fprintf(stderr, "%s allocate memory fail!!\n", handler);
+    print_error("%s allocate memory fail!!\n", handler);
     return false;
 }
 
@@ -170,7 +170,7 @@ int32_t DumpXmlToFile(const char* path, const char* file) {
         result = ReadXmlTree(path, text, 0, {});
     }
     if (file == nullptr || result < 1) {
-        std::fprintf(stderr, "read xml error %d!!\n", result);
+        print_error("read xml error %d!!\n", result);
         return result;
     }
     // Where the file's directory is open to everybody, a link or a FIFO may have been laid in the
@@ -178,11 +178,11 @@ int32_t DumpXmlToFile(const char* path, const char* file) {
     const owned_fd fd(::open(
         file, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0666));
     if (!fd) {
-        std::fprintf(stderr, "can't open %s\n", file);
+        print_error("can't open %s\n", file);
         return result_too_large;
     }
     if (!WriteAll(fd.get(), text.view())) {
-        std::fprintf(stderr, "can't write %s : %s\n", file, std::strerror(errno));
+        print_error("can't write %s : %s\n", file, std::strerror(errno));
     }
     return result;
 }

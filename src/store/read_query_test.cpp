@@ -21,13 +21,13 @@
 namespace veltrancord {
 namespace {
 
-class read_query : public testing::Test {
+class ReadQuery : public testing::Test {
   protected:
-    read_query() {
+    ReadQuery() {
         std::string name = testing::TempDir() + "read_query-XXXXXX";
         dir_ = ::mkdtemp(name.data());
     }
-    ~read_query() override {
+    ~ReadQuery() override {
         FreeXmlDocs();
         std::filesystem::remove_all(dir_);
     }
@@ -88,7 +88,7 @@ class read_query : public testing::Test {
     std::string dir_;
 };
 
-TEST_F(read_query, reply_is_bounded_by_the_capacity_and_its_slack) {
+TEST_F(ReadQuery, ReplyIsBoundedByTheCapacityAndItsSlack) {
     reply_text out;
     ASSERT_TRUE(open_read_reply(out));
     EXPECT_EQ(out.bound(), GetReadBufSize() + reply_key_slack);
@@ -96,7 +96,7 @@ TEST_F(read_query, reply_is_bounded_by_the_capacity_and_its_slack) {
     EXPECT_EQ(read_reply_capacity(reply_text()), 0U);
 }
 
-TEST_F(read_query, single_value_is_the_path_as_received_and_the_stored_text) {
+TEST_F(ReadQuery, SingleValueIsThePathAsReceivedAndTheStoredText) {
     LoadAccount();
     EXPECT_EQ(Read("Account.User1.Username"), "Account.User1.Username=admin");
     EXPECT_EQ(Read("Account..User1.Username."), "Account..User1.Username.=admin");
@@ -105,14 +105,14 @@ TEST_F(read_query, single_value_is_the_path_as_received_and_the_stored_text) {
     EXPECT_EQ(Read("S.a b"), "S.a b=x");
 }
 
-TEST_F(read_query, whole_path_is_in_the_reply_though_only_511_bytes_of_it_count) {
+TEST_F(ReadQuery, WholePathIsInTheReplyThoughOnly511BytesOfItCount) {
     LoadAccount();
     std::string path = "Account.Open";
     path.append(600, '.');
     EXPECT_EQ(Read(path), path + "=1");
 }
 
-TEST_F(read_query, nothing_there) {
+TEST_F(ReadQuery, NothingThere) {
     LoadAccount();
     EXPECT_EQ(Read(""), "-7");
     EXPECT_EQ(Read("..."), "-7");
@@ -125,7 +125,7 @@ TEST_F(read_query, nothing_there) {
     EXPECT_EQ(Read("Account.Nope.*"), "-4");
 }
 
-TEST_F(read_query, subtree_lists_what_is_below_the_element) {
+TEST_F(ReadQuery, SubtreeListsWhatIsBelowTheElement) {
     Load("Account",
          "<Account><User1><Username>admin</Username><Password>open</Password></User1></Account>");
     EXPECT_EQ(Read("Account.*"), "Account.User1.Username=admin\nAccount.User1.Password=open\n");
@@ -135,19 +135,19 @@ TEST_F(read_query, subtree_lists_what_is_below_the_element) {
     EXPECT_EQ(Read("Account.User*"), "-4");
 }
 
-TEST_F(read_query, prefix_of_a_subtree_stays_encoded) {
+TEST_F(ReadQuery, PrefixOfASubtreeStaysEncoded) {
     Load("S", "<S><a_20b><c_20d>x</c_20d></a_20b></S>");
     EXPECT_EQ(Read("S.a b.*"), "S.a_20b.c d=x\n");
 }
 
-TEST_F(read_query, subtree_of_a_document_named_like_the_wildcard_is_the_document) {
+TEST_F(ReadQuery, SubtreeOfADocumentNamedLikeTheWildcardIsTheDocument) {
     Load("*", "<R><A>1</A></R>");
     EXPECT_EQ(Read(".*"), "R.A=1\n");
     EXPECT_EQ(Read("*."), "R.A=1\n");
     EXPECT_EQ(Read(".*", 1), "-4");
 }
 
-TEST_F(read_query, all_documents_are_listed_most_recent_first) {
+TEST_F(ReadQuery, AllDocumentsAreListedMostRecentFirst) {
     EXPECT_EQ(Read("*"), "-4");
     Load("A", "<A><B>1</B></A>");
     Load("C", "<C><D>2</D></C>");
@@ -156,19 +156,19 @@ TEST_F(read_query, all_documents_are_listed_most_recent_first) {
     EXPECT_EQ(Read("*", 0, readFilterList), "C.D=2\nA.B=1\n");
 }
 
-TEST_F(read_query, all_documents_without_any_text_are_an_empty_reply) {
+TEST_F(ReadQuery, AllDocumentsWithoutAnyTextAreAnEmptyReply) {
     Load("E", "<E/>");
     EXPECT_EQ(Read("*"), "");
 }
 
-TEST_F(read_query, level_above_zero_leaves_out_every_document) {
+TEST_F(ReadQuery, LevelAboveZeroLeavesOutEveryDocument) {
     Load("A", "<A Level='9'><B Level='9'>1</B></A>");
     EXPECT_EQ(Read("*", 1), "-4");
     EXPECT_EQ(Read("*", 0), "A.B=1\n");
     EXPECT_EQ(Read("*", -1), "A.B=1\n");
 }
 
-TEST_F(read_query, level_must_not_be_above_that_of_the_element) {
+TEST_F(ReadQuery, LevelMustNotBeAboveThatOfTheElement) {
     Load("N",
          "<N><L3 Level='3'>t<X>x</X></L3><L1 Level='1'>t<X>x</X></L1><L0>t<X>x</X></L0>"
          "<Bad Level='abc'>t</Bad><Big Level='99999999999'>t</Big></N>");
@@ -188,14 +188,14 @@ TEST_F(read_query, level_must_not_be_above_that_of_the_element) {
     EXPECT_EQ(Read("N.*", 1), "-4");
 }
 
-TEST_F(read_query, level_of_127_characters_can_be_read_and_a_longer_one_not) {
+TEST_F(ReadQuery, LevelOf127CharactersCanBeReadAndALongerOneNot) {
     const std::string level(126, '0');
     Load("N", "<N><A Level='" + level + "5'>t</A><B Level='0" + level + "5'>t</B></N>");
     EXPECT_EQ(Read("N.A", 5), "N.A=t");
     EXPECT_EQ(Read("N.B", 5), "-4");
 }
 
-TEST_F(read_query, single_value_must_fit_the_capacity_whole) {
+TEST_F(ReadQuery, SingleValueMustFitTheCapacityWhole) {
     Load("A", "<A><B>12345</B></A>");
     reply_text out = Reply(9);
     EXPECT_EQ(ReadXmlTree("A.B", out, 0, {}), 9);
@@ -205,7 +205,7 @@ TEST_F(read_query, single_value_must_fit_the_capacity_whole) {
     EXPECT_EQ(out.size(), 0U);
 }
 
-TEST_F(read_query, listing_that_does_not_fit_is_refused_before_its_level_is) {
+TEST_F(ReadQuery, ListingThatDoesNotFitIsRefusedBeforeItsLevelIs) {
     Load("A", "<A><B>12345</B><C>123</C></A>");
     reply_text out = Reply(15);
     EXPECT_EQ(ReadXmlTree("A.*", out, 0, {}), 18);
@@ -216,7 +216,7 @@ TEST_F(read_query, listing_that_does_not_fit_is_refused_before_its_level_is) {
     EXPECT_EQ(ReadXmlTree("*", out, 1, {}), result_too_large);
 }
 
-TEST_F(read_query, total_of_all_documents_must_fit_the_capacity) {
+TEST_F(ReadQuery, TotalOfAllDocumentsMustFitTheCapacity) {
     Load("A", "<A><B>12345</B></A>");
     Load("C", "<C><D>12345</D></C>");
     reply_text out = Reply(20);
@@ -228,7 +228,7 @@ TEST_F(read_query, total_of_all_documents_must_fit_the_capacity) {
     EXPECT_EQ(ReadXmlTree("*", out, 1, {}), result_not_found);
 }
 
-TEST_F(read_query, filter_leaves_out_accounts_and_what_may_not_show) {
+TEST_F(ReadQuery, FilterLeavesOutAccountsAndWhatMayNotShow) {
     LoadAccount();
     EXPECT_EQ(Read("Account.*", 0, readFilterList), "Account.Open=1\n");
     EXPECT_EQ(Read("*", 0, readFilterList), "Account.Open=1\n");
@@ -236,14 +236,14 @@ TEST_F(read_query, filter_leaves_out_accounts_and_what_may_not_show) {
     EXPECT_EQ(Read("Account.User1.Username", 0, readFilterList), "Account.User1.Username=admin");
 }
 
-TEST_F(read_query, record_without_a_document_is_passed_over) {
+TEST_F(ReadQuery, RecordWithoutADocumentIsPassedOver) {
     Load("A", "<A><B>1</B></A>");
     PruneXmlDocs();
     EXPECT_EQ(Read("*"), "-4");
     EXPECT_EQ(Read("A.B"), "-4");
 }
 
-TEST_F(read_query, handlers) {
+TEST_F(ReadQuery, Handlers) {
     LoadAccount();
     EXPECT_EQ(Handle(read_handle, "Account.Open"), "Account.Open=1");
     EXPECT_EQ(Handle(read_handle, ""), "-7");
@@ -256,7 +256,7 @@ TEST_F(read_query, handlers) {
     EXPECT_EQ(read_handle(connection, {}, 0), result_bad_argument);
 }
 
-TEST_F(read_query, secret_is_answered_plain_and_filled_up_to_its_stored_length) {
+TEST_F(ReadQuery, SecretIsAnsweredPlainAndFilledUpToItsStoredLength) {
     LoadAccount();
     const std::string reply = Handle(readvalue_handle, "Account.User1.Password");
     EXPECT_EQ(reply.size(), std::string("enc:3:AAAA").size());
@@ -264,7 +264,7 @@ TEST_F(read_query, secret_is_answered_plain_and_filled_up_to_its_stored_length) 
     EXPECT_EQ(reply.find_first_not_of('\0', 3), std::string::npos);
 }
 
-TEST_F(read_query, value_longer_than_the_capacity_is_refused) {
+TEST_F(ReadQuery, ValueLongerThanTheCapacityIsRefused) {
     Load("B", "<B><V>" + std::string(GetReadBufSize(), 'v') + "</V><W>" +
                   std::string(GetReadBufSize() + 1, 'w') + "</W></B>");
     EXPECT_EQ(Handle(readvalue_handle, "B.V"), std::string(GetReadBufSize(), 'v'));
@@ -273,7 +273,7 @@ TEST_F(read_query, value_longer_than_the_capacity_is_refused) {
     EXPECT_EQ(Handle(read_handle, "B.*"), "-8");
 }
 
-TEST_F(read_query, level_is_what_follows_the_last_ampersand) {
+TEST_F(ReadQuery, LevelIsWhatFollowsTheLastAmpersand) {
     Load("Network",
          "<Network><Lan Level='3'><Ip>1</Ip></Lan><Wan Level='1'><Ip>2</Ip></Wan>"
          "<a_26b Level='2'>x</a_26b></Network>");
@@ -288,7 +288,7 @@ TEST_F(read_query, level_is_what_follows_the_last_ampersand) {
     EXPECT_EQ(Handle(readwithlevel_handle, "&1"), "-7");
 }
 
-TEST_F(read_query, dump_writes_the_reply_into_a_file) {
+TEST_F(ReadQuery, DumpWritesTheReplyIntoAFile) {
     LoadAccount();
     const std::string file = dir_ + "/dump";
     std::ofstream(file) << std::string(1000, 'x');
@@ -298,7 +298,7 @@ TEST_F(read_query, dump_writes_the_reply_into_a_file) {
     EXPECT_EQ(Content("dump"), "Account.Open=1");
 }
 
-TEST_F(read_query, dump_of_nothing_is_reported_and_leaves_the_file) {
+TEST_F(ReadQuery, DumpOfNothingIsReportedAndLeavesTheFile) {
     LoadAccount();
     const std::string file = dir_ + "/dump";
     std::ofstream(file) << "old";
@@ -314,7 +314,7 @@ TEST_F(read_query, dump_of_nothing_is_reported_and_leaves_the_file) {
     EXPECT_EQ(Content("dump"), "old");
 }
 
-TEST_F(read_query, dump_into_a_file_that_cannot_be_opened_is_reported) {
+TEST_F(ReadQuery, DumpIntoAFileThatCannotBeOpenedIsReported) {
     LoadAccount();
     const auto dump = [&](const std::string& file) {
         testing::internal::CaptureStderr();
@@ -333,7 +333,7 @@ TEST_F(read_query, dump_into_a_file_that_cannot_be_opened_is_reported) {
 
 // The backup thread counts the directory anew while requests are served. A reply is held to one
 // capacity from its beginning to its end, so it is whole or refused, and never overruns.
-TEST_F(read_query, capacity_may_flip_while_subtrees_are_read) {
+TEST_F(ReadQuery, CapacityMayFlipWhileSubtreesAreRead) {
     constexpr int lines = 600;
     const std::string value(1000, 'v');
     std::string text = "<Big>";

@@ -7,10 +7,10 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "leaf/file_replacer.h"
+#include "leaf/message.h"
 
 namespace veltrancord {
 
@@ -24,7 +24,7 @@ std::atomic<uint32_t> g_readBufSize{min_reply_capacity};
 void scan_reply_capacity(const char* directory) {
     DIR* const entries = ::opendir(directory);
     if (entries == nullptr) {
-        std::perror("prsize");
+        print_reason("prsize");
         return;
     }
     uint64_t sum = 0;
@@ -34,8 +34,7 @@ void scan_reply_capacity(const char* directory) {
             continue;
         }
         if (::fstatat(::dirfd(entries), entry->d_name, &status, 0) != 0) {
-            std::fprintf(stderr, "Couldn't stat %s, error : %s\n", entry->d_name,
-                         std::strerror(errno));
+            print_error("Couldn't stat %s, error : %s\n", entry->d_name, std::strerror(errno));
             continue;
         }
         // Sizes that a file system makes up must not wrap the sum.

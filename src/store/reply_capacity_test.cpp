@@ -11,13 +11,13 @@
 namespace veltrancord {
 namespace {
 
-class reply_capacity : public testing::Test {
+class ReplyCapacity : public testing::Test {
   protected:
-    reply_capacity() {
+    ReplyCapacity() {
         std::string name = testing::TempDir() + "reply_capacity-XXXXXX";
         dir_ = ::mkdtemp(name.data());
     }
-    ~reply_capacity() override {
+    ~ReplyCapacity() override {
         std::filesystem::remove_all(dir_);
         std::filesystem::create_directory(dir_);
         scan_reply_capacity(dir_.c_str());  // back to the least
@@ -40,21 +40,21 @@ class reply_capacity : public testing::Test {
     std::string dir_;
 };
 
-TEST_F(reply_capacity, is_never_below_the_least) {
+TEST_F(ReplyCapacity, IsNeverBelowTheLeast) {
     EXPECT_EQ(GetReadBufSize(), 262144U);
     Write("A", 100000);
     scan_reply_capacity(dir_.c_str());
     EXPECT_EQ(GetReadBufSize(), 262144U);
 }
 
-TEST_F(reply_capacity, is_the_size_of_all_entries) {
+TEST_F(ReplyCapacity, IsTheSizeOfAllEntries) {
     Write("A", 100000);
     Write("B", 200000);
     scan_reply_capacity(dir_.c_str());
     EXPECT_EQ(GetReadBufSize(), 300000U + Directories());
 }
 
-TEST_F(reply_capacity, grows_one_byte_above_the_least) {
+TEST_F(ReplyCapacity, GrowsOneByteAboveTheLeast) {
     const uint32_t directories = Directories();
     ASSERT_LT(directories, 262143U);
     Write("A", 262143 - directories);
@@ -66,7 +66,7 @@ TEST_F(reply_capacity, grows_one_byte_above_the_least) {
     EXPECT_EQ(GetReadBufSize(), 262145U);
 }
 
-TEST_F(reply_capacity, entry_that_cannot_be_looked_at_is_reported_and_not_counted) {
+TEST_F(ReplyCapacity, EntryThatCannotBeLookedAtIsReportedAndNotCounted) {
     Write("A", 300000);
     std::filesystem::create_symlink("nowhere", dir_ + "/Dangling");
     testing::internal::CaptureStderr();
@@ -76,14 +76,14 @@ TEST_F(reply_capacity, entry_that_cannot_be_looked_at_is_reported_and_not_counte
     EXPECT_EQ(GetReadBufSize(), 300000U + Directories());
 }
 
-TEST_F(reply_capacity, helper_file_of_a_replacement_is_not_counted) {
+TEST_F(ReplyCapacity, HelperFileOfAReplacementIsNotCounted) {
     Write("A", 300000);
     Write(".veltrancord-new.A", 300000);
     scan_reply_capacity(dir_.c_str());
     EXPECT_EQ(GetReadBufSize(), 300000U + Directories());
 }
 
-TEST_F(reply_capacity, directory_that_cannot_be_opened_leaves_it_unchanged) {
+TEST_F(ReplyCapacity, DirectoryThatCannotBeOpenedLeavesItUnchanged) {
     Write("A", 300000);
     scan_reply_capacity(dir_.c_str());
     const uint32_t before = GetReadBufSize();
@@ -93,7 +93,7 @@ TEST_F(reply_capacity, directory_that_cannot_be_opened_leaves_it_unchanged) {
     EXPECT_EQ(GetReadBufSize(), before);
 }
 
-TEST_F(reply_capacity, sizes_that_pass_32_bits_do_not_wrap) {
+TEST_F(ReplyCapacity, SizesThatPass32BitsDoNotWrap) {
     for (const char* const name : {"A", "B", "C"}) {
         Write(name, 1);
         ASSERT_EQ(::truncate((dir_ + "/" + name).c_str(), 0x7FFFFFFFL), 0);

@@ -40,35 +40,35 @@ std::string Lines(const char* xml, hidden_prefixes hidden = no_filter) {
     return listed.text;
 }
 
-TEST(subtree_listing, lists_each_element_with_text_under_its_full_key) {
+TEST(SubtreeListing, ListsEachElementWithTextUnderItsFullKey) {
     EXPECT_EQ(Lines("<A><B>1</B><C><D>2</D></C></A>"), "A.B=1\nA.C.D=2\n");
     EXPECT_EQ(Lines("<A/>"), "");
     EXPECT_EQ(Lines("<A>own text</A>"), "");
 }
 
-TEST(subtree_listing, whole_document_is_listed_with_the_root_as_first_component) {
+TEST(SubtreeListing, WholeDocumentIsListedWithTheRootAsFirstComponent) {
     XmlDocument document("D");
     ASSERT_TRUE(document.LoadXMLFile("<?xml version='1.0'?><A>0<B>1</B></A>"));
     EXPECT_EQ(List(document, "").text, "A.B=1\nA=0\n");
 }
 
-TEST(subtree_listing, line_of_an_element_follows_those_of_its_descendants) {
+TEST(SubtreeListing, LineOfAnElementFollowsThoseOfItsDescendants) {
     EXPECT_EQ(Lines("<A><B>b<C>c<D>d</D></C></B><E>e</E></A>"),
               "A.B.C.D=d\nA.B.C=c\nA.B=b\nA.E=e\n");
 }
 
-TEST(subtree_listing, elements_without_text_and_attributes_make_no_line) {
+TEST(SubtreeListing, ElementsWithoutTextAndAttributesMakeNoLine) {
     EXPECT_EQ(Lines("<A><B x='1'/><C><!--c-->late</C><D></D></A>"), "");
 }
 
-TEST(subtree_listing, names_are_decoded_and_the_prefix_is_not) {
+TEST(SubtreeListing, NamesAreDecodedAndThePrefixIsNot) {
     XmlDocument document("D");
     ASSERT_TRUE(document.LoadXMLFile("<A_20B><C_20D><E_5F>1</E_5F></C_20D></A_20B>"));
     EXPECT_EQ(List(*document.RootElement(), "A_20B").text, "A_20B.C D.E_=1\n");
     EXPECT_EQ(List(document, "").text, "A B.C D.E_=1\n");
 }
 
-TEST(subtree_listing, names_of_any_length_are_decoded_wherever_an_escape_stands) {
+TEST(SubtreeListing, NamesOfAnyLengthAreDecodedWhereverAnEscapeStands) {
     for (std::size_t length = 1; length <= 40; ++length) {
         const std::string plain =
             std::string("NabcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQ", length);
@@ -83,7 +83,7 @@ TEST(subtree_listing, names_of_any_length_are_decoded_wherever_an_escape_stands)
     }
 }
 
-TEST(subtree_listing, plus_and_nul_in_a_name_are_decoded) {
+TEST(SubtreeListing, PlusAndNulInANameAreDecoded) {
     XmlDocument document("D");
     ASSERT_TRUE(document.LoadXMLFile("<A><B>1</B><C>2</C><D>3</D></A>"));
     TiXmlElement* const b = document.RootElement()->FirstChildElement();
@@ -93,7 +93,7 @@ TEST(subtree_listing, plus_and_nul_in_a_name_are_decoded) {
     EXPECT_EQ(List(document, "").text, "A.B longer than a word=1\nA.Cut=2\nA.D =3\n");
 }
 
-TEST(subtree_listing, text_ends_at_a_nul) {
+TEST(SubtreeListing, TextEndsAtANul) {
     XmlDocument document("D");
     ASSERT_TRUE(document.LoadXMLFile("<A><B>1</B><C>2</C></A>"));
     document.RootElement()->FirstChildElement()->FirstChild()->SetValue(
@@ -103,7 +103,7 @@ TEST(subtree_listing, text_ends_at_a_nul) {
     EXPECT_EQ(listed.text, "A.B=text\nA.C=2\n");
 }
 
-TEST(subtree_listing, prefix_of_any_length_stands_before_each_line) {
+TEST(SubtreeListing, PrefixOfAnyLengthStandsBeforeEachLine) {
     XmlDocument document("D");
     ASSERT_TRUE(document.LoadXMLFile("<A><B>1</B><Second>2</Second></A>"));
     for (std::size_t length = 1; length <= 248; ++length) {
@@ -116,7 +116,7 @@ TEST(subtree_listing, prefix_of_any_length_stands_before_each_line) {
     }
 }
 
-TEST(subtree_listing, listing_in_a_large_block_is_that_in_a_small_one) {
+TEST(SubtreeListing, ListingInALargeBlockIsThatInASmallOne) {
     std::string xml = "<A>";
     std::string expected;
     for (int number = 0; number < 40'000; ++number) {
@@ -140,11 +140,11 @@ TEST(subtree_listing, listing_in_a_large_block_is_that_in_a_small_one) {
     EXPECT_EQ(ListXmlSubtree(document, out, size + 1, "", no_filter), -1);
 }
 
-TEST(subtree_listing, decoded_name_ends_at_a_nul) {
+TEST(SubtreeListing, DecodedNameEndsAtANul) {
     EXPECT_EQ(Lines("<A><B_00C>1</B_00C><D>2</D></A>"), "A.B=1\nA.D=2\n");
 }
 
-TEST(subtree_listing, secrets_are_listed_plain) {
+TEST(SubtreeListing, SecretsAreListedPlain) {
     XmlDocument document("D");
     ASSERT_TRUE(document.LoadXMLFile("<A/>"));
     for (const char* const path : {"A.U.Password", "A.U.PASSWORD"}) {
@@ -157,7 +157,7 @@ TEST(subtree_listing, secrets_are_listed_plain) {
               "A.Password=plain\nA.x.password=\n");
 }
 
-TEST(subtree_listing, keys_are_cut_at_255_bytes) {
+TEST(SubtreeListing, KeysAreCutAt255Bytes) {
     const std::string name(200, 'n');
     const std::string tail(100, 't');
     std::string xml = "<A><N><T>1</T></N><E>2</E></A>";
@@ -175,7 +175,7 @@ TEST(subtree_listing, keys_are_cut_at_255_bytes) {
               std::string(254, 'p') + ".=1\n");
 }
 
-TEST(subtree_listing, line_fits_by_its_value_and_what_was_listed_before) {
+TEST(SubtreeListing, LineFitsByItsValueAndWhatWasListedBefore) {
     XmlDocument document("D");
     ASSERT_TRUE(document.LoadXMLFile("<A><B>12345</B><C>123</C></A>"));
     const TiXmlElement& root = *document.RootElement();
@@ -189,7 +189,7 @@ TEST(subtree_listing, line_fits_by_its_value_and_what_was_listed_before) {
     EXPECT_EQ(List(root, "A", no_filter, 6).text, "");
 }
 
-TEST(subtree_listing, only_what_this_listing_wrote_counts) {
+TEST(SubtreeListing, OnlyWhatThisListingWroteCounts) {
     XmlDocument document("D");
     ASSERT_TRUE(document.LoadXMLFile("<A><B>12345</B></A>"));
     reply_text out;
@@ -199,7 +199,7 @@ TEST(subtree_listing, only_what_this_listing_wrote_counts) {
     EXPECT_EQ(out.view(), "earlier linesA.B=12345\n");
 }
 
-TEST(subtree_listing, longest_key_fits_the_slack_above_the_capacity) {
+TEST(SubtreeListing, LongestKeyFitsTheSlackAboveTheCapacity) {
     XmlDocument document("D");
     std::string xml = "<A><B>12345</B></A>";
     xml.replace(4, 1, std::string(300, 'n')).replace(xml.rfind('B'), 1, std::string(300, 'n'));
@@ -209,7 +209,7 @@ TEST(subtree_listing, longest_key_fits_the_slack_above_the_capacity) {
     EXPECT_EQ(listed.text.size(), 255U + 7U);
 }
 
-TEST(subtree_listing, memory_or_bound_that_gives_out_is_a_failure) {
+TEST(SubtreeListing, MemoryOrBoundThatGivesOutIsAFailure) {
     XmlDocument document("D");
     ASSERT_TRUE(document.LoadXMLFile("<A><B>12345</B></A>"));
     reply_text out;
@@ -217,14 +217,14 @@ TEST(subtree_listing, memory_or_bound_that_gives_out_is_a_failure) {
     EXPECT_EQ(ListXmlSubtree(document, out, 100, "", no_filter), -1);
 }
 
-TEST(subtree_listing, filter_hides_by_prefix_of_the_key) {
+TEST(SubtreeListing, FilterHidesByPrefixOfTheKey) {
     EXPECT_EQ(Lines("<A><Hidden>1</Hidden><HiddenToo><X>2</X></HiddenToo><Hid>3</Hid>"
                     "<hidden>4</hidden></A>",
                     filter),
               "A.Hid=3\nA.hidden=4\n");
 }
 
-TEST(subtree_listing, filter_hides_what_is_not_allowed_to_show) {
+TEST(SubtreeListing, FilterHidesWhatIsNotAllowedToShow) {
     const char* const xml =
         "<A><B AllowToShow='no'>1</B><C AllowToShow='yes'>2</C><D AllowToShow='YES'>3</D>"
         "<E AllowToShow=''>4</E><F allowtoshow='no'>5</F><G AllowToShow='YES '>6</G></A>";
@@ -232,13 +232,13 @@ TEST(subtree_listing, filter_hides_what_is_not_allowed_to_show) {
     EXPECT_EQ(Lines(xml), "A.B=1\nA.C=2\nA.D=3\nA.E=4\nA.F=5\nA.G=6\n");
 }
 
-TEST(subtree_listing, hidden_top_element_takes_its_subtree_along_and_a_deeper_one_only_its_line) {
+TEST(SubtreeListing, HiddenTopElementTakesItsSubtreeAlongAndADeeperOneOnlyItsLine) {
     EXPECT_EQ(Lines("<A><B AllowToShow='NO'><C>1</C></B></A>", filter), "");
     EXPECT_EQ(Lines("<A><B>0<C AllowToShow='NO'>1<D>2</D></C></B></A>", filter),
               "A.B.C.D=2\nA.B=0\n");
 }
 
-TEST(subtree_listing, visibility_of_one_element) {
+TEST(SubtreeListing, VisibilityOfOneElement) {
     TiXmlElement element("E");
     EXPECT_EQ(IsXmlNodeVisible("A.Shown", element, filter), true);
     EXPECT_EQ(IsXmlNodeVisible("A.Hidden", element, filter), false);

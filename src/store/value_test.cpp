@@ -12,9 +12,9 @@
 namespace veltrancord {
 namespace {
 
-class value : public testing::Test {
+class Value : public testing::Test {
   protected:
-    ~value() override { FreeXmlDocs(); }
+    ~Value() override { FreeXmlDocs(); }
 
     static XmlDocument& Load(const char* name, const char* text) {
         auto doc = std::make_unique<XmlDocument>(name);
@@ -50,7 +50,7 @@ class value : public testing::Test {
     }
 };
 
-TEST_F(value, finds_elements_by_their_stored_names) {
+TEST_F(Value, FindsElementsByTheirStoredNames) {
     XmlDocument& doc = Load("A", "<A><a_20b_5Fc>x</a_20b_5Fc><B>y</B><b>z</b></A>");
     EXPECT_EQ(Read("A.a b_c"), "x");
     EXPECT_EQ(Read("A.a_20b_5Fc"), "-4");
@@ -61,12 +61,12 @@ TEST_F(value, finds_elements_by_their_stored_names) {
     EXPECT_EQ(FindXmlElement(nullptr, XmlPath()), nullptr);
 }
 
-TEST_F(value, finds_the_root_behind_declaration_and_comment) {
+TEST_F(Value, FindsTheRootBehindDeclarationAndComment) {
     Load("A", "<?xml version=\"1.0\"?><!-- c --><A><B>x</B></A>");
     EXPECT_EQ(Read("A.B"), "x");
 }
 
-TEST_F(value, reading_backtracks_where_writing_takes_the_first) {
+TEST_F(Value, ReadingBacktracksWhereWritingTakesTheFirst) {
     XmlDocument& doc = Load("Account",
                             "<Account><User><Name>a</Name></User><User><Level>2</Level></User>"
                             "</Account>");
@@ -78,7 +78,7 @@ TEST_F(value, reading_backtracks_where_writing_takes_the_first) {
     EXPECT_EQ(Read("Account.User.Level"), "1");
 }
 
-TEST_F(value, backtracks_over_several_levels) {
+TEST_F(Value, BacktracksOverSeveralLevels) {
     Load("A",
          "<A><B><C><X/></C><C/></B><B/><B><C/><C><D>deep</D></C></B><B><C><D>late</D></C></B></A>");
     EXPECT_EQ(Read("A.B.C.D"), "deep");
@@ -86,12 +86,12 @@ TEST_F(value, backtracks_over_several_levels) {
     EXPECT_EQ(Read("A.B.X"), "-4");
 }
 
-TEST_F(value, several_roots_are_searched_in_order) {
+TEST_F(Value, SeveralRootsAreSearchedInOrder) {
     Load("A", "<A><B>1</B></A><A><C>2</C></A>");
     EXPECT_EQ(Read("A.C"), "2");
 }
 
-TEST_F(value, search_does_not_leave_the_place_it_starts_at) {
+TEST_F(Value, SearchDoesNotLeaveThePlaceItStartsAt) {
     XmlDocument& doc = Load("A", "<A><B><C>1</C></B><D><C>2</C></D></A>");
     XmlPath list;
     ASSERT_TRUE(SplitXmlPath("B.D", list));
@@ -100,7 +100,7 @@ TEST_F(value, search_does_not_leave_the_place_it_starts_at) {
     ASSERT_NE(FindXmlElement(doc.RootElement()->FirstChildElement(), list), nullptr);
 }
 
-TEST_F(value, results_of_reading) {
+TEST_F(Value, ResultsOfReading) {
     Load("Account",
          "<Account><User1><Name>n</Name></User1><Empty/><Mixed><!--c-->t</Mixed></Account>");
     EXPECT_EQ(Read(""), "-7");
@@ -118,12 +118,12 @@ TEST_F(value, results_of_reading) {
     EXPECT_EQ(Read("account.User1.Name"), "-4");
 }
 
-TEST_F(value, document_with_a_dot_in_its_name_cannot_be_reached) {
+TEST_F(Value, DocumentWithADotInItsNameCannotBeReached) {
     Load("Account.xml", "<Account><A>1</A></Account>");
     EXPECT_EQ(Read("Account.xml.A"), "-4");
 }
 
-TEST_F(value, only_the_first_511_bytes_of_a_path_count) {
+TEST_F(Value, OnlyTheFirst511BytesOfAPathCount) {
     Load("A", "<A><B>x</B></A>");
     std::string path = "A.B";
     path.append(508, '.');
@@ -132,7 +132,7 @@ TEST_F(value, only_the_first_511_bytes_of_a_path_count) {
     EXPECT_EQ(Read(path + "C"), "-4");
 }
 
-TEST_F(value, secret_is_stored_encoded_and_read_plain_with_its_stored_length) {
+TEST_F(Value, SecretIsStoredEncodedAndReadPlainWithItsStoredLength) {
     XmlDocument& doc = Load("Account", "<Account><User1/></Account>");
     for (const char* const path : {"Account.User1.Password", "Account.User1.PASSWORD"}) {
         EXPECT_EQ(Set(doc, path, "secret"), result_ok);
@@ -148,7 +148,7 @@ TEST_F(value, secret_is_stored_encoded_and_read_plain_with_its_stored_length) {
     EXPECT_EQ(XmlElementText(*Find(doc, "Account.Password.Hint")), "open");
 }
 
-TEST_F(value, secret_whose_form_does_not_fit_changes_nothing) {
+TEST_F(Value, SecretWhoseFormDoesNotFitChangesNothing) {
     XmlDocument& doc = Load("A", "<A><Password>old</Password></A>");
     EXPECT_EQ(Set(doc, "A.Password", std::string(184, 'x')), result_store_failed);
     EXPECT_EQ(Set(doc, "A.New.Password", std::string(184, 'x')), result_store_failed);
@@ -157,13 +157,13 @@ TEST_F(value, secret_whose_form_does_not_fit_changes_nothing) {
     EXPECT_EQ(Read("A.Password"), std::string(183, 'x'));
 }
 
-TEST_F(value, secret_of_300_bytes_keeps_44_of_them) {
+TEST_F(Value, SecretOf300BytesKeeps44OfThem) {
     XmlDocument& doc = Load("A", "<A/>");
     EXPECT_EQ(Set(doc, "A.Password", std::string(300, 'x')), result_ok);
     EXPECT_EQ(Read("A.Password"), std::string(44, 'x'));
 }
 
-TEST_F(value, secret_that_cannot_be_decoded) {
+TEST_F(Value, SecretThatCannotBeDecoded) {
     Load("A", "<A><Password>enc:abc</Password></A>");
     Load("B", "<B><Password>plain</Password></B>");
     Load("C", "<C><Password>enc:5:****</Password></C>");
@@ -172,19 +172,19 @@ TEST_F(value, secret_that_cannot_be_decoded) {
     EXPECT_EQ(Read("C.Password"), "");
 }
 
-TEST_F(value, writing_creates_missing_elements_each_as_the_last_child) {
+TEST_F(Value, WritingCreatesMissingElementsEachAsTheLastChild) {
     XmlDocument& doc = Load("Account", "<Account><User1>x</User1></Account>");
     EXPECT_EQ(Set(doc, "Account.Wifi.SSID", "home"), result_ok);
     EXPECT_EQ(Text(doc), "<Account><User1>x</User1><Wifi><SSID>home</SSID></Wifi></Account>");
 }
 
-TEST_F(value, writing_into_an_empty_document_creates_its_root) {
+TEST_F(Value, WritingIntoAnEmptyDocumentCreatesItsRoot) {
     XmlDocument doc("A");
     EXPECT_EQ(Set(doc, "A.B", "1"), result_ok);
     EXPECT_EQ(Text(doc), "<A><B>1</B></A>");
 }
 
-TEST_F(value, writing_replaces_the_first_child_whatever_it_is) {
+TEST_F(Value, WritingReplacesTheFirstChildWhateverItIs) {
     const auto after = [](const char* text) {
         XmlDocument doc("A");
         EXPECT_TRUE(doc.LoadXMLFile(text));
@@ -200,7 +200,7 @@ TEST_F(value, writing_replaces_the_first_child_whatever_it_is) {
     EXPECT_EQ(after("<A><C>B</C><!--B--></A>"), "<A><C>B</C><!--B--><B>new</B></A>");
 }
 
-TEST_F(value, text_of_an_element_at_hand_is_set_as_by_its_path) {
+TEST_F(Value, TextOfAnElementAtHandIsSetAsByItsPath) {
     for (const char* text : {"<A><B/></A>", "<A><B>x</B></A>", "<A><B><![CDATA[x]]></B></A>",
                              "<A><B><C/>x</B></A>", "<A><B><!-- c -->x</B></A>"}) {
         XmlDocument& by_path = Load("A", text);
@@ -211,7 +211,7 @@ TEST_F(value, text_of_an_element_at_hand_is_set_as_by_its_path) {
     }
 }
 
-TEST_F(value, writing_again_replaces_the_text_written_before) {
+TEST_F(Value, WritingAgainReplacesTheTextWrittenBefore) {
     XmlDocument& doc = Load("A", "<A><B><C>1</C></B></A>");
     EXPECT_EQ(Set(doc, "A.B", "first"), result_ok);
     EXPECT_EQ(Read("A.B"), "first");
@@ -219,7 +219,7 @@ TEST_F(value, writing_again_replaces_the_text_written_before) {
     EXPECT_EQ(Text(doc), "<A><B>second</B></A>");
 }
 
-TEST_F(value, empty_text_is_a_text_until_the_document_is_loaded_anew) {
+TEST_F(Value, EmptyTextIsATextUntilTheDocumentIsLoadedAnew) {
     XmlDocument& doc = Load("A", "<A><B>old</B></A>");
     EXPECT_EQ(Set(doc, "A.B", ""), result_ok);
     EXPECT_EQ(Read("A.B"), "");
@@ -232,13 +232,13 @@ TEST_F(value, empty_text_is_a_text_until_the_document_is_loaded_anew) {
     EXPECT_EQ(Read("A.New"), "-4");
 }
 
-TEST_F(value, path_without_components_changes_nothing) {
+TEST_F(Value, PathWithoutComponentsChangesNothing) {
     XmlDocument& doc = Load("A", "<A/>");
     EXPECT_EQ(SetXmlValue(doc, XmlPath(), "x"), result_ok);
     EXPECT_EQ(Text(doc), "<A />");
 }
 
-TEST_F(value, deepest_path_that_text_can_name) {
+TEST_F(Value, DeepestPathThatTextCanName) {
     XmlDocument& doc = Load("a", "<a/>");
     std::string path = "a";
     for (int i = 1; i < 256; ++i) {
@@ -248,12 +248,12 @@ TEST_F(value, deepest_path_that_text_can_name) {
     EXPECT_EQ(Read(path), "bottom");
 }
 
-TEST_F(value, text_ends_at_a_nul) {
+TEST_F(Value, TextEndsAtANul) {
     Load("A", "<A><B>x&#0;y</B></A>");
     EXPECT_EQ(Read("A.B"), "x");
 }
 
-TEST_F(value, secret_name_in_any_case) {
+TEST_F(Value, SecretNameInAnyCase) {
     EXPECT_TRUE(IsSecretName("Password"));
     EXPECT_TRUE(IsSecretName("pASSWORD"));
     EXPECT_FALSE(IsSecretName("Passwords"));
@@ -263,7 +263,7 @@ TEST_F(value, secret_name_in_any_case) {
 
 // A name that begins with a digit, or a character cut short, would end the document at the next
 // start, and the save after that would lose every setting behind it.
-TEST_F(value, refuses_what_could_not_be_read_back) {
+TEST_F(Value, RefusesWhatCouldNotBeReadBack) {
     XmlDocument& doc = Load("A", "<?xml version=\"1.0\"?><A><B>old</B></A>");
     for (const char* path : {"A.1st", "A.*", "A.C.-x.D", "A.C.D.9"}) {
         EXPECT_EQ(Set(doc, path, "x"), result_store_failed) << path;

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "leaf/message.h"
 #include "leaf/whole_io.h"
 
 namespace veltrancord {
@@ -18,14 +19,14 @@ owned_fd make_unnamed_file() {
     char name[] = "/tmp/xmltemp-XXXXXX";
     owned_fd file(::mkostemp(name, O_CLOEXEC));
     if (!file) {
-        std::perror("mkstemp");
+        print_reason("mkstemp");
         return {};
     }
     if (::unlink(name) != 0) {
         const int reason = errno;
         file.reset();
         errno = reason;
-        std::perror("unlink temp file");
+        print_reason("unlink temp file");
     }
     return file;
 }
@@ -33,7 +34,7 @@ owned_fd make_unnamed_file() {
 // Return: false after a message when not all of `content` could be written.
 bool write_body(const owned_fd& file, std::string_view content) {
     if (file && !write_whole(file.get(), content)) {
-        std::perror("write body");
+        print_reason("write body");
         return false;
     }
     return true;

@@ -1,12 +1,12 @@
 #include "update/backup.h"
 
 #include <chrono>
-#include <cstdio>
 #include <string>
 #include <thread>
 
 #include "leaf/child_program.h"
 #include "leaf/clock.h"
+#include "leaf/message.h"
 #include "leaf/result.h"
 #include "store/document_set.h"
 #include "store/reply_capacity.h"
@@ -31,7 +31,7 @@ int32_t XMLDBCallBack(std::string_view text) {
         return result_ok;
     }
     if (text.size() > max_script_text) {
-        std::fputs("input parameter fail !!\n", stderr);
+        print_error("input parameter fail !!\n");
         return result_ok;
     }
     std::string command = backup_script;

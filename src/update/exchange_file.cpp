@@ -5,13 +5,13 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
 #include <string>
 
+#include "leaf/message.h"
 #include "leaf/owned_fd.h"
 #include "leaf/result.h"
 #include "leaf/whole_io.h"
@@ -78,7 +78,7 @@ int32_t write_exchange_file(const char* path) {
         return result_failed;
     }
     if (!write_documents(file.get())) {
-        std::fprintf(stderr, "write_exchange_file %s error : %s\n", path, std::strerror(errno));
+        print_error("write_exchange_file %s error : %s\n", path, std::strerror(errno));
         // Where it is no regular file, what is out is out.
         static_cast<void>(::ftruncate(file.get(), 0) == 0);
         return result_failed;

@@ -4,12 +4,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 #include <vector>
 
 #include "leaf/bounded_text.h"
 #include "leaf/child_program.h"
+#include "leaf/message.h"
 #include "leaf/owned_fd.h"
 #include "store/document_set.h"
 #include "store/path.h"
@@ -65,7 +65,7 @@ void start_entry(dispatch_entry& entry) {
     start.environment = environment.data();
     start.standard_input = input.get();
     if (start_program(start) < 0) {
-        std::perror("fork");
+        print_reason("fork");
     }
 }
 
@@ -88,7 +88,7 @@ void queue_dispatch(std::string_view path, std::string_view argument) {
     if (g_dispatchQueue.entries.empty()) {
         g_dispatchQueue.argument = make_argument_file(argument);
     }
-    std::fprintf(stderr, "[%s]...\n", "XmlCheckDispatch");
+    print_error("[%s]...\n", "XmlCheckDispatch");
     g_dispatchQueue.entries.push_back(entry);
 }
 

@@ -39,14 +39,14 @@ std::unique_ptr<XmlDocument> Load(const std::string& text) {
     return doc;
 }
 
-TEST(child_index, few_children_are_walked_over) {
+TEST(ChildIndex, FewChildrenAreWalkedOver) {
     const auto doc = Load("<D>" + Children(walked_children, walked_children) + "</D>");
     EXPECT_EQ(FirstChildNamed(*doc->RootElement(), "none"), nullptr);
     EXPECT_NE(FirstChildNamed(*doc->RootElement(), "E63"), nullptr);
     EXPECT_EQ(doc->ChildIndexes().count(), 0U);
 }
 
-TEST(child_index, is_made_when_a_walk_is_not_enough) {
+TEST(ChildIndex, IsMadeWhenAWalkIsNotEnough) {
     const auto doc = Load("<D>" + Children(1000, 1000) + "</D>");
     TiXmlElement& root = *doc->RootElement();
     EXPECT_EQ(FirstChildNamed(root, "E63"), WalkedTo(root, "E63"));
@@ -57,7 +57,7 @@ TEST(child_index, is_made_when_a_walk_is_not_enough) {
     EXPECT_EQ(doc->ChildIndexes().count(), 1U);
 }
 
-TEST(child_index, gives_the_first_of_a_name_and_the_next) {
+TEST(ChildIndex, GivesTheFirstOfANameAndTheNext) {
     const auto doc = Load("<D>" + Children(1000, 100) + "</D>");
     TiXmlElement& root = *doc->RootElement();
     int met = 0;
@@ -69,7 +69,7 @@ TEST(child_index, gives_the_first_of_a_name_and_the_next) {
     EXPECT_EQ(met, 10);
 }
 
-TEST(child_index, is_gone_with_what_it_was_made_for) {
+TEST(ChildIndex, IsGoneWithWhatItWasMadeFor) {
     const auto doc = Load("<D><G>" + Children(200, 200) + "</G><H/></D>");
     EXPECT_NE(FirstChildNamed(*doc->RootElement()->FirstChild(), "E199"), nullptr);
     EXPECT_EQ(doc->ChildIndexes().count(), 1U);
@@ -85,7 +85,7 @@ TEST(child_index, is_gone_with_what_it_was_made_for) {
 }
 
 // An element whose children have gone one by one still has its index when it goes itself.
-TEST(child_index, is_gone_with_an_element_that_was_emptied) {
+TEST(ChildIndex, IsGoneWithAnElementThatWasEmptied) {
     const auto doc = Load("<D><G>" + Children(70, 70) + "</G></D>");
     TiXmlElement& group = *doc->RootElement()->FirstChildElement();
     EXPECT_NE(FirstChildNamed(group, "E69"), nullptr);
@@ -97,7 +97,7 @@ TEST(child_index, is_gone_with_an_element_that_was_emptied) {
     EXPECT_EQ(doc->ChildIndexes().count(), 0U);
 }
 
-TEST(child_index, nodes_outside_a_document_are_walked_over) {
+TEST(ChildIndex, NodesOutsideADocumentAreWalkedOver) {
     TiXmlElement parent("P");
     for (int i = 0; i < 200; ++i) {
         AppendElement(parent, "E" + std::to_string(i));
@@ -125,7 +125,7 @@ TiXmlElement* WalkedPath(TiXmlNode& parent, const std::vector<std::string>& name
 // Everything that changes a document, in any order and on few names, so that names come, go and
 // come again, several of one name lie far apart, and indexes are made, grown and dropped on the
 // way.
-class changed_at_random : public testing::TestWithParam<unsigned> {
+class ChangedAtRandom : public testing::TestWithParam<unsigned> {
   protected:
     std::string Name(int range) {
         return "N" + std::to_string(std::uniform_int_distribution<int>(0, range - 1)(random_));
@@ -201,17 +201,17 @@ class changed_at_random : public testing::TestWithParam<unsigned> {
     std::unique_ptr<XmlDocument> doc_ = std::make_unique<XmlDocument>("D");
 };
 
-TEST_P(changed_at_random, finds_what_a_walk_finds) {
+TEST_P(ChangedAtRandom, FindsWhatAWalkFinds) {
     for (int change = 0; change < 3000 && !HasFatalFailure(); ++change) {
         Change();
         Check();
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(child_index, changed_at_random, testing::Range(1U, 9U));
+INSTANTIATE_TEST_SUITE_P(ChildIndex, ChangedAtRandom, testing::Range(1U, 9U));
 
 // With a walk for each of them these would take minutes.
-TEST(child_index, hundred_thousand_siblings_are_written_read_and_removed_in_linear_time) {
+TEST(ChildIndex, HundredThousandSiblingsAreWrittenReadAndRemovedInLinearTime) {
     const auto doc = Load("<D>" + Children(100000, 100000) + "</D>");
     const auto each = [&doc](auto&& check) {
         for (int i = 99999; i >= 0; --i) {

@@ -21,7 +21,7 @@ std::string Nested(int depth) {
     return text;
 }
 
-TEST(xml_document, loads_text_in_place_of_what_it_held_and_keeps_its_name) {
+TEST(XmlDocument, LoadsTextInPlaceOfWhatItHeldAndKeepsItsName) {
     XmlDocument document("Account");
     EXPECT_TRUE(document.LoadXMLFile("<A><B>1</B></A>"));
     EXPECT_TRUE(document.LoadXMLFile("<C/>"));
@@ -30,7 +30,7 @@ TEST(xml_document, loads_text_in_place_of_what_it_held_and_keeps_its_name) {
     EXPECT_EQ(document.RootElement()->NextSibling(), nullptr);
 }
 
-TEST(xml_document, empty_text_is_an_error_and_empties_the_document) {
+TEST(XmlDocument, EmptyTextIsAnErrorAndEmptiesTheDocument) {
     XmlDocument document("A");
     EXPECT_TRUE(document.LoadXMLFile("<A/>"));
     EXPECT_FALSE(document.LoadXMLFile(""));
@@ -40,7 +40,7 @@ TEST(xml_document, empty_text_is_an_error_and_empties_the_document) {
     EXPECT_FALSE(document.Error());
 }
 
-TEST(xml_document, line_ends_count_as_one_line_feed) {
+TEST(XmlDocument, LineEndsCountAsOneLineFeed) {
     const auto load = [](const char* text) {
         XmlDocument document("A");
         EXPECT_TRUE(document.LoadXMLFile(text));
@@ -56,7 +56,7 @@ TEST(xml_document, line_ends_count_as_one_line_feed) {
     EXPECT_NE(expected.find("<![CDATA[a\nb\n\nc]]>"), std::string::npos);
 }
 
-TEST(xml_document, text_that_does_not_parse_leaves_what_came_before) {
+TEST(XmlDocument, TextThatDoesNotParseLeavesWhatCameBefore) {
     XmlDocument document("A");
     EXPECT_FALSE(document.LoadXMLFile("<A><B>1</B><C>2</D></A>"));
     EXPECT_TRUE(document.Error());
@@ -65,7 +65,7 @@ TEST(xml_document, text_that_does_not_parse_leaves_what_came_before) {
     EXPECT_TRUE(document.NoChildren());
 }
 
-TEST(xml_document, text_nested_too_deep_does_not_parse_at_all) {
+TEST(XmlDocument, TextNestedTooDeepDoesNotParseAtAll) {
     XmlDocument document("A");
     EXPECT_TRUE(document.LoadXMLFile(Nested(512).c_str()));
     EXPECT_FALSE(document.LoadXMLFile(Nested(513).c_str()));
@@ -76,7 +76,7 @@ TEST(xml_document, text_nested_too_deep_does_not_parse_at_all) {
     EXPECT_TRUE(document.LoadXMLFile("<A/>"));
 }
 
-TEST(xml_document, what_clients_bring_in_is_loaded_alike) {
+TEST(XmlDocument, WhatClientsBringInIsLoadedAlike) {
     for (const char* const text :
          {"", "no markup", "<A><B x='1'>1</B><!-- c --><C/></A>", "<A><B>1</B><C>2</D></A>",
           "\xEF\xBB\xBF<A>\r\n</A>", "<A/><B/>"}) {
@@ -91,7 +91,7 @@ TEST(xml_document, what_clients_bring_in_is_loaded_alike) {
     EXPECT_TRUE(document.NoChildren());
 }
 
-TEST(xml_document, byte_order_mark_is_remembered) {
+TEST(XmlDocument, ByteOrderMarkIsRemembered) {
     XmlDocument document("A");
     EXPECT_FALSE(document.HasByteOrderMark());
     EXPECT_TRUE(document.LoadXMLFile("\xEF\xBB\xBF<A/>"));
@@ -99,7 +99,7 @@ TEST(xml_document, byte_order_mark_is_remembered) {
 }
 
 // The last byte announces a longer character than there is: the library steps over the end.
-TEST(xml_document, text_ending_within_a_character_is_read_within_its_bounds) {
+TEST(XmlDocument, TextEndingWithinACharacterIsReadWithinItsBounds) {
     for (const char* const text : {"<?xml?><a>\xF0",
                                    "<?xml?><a>\xE2",
                                    "<?xml?><a b='\xF0",

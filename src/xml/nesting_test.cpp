@@ -47,7 +47,7 @@ int DepthOf(const TiXmlNode& node) {
     return deepest + (node.ToElement() != nullptr ? 1 : 0);
 }
 
-TEST(nesting, counts_elements_within_elements) {
+TEST(Nesting, CountsElementsWithinElements) {
     EXPECT_EQ(Depth(""), 0);
     EXPECT_EQ(Depth("<a/>"), 1);
     EXPECT_EQ(Depth("<a></a>"), 1);
@@ -57,7 +57,7 @@ TEST(nesting, counts_elements_within_elements) {
     EXPECT_EQ(Depth("<a>x<b>y</b>z<c>u<d>v</d></c></a>"), 3);
 }
 
-TEST(nesting, the_limit_itself_is_allowed) {
+TEST(Nesting, TheLimitItselfIsAllowed) {
     EXPECT_FALSE(Deeper(Nested(512), 512));
     EXPECT_TRUE(Deeper(Nested(513), 512));
     EXPECT_FALSE(Deeper(Repeat("<a>", 512), 512));
@@ -66,14 +66,14 @@ TEST(nesting, the_limit_itself_is_allowed) {
 }
 
 // Many elements make a closer look necessary, and no more.
-TEST(nesting, more_elements_than_may_be_nested_are_no_fault) {
+TEST(Nesting, MoreElementsThanMayBeNestedAreNoFault) {
     EXPECT_FALSE(Deeper("<r>" + Repeat("<a/>", 2000) + "</r>", 512));
     EXPECT_FALSE(Deeper("<r>" + Repeat("<a><b>x</b></a>", 2000) + "</r>", 3));
     EXPECT_FALSE(Deeper("<r>" + Repeat("<!-- <a> -->", 2000) + "</r>", 1));
     EXPECT_TRUE(Deeper("<r>" + Repeat("<a/>", 2000) + Nested(512) + "</r>", 512));
 }
 
-TEST(nesting, markup_inside_other_things_does_not_count) {
+TEST(Nesting, MarkupInsideOtherThingsDoesNotCount) {
     EXPECT_EQ(Depth("<a x=\"<b><c>\" y='<d>'/>"), 1);
     EXPECT_EQ(Depth("<a><!-- <b><c></a> --></a>"), 1);
     EXPECT_EQ(Depth("<a><![CDATA[<b><c></a>]]></a>"), 1);
@@ -83,7 +83,7 @@ TEST(nesting, markup_inside_other_things_does_not_count) {
     EXPECT_EQ(Depth("<a x=y/>"), 1);
 }
 
-TEST(nesting, text_ends_where_the_parser_gives_up) {
+TEST(Nesting, TextEndsWhereTheParserGivesUp) {
     EXPECT_EQ(Depth("<a x><b>"), 1);
     EXPECT_EQ(Depth("<a x=\"<b><c>"), 1);
     EXPECT_EQ(Depth("<a><!-- <b>"), 1);
@@ -92,7 +92,7 @@ TEST(nesting, text_ends_where_the_parser_gives_up) {
 
 // Text that hides its end tags from a reader which takes other bounds than the parser does: in
 // UTF-8 text a leading byte swallows the "<" behind it.
-TEST(nesting, hidden_end_tags_do_not_hide_the_depth) {
+TEST(Nesting, HiddenEndTagsDoNotHideTheDepth) {
     EXPECT_GE(Depth("<?xml?>" + Repeat("<a>\xC3</a>", 40)), 40);
     EXPECT_GE(Depth("\xEF\xBB\xBF" + Repeat("<a>\xE2</a>", 40)), 40);
     EXPECT_GE(Depth(Repeat("<a><?xml version='></a>'?>", 40)), 40);
@@ -165,7 +165,7 @@ std::string AnyMarkup(std::mt19937& random) {
 
 // Whatever the text: what is measured is never less than what the library builds, and the same
 // where the library finds no fault.
-TEST(nesting, agrees_with_the_library_on_any_text) {
+TEST(Nesting, AgreesWithTheLibraryOnAnyText) {
     std::mt19937 random(1);
     int sound = 0;
     for (int round = 0; round < 100000; ++round) {

@@ -30,7 +30,7 @@ bool is_whole(const std::string& declaration, const std::string& text) {
     return IsXmlTextWhole(*document.RootElement(), text);
 }
 
-TEST(xml_syntax, names_are_those_that_the_parser_reads_back) {
+TEST(XmlSyntax, NamesAreThoseThatTheParserReadsBack) {
     for (const char* name : {"A", "z", "_", "A1", "A-b.c:d", "Name_20x", "\xC3\xA9"}) {
         EXPECT_TRUE(IsXmlName(name)) << name;
         EXPECT_TRUE(survives("", name, "x")) << name;
@@ -42,7 +42,7 @@ TEST(xml_syntax, names_are_those_that_the_parser_reads_back) {
     EXPECT_FALSE(IsXmlName(""));
 }
 
-TEST(xml_syntax, text_that_ends_within_a_character_would_take_in_what_follows) {
+TEST(XmlSyntax, TextThatEndsWithinACharacterWouldTakeInWhatFollows) {
     for (const std::string declaration :
          {"<?xml version=\"1.0\"?>", "<?xml version=\"1.0\" encoding=\"UTF-8\"?>",
           "<?xml version=\"1.0\" encoding=\"utf8\"?>", "\xEF\xBB\xBF"}) {
@@ -57,7 +57,7 @@ TEST(xml_syntax, text_that_ends_within_a_character_would_take_in_what_follows) {
     }
 }
 
-TEST(xml_syntax, a_character_cut_short_would_take_in_the_beginning_of_an_entity) {
+TEST(XmlSyntax, ACharacterCutShortWouldTakeInTheBeginningOfAnEntity) {
     const std::string declaration = "<?xml version=\"1.0\"?>";
     for (const char* text : {"caf\xE9 & bar", "\xD2\x1B", "a\xC3<b", "\xF0  \"x", "\xE2\x82'x"}) {
         EXPECT_FALSE(is_whole(declaration, text)) << text;
@@ -69,7 +69,7 @@ TEST(xml_syntax, a_character_cut_short_would_take_in_the_beginning_of_an_entity)
     }
 }
 
-TEST(xml_syntax, other_documents_hold_text_of_any_encoding) {
+TEST(XmlSyntax, OtherDocumentsHoldTextOfAnyEncoding) {
     for (const std::string declaration : {"", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>"}) {
         for (const char* text : {"\xC3", "caf\xE9", "a\xF0\x9F\x94"}) {
             EXPECT_TRUE(is_whole(declaration, text)) << declaration << text;

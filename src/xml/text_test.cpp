@@ -49,29 +49,29 @@ std::string Reprint(const char* xml) {
     return SerialiseXmlDoc(document);
 }
 
-TEST(xml_text, element_without_children_is_one_tag) {
+TEST(XmlText, ElementWithoutChildrenIsOneTag) {
     EXPECT_EQ(Reprint("<A><B></B><C x='1'/></A>"), "<A>\n    <B />\n    <C x=\"1\" />\n</A>\n");
 }
 
-TEST(xml_text, single_text_stays_on_its_line_and_mixed_content_does_not) {
+TEST(XmlText, SingleTextStaysOnItsLineAndMixedContentDoesNot) {
     EXPECT_EQ(Reprint("<A>text</A>"), "<A>text</A>\n");
     EXPECT_EQ(Reprint("<A>text<B/>more</A>"), "<A>text\n    <B />more\n</A>\n");
     EXPECT_EQ(Reprint("<A><![CDATA[a<b]]></A>"), "<A>\n    <![CDATA[a<b]]>\n</A>\n");
 }
 
-TEST(xml_text, quote_follows_the_value) {
+TEST(XmlText, QuoteFollowsTheValue) {
     EXPECT_EQ(Reprint("<A a=\"it's\" b='say \"x\"' c='' />"),
               "<A a=\"it&apos;s\" b='say &quot;x&quot;' c=\"\" />\n");
 }
 
-TEST(xml_text, entities_and_references) {
+TEST(XmlText, EntitiesAndReferences) {
     EXPECT_EQ(Reprint("<A>&lt;&gt;&amp;&quot;&apos;&#1;&#x1f;</A>"),
               "<A>&lt;&gt;&amp;&quot;&apos;&#x01;&#x1F;</A>\n");
     // Whether this comes out as it was read depends on the library; Reprint compares with it.
     static_cast<void>(Reprint("<A a='&amp;#x20;'>&amp;#x20;&amp;#x&lt;</A>"));
 }
 
-TEST(xml_text, declaration_comment_unknown) {
+TEST(XmlText, DeclarationCommentUnknown) {
     EXPECT_EQ(Reprint("<?xml version='1.0' encoding='UTF-8' standalone='no'?><!DOCTYPE x>"
                       "<A><!-- c --><!ELEMENT y></A>"),
               "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"no\" ?>\n<!DOCTYPE x>\n"
@@ -79,11 +79,11 @@ TEST(xml_text, declaration_comment_unknown) {
     EXPECT_EQ(Reprint("<?xml ?><A/>"), "<?xml ?>\n<A />\n");
 }
 
-TEST(xml_text, empty_document) {
+TEST(XmlText, EmptyDocument) {
     EXPECT_EQ(SerialiseXmlDoc(XmlDocument("D")), "");
 }
 
-TEST(xml_text, byte_order_mark_is_written_again_once_it_was_read) {
+TEST(XmlText, ByteOrderMarkIsWrittenAgainOnceItWasRead) {
     EXPECT_EQ(Reprint("\xEF\xBB\xBF<A/>"), "\xEF\xBB\xBF<A />\n");
     XmlDocument document("D");
     EXPECT_TRUE(document.LoadXMLFile("\xEF\xBB\xBF<A/>"));
@@ -165,7 +165,7 @@ class generator {
     std::mt19937 random_;
 };
 
-TEST(xml_text, generated_documents_are_printed_as_the_library_prints_them) {
+TEST(XmlText, GeneratedDocumentsArePrintedAsTheLibraryPrintsThem) {
     for (unsigned seed = 0; seed < 2000; ++seed) {
         generator any(seed);
         XmlDocument document("D");
@@ -180,7 +180,7 @@ TEST(xml_text, generated_documents_are_printed_as_the_library_prints_them) {
     }
 }
 
-TEST(xml_text, what_was_printed_is_printed_alike_when_parsed_again) {
+TEST(XmlText, WhatWasPrintedIsPrintedAlikeWhenParsedAgain) {
     for (unsigned seed = 0; seed < 300; ++seed) {
         generator any(seed);
         XmlDocument document("D");

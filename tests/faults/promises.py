@@ -78,12 +78,12 @@ RUNS_OF_THEIR_OWN = {"L1"}
 
 UNIT_TESTS = {
     "S7": ["FileReplacer."],
-    "S8": ["xml_text.generated_documents_are_printed_as_the_library_prints_them"],
-    "M3": ["read_query.capacity_may_flip_while_subtrees_are_read"],
+    "S8": ["XmlText.GeneratedDocumentsArePrintedAsTheLibraryPrintsThem"],
+    "M3": ["ReadQuery.CapacityMayFlipWhileSubtreesAreRead"],
     "Z1": ["fuzz.replay_"],
     "Z2": ["Capacities/EventLogModel."],
     "C2": ["Backup.KnowsTimesBehindTheYear2038", "Backup.IsDueAfterAStepOfTheClock",
-           "milliseconds_left.knows_times_far_apart"],
+           "MillisecondsLeft.KnowsTimesFarApart"],
 }
 
 

@@ -20,16 +20,16 @@ namespace veltrancord {
 inline int g_loaded = 0;
 inline int g_freed = 0;
 
-class document_set : public testing::Test {
+class DocumentSet : public testing::Test {
   protected:
-    document_set() {
+    DocumentSet() {
         std::string name = testing::TempDir() + "document_set-XXXXXX";
         dir_ = ::mkdtemp(name.data());
         g_loaded = g_freed = 0;
         g_storeHooks.loaded = [] { ++g_loaded; };
         g_storeHooks.freed = [] { ++g_freed; };
     }
-    ~document_set() override {
+    ~DocumentSet() override {
         FreeXmlDocs();
         g_storeHooks = {};
         std::filesystem::remove_all(dir_);
