@@ -2,13 +2,14 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
 #include <cstring>
+
+#include "leaf/message.h"
 
 namespace veltrancord {
 
@@ -21,14 +22,14 @@ constexpr int first_private_descriptor = 3;
 // descriptors would otherwise spend seconds on closing numbers that were never open.
 constexpr long most_descriptors_closed = 65536;
 
-// As execve's perror, in one call: other processes print to the same place meanwhile.
-void report_exec_failure(const char* reason) {
-    const auto part = [](const char* text) {
-        return iovec{const_cast<char*>(text), std::strlen(text)};  // which writev only reads
-    };
-    const iovec line[] = {part("execve: "), part(reason), part("\n")};
-    // Nothing can be done about a standard error that takes no text.
-    [[maybe_unused]] const ssize_t written = ::writev(STDERR_FILENO, line, 3);
+// As execve's perror, with async-signal-safe calls alone.
+void report_exec_failure(int error) {
+    const char* const reason = ::strerrordesc_np(error);
+    char line[128] = "execve: ";
+    char* end = line + std::strlen(line);
+    end = ::stpncpy(end, reason != nullptr ? reason : "Unknown error", sizeof line / 2);
+    *end++ = '\n';
+    print_error_text({line, static_cast<std::size_t>(end - line)});
 }
 
 void close_private_descriptors(long descriptor_limit) {
@@ -58,8 +59,7 @@ void close_private_descriptors(long descriptor_limit) {
 
     ::execve(start.path, start.arguments, start.environment);
     if (start.report_exec_failure) {
-        const char* const reason = ::strerrordesc_np(errno);
-        report_exec_failure(reason != nullptr ? reason : "Unknown error");
+        report_exec_failure(errno);
     }
     ::_exit(exec_failed_status);
 }

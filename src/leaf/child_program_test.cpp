@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +16,23 @@
 #include <string>
 
 #include "leaf/owned_fd.h"
+
+namespace veltrancord {
+namespace {
+
+bool g_oldKernel = false;
+
+}  // namespace
+}  // namespace veltrancord
+
+// A definition in the program takes the place of the C library's, for the code under test too.
+extern "C" int close_range(unsigned int first, unsigned int last, int flags) noexcept {
+    if (veltrancord::g_oldKernel) {
+        errno = ENOSYS;
+        return -1;
+    }
+    return static_cast<int>(::syscall(SYS_close_range, first, last, flags));
+}
 
 namespace veltrancord {
 namespace {
@@ -108,6 +126,31 @@ TEST_F(ChildProgram, HasDescriptors0To2Only) {
     ASSERT_TRUE(leaked);
     // ls itself opens the directory as the next descriptor.
     wait_for(start_script("exec ls /proc/self/fd"));
+    EXPECT_EQ(read_output(), "0\n1\n2\n3\n");
+}
+
+TEST_F(ChildProgram, HasDescriptors0To2OnlyOnAnOldKernel) {
+    const owned_fd leaked(::fcntl(STDIN_FILENO, F_DUPFD, 50));
+    ASSERT_TRUE(leaked);
+    g_oldKernel = true;
+    wait_for(start_script("exec ls /proc/self/fd"));
+    g_oldKernel = false;
+    EXPECT_EQ(read_output(), "0\n1\n2\n3\n");
+}
+
+// What was opened before the limit was lowered lies beyond any count up to the limit.
+TEST_F(ChildProgram, HasNoDescriptorAboveTheLimitEither) {
+    if (::syscall(SYS_close_range, ~0U, ~0U, 0) != 0) {
+        GTEST_SKIP() << "this kernel cannot close a range of descriptors";
+    }
+    const owned_fd leaked(::fcntl(STDIN_FILENO, F_DUPFD, 150));
+    ASSERT_TRUE(leaked);
+    rlimit before = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit lowered = {100, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &lowered), 0);
+    wait_for(start_script("exec ls /proc/self/fd"));
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
     EXPECT_EQ(read_output(), "0\n1\n2\n3\n");
 }
 

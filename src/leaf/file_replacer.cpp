@@ -26,14 +26,18 @@
 //
 // Where no replacement can be made but the file itself is writable (a directory without write
 // permission, a file that is a mount point, an owner that cannot be kept), the file is written in
-// place: room is reserved first, the old content is held in memory and put back if a write fails. A
-// power cut can tear such a file; there is no way in that place to prevent it. Conditions that more
-// room or better luck would mend (no space, quota, an input/output error, no descriptors) are no
-// reason to write in place: the old file stays, and the caller tries again later.
+// place: the old content is held in memory and put back if a write fails. A power cut can tear such
+// a file; there is no way in that place to prevent it. What is no regular file, such as /dev/null
+// or a FIFO, is written as it stands, and what it has taken is out. Conditions that more room or
+// better luck would mend (no space, quota, an input/output error, no descriptors) are no reason to
+// write in place: the old file stays, and the caller tries again later.
+//
+// Room is reserved before the first byte is written, aside and in place: a flash that is full is
+// then not worn out by attempts that fail half way.
 //
 // System calls of one replacement: open the directory, stat the file, create the helper and stat
-// it, write, fsync, close, rename, fsync the directory, close it. The two stats keep mode and
-// owner; a change of either costs one call more.
+// it, reserve room, write, fsync, close, rename, fsync the directory, close it. The two stats keep
+// mode and owner; a change of either costs one call more.
 #include "leaf/file_replacer.h"
 
 #include <dirent.h>
@@ -105,11 +109,15 @@ class kept_content {
     std::size_t size_ = 0;
 };
 
-// Makes sure that a file of `size` bytes can grow to `length`, where the file system can tell.
+// Makes sure that a file of `size` bytes can grow to `length`, where the file system can tell. The
+// kernel's call and not posix_fallocate, which writes the room byte by byte where the file system
+// cannot reserve it.
 //
 // Return: false with errno set.
-bool reserve(int fd, off_t size, off_t length) {
-    return length <= size || ::fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, length) == 0 ||
+bool reserve(int fd, off_t size, std::size_t length) {
+    const auto wanted = static_cast<off_t>(length);
+    return wanted <= size ||
+           uninterrupted([&] { return ::fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, wanted); }) == 0 ||
            (errno != ENOSPC && errno != EDQUOT && errno != EIO && errno != EFBIG);
 }
 
@@ -196,10 +204,12 @@ bool file_replacement::keep_identity() const {
     }
     const bool owned_alike = made.st_uid == owner_ && made.st_gid == group_;
     if (!owned_alike && ::fchown(file_.get(), owner_, group_) != 0) {
+        // Owners that this user namespace has no number for are the wrong argument to the kernel.
+        errno = errno == EINVAL ? EPERM : errno;
         return false;
     }
-    return (owned_alike && (made.st_mode & permission_bits) == mode_) ||
-           ::fchmod(file_.get(), mode_) == 0;
+    // The helper was made without set-id bits, so a mode that is the same has none to lose.
+    return (made.st_mode & permission_bits) == mode_ || ::fchmod(file_.get(), mode_) == 0;
 }
 
 bool file_replacement::make_helper() {
@@ -231,7 +241,8 @@ bool file_replacement::make_helper() {
 }
 
 bool file_replacement::fill_helper() {
-    if (!write_whole(file_.get(), content_) || !flush_whole(file_.get())) {
+    if (!reserve(file_.get(), 0, content_.size()) || !write_whole(file_.get(), content_) ||
+        !flush_whole(file_.get())) {
         return false;
     }
     // Interrupted or not, the descriptor is closed, and the data are on the device.
@@ -289,7 +300,7 @@ bool file_replacement::write_in_place() {
     }
     kept_content old;
     if (!old.read(file.get(), static_cast<std::size_t>(status.st_size)) ||
-        !reserve(file.get(), status.st_size, static_cast<off_t>(content_.size()))) {
+        !reserve(file.get(), status.st_size, content_.size())) {
         return false;
     }
     if (overwrite(file.get(), content_)) {

@@ -27,8 +27,9 @@ class file_replacement {
 
     // Writes `content`, as the future content of the file at `path`, into a helper file beside it
     // and flushes it to the device. A symbolic link is followed: its target is what will be
-    // replaced. Mode and owner are those of the file that is there. `path` and `content` must stay
-    // until commit(). To be called once.
+    // replaced. Mode and owner are those of the file that is there. Where that is no regular file
+    // (a device, a FIFO) nothing is written aside: commit() writes it as it stands, and never waits
+    // for a reader. `path` and `content` must stay until commit(). To be called once.
     //
     // Return: result_ok, or result_failed when the content cannot be written: nothing has changed
     // and nothing is left behind.

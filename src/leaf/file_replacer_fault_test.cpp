@@ -1,13 +1,16 @@
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <filesystem>
 #include <utility>
 
+#include "leaf/owned_fd.h"
 #include "leaf/result.h"
 #include "support/replaced_files.h"
 
@@ -71,8 +74,39 @@ int openat(int directory, const char* path, int flags, ...) {
                            : static_cast<int>(syscall(SYS_openat, directory, path, flags, mode));
 }
 
+// As the kernel does it: a change of owner takes set-id bits away. Where a file only seems to have
+// another owner there is nothing else to change.
 int fchown(int fd, uid_t owner, gid_t group) noexcept {
-    return fails("fchown") ? -1 : static_cast<int>(syscall(SYS_fchown, fd, owner, group));
+    if (fails("fchown")) {
+        return -1;
+    }
+    if (!g_plan.foreign_owner) {
+        return static_cast<int>(syscall(SYS_fchown, fd, owner, group));
+    }
+    struct stat status {};
+    return fstat(fd, &status) == 0
+               ? static_cast<int>(syscall(SYS_fchmod, fd, status.st_mode & 01777))
+               : -1;
+}
+
+int fstatat(int directory, const char* name, struct stat* status, int flags) noexcept {
+    if (fails("fstatat")) {
+        return -1;
+    }
+    const int follow = (flags & AT_SYMLINK_NOFOLLOW) != 0 ? O_NOFOLLOW : 0;
+    const veltrancord::owned_fd entry(
+        static_cast<int>(syscall(SYS_openat, directory, name, O_PATH | O_CLOEXEC | follow)));
+    if (!entry || fstat(entry.get(), status) != 0) {
+        return -1;
+    }
+    status->st_uid += g_plan.foreign_owner ? 1 : 0;
+    return 0;
+}
+
+int fallocate(int fd, int mode, off_t offset, off_t length) {
+    using real_call = int (*)(int, int, off64_t, off64_t);
+    static const auto real = reinterpret_cast<real_call>(dlsym(RTLD_NEXT, "fallocate64"));
+    return fails("fallocate") ? -1 : real(fd, mode, offset, length);
 }
 
 int fchmod(int fd, mode_t mode) noexcept {
@@ -101,8 +135,8 @@ TEST_F(FileReplacerFault, NeedsTheseSystemCallsAndFlushesBeforeItRenames) {
     put("Account", "old");
     g_plan.recording = true;
     EXPECT_EQ(replace("Account", "new"), result_ok);
-    EXPECT_EQ(g_plan.calls, (std::vector<std::string>{"openat", "write", "fsync", "renameat",
-                                                      "fsync directory"}));
+    EXPECT_EQ(g_plan.calls, (std::vector<std::string>{"fstatat", "openat", "fallocate", "write",
+                                                      "fsync", "renameat", "fsync directory"}));
 }
 
 TEST_F(FileReplacerFault, WritesOnAfterShortWrites) {
@@ -114,7 +148,7 @@ TEST_F(FileReplacerFault, WritesOnAfterShortWrites) {
 }
 
 TEST_F(FileReplacerFault, MakesInterruptedCallsAgain) {
-    for (const char* call : {"openat", "write", "fsync", "fsync directory"}) {
+    for (const char* call : {"openat", "fallocate", "write", "fsync", "fsync directory"}) {
         put("Account", "old");
         plan_failure(call, EINTR, 3);
         EXPECT_EQ(replace("Account", "new"), result_ok) << call;
@@ -141,6 +175,73 @@ TEST_F(FileReplacerFault, KeepsTheOldFileWhenTheNewOneCannotBeWritten) {
             EXPECT_EQ(names(), std::vector<std::string>{"Account"}) << call;
         }
     }
+}
+
+TEST_F(FileReplacerFault, WritesNothingWhereThereIsNoRoom) {
+    for (const bool aside : {true, false}) {
+        for (const int error : {ENOSPC, EDQUOT, EFBIG, EIO}) {
+            put("Account", "old");
+            if (!aside) {
+                fs::create_directory(dir_ / ".veltrancord-new.Account");
+            }
+            plan_failure("fallocate", error);
+            EXPECT_EQ(replace("Account", "a longer new content"), result_failed);
+            EXPECT_EQ(printed_, line("Account", error));
+            EXPECT_EQ(std::count(g_plan.calls.begin(), g_plan.calls.end(), "write"), 0);
+            EXPECT_EQ(get("Account"), "old");
+            fs::remove(dir_ / ".veltrancord-new.Account");
+            EXPECT_EQ(names(), std::vector<std::string>{"Account"});
+            g_plan.calls.clear();
+        }
+    }
+}
+
+TEST_F(FileReplacerFault, WritesWhereRoomCannotBeReserved) {
+    for (const int error : {EOPNOTSUPP, ENOSYS}) {
+        put("Account", "old");
+        plan_failure("fallocate", error);
+        EXPECT_EQ(replace("Account", "new"), result_ok);
+        EXPECT_EQ(std::count(g_plan.calls.begin(), g_plan.calls.end(), "write"), 1);
+        EXPECT_EQ(printed_, "");
+        g_plan.calls.clear();
+    }
+}
+
+// A file that cannot be looked at may have a mode and an owner to keep, or be a link to follow.
+TEST_F(FileReplacerFault, TakesOnlyAMissingFileForMissing) {
+    for (const int error : {EACCES, EIO, ENOMEM}) {
+        put("Account", "old");
+        plan_failure("fstatat", error);
+        EXPECT_EQ(replace("Account", "new"), result_failed);
+        EXPECT_EQ(printed_, line("Account", error));
+        EXPECT_EQ(get("Account"), "old");
+    }
+}
+
+TEST_F(FileReplacerFault, KeepsSetIdBitsWhereTheOwnerChanges) {
+    put("Account", "old");
+    ASSERT_EQ(chmod(path("Account").c_str(), 06755), 0);
+    g_plan.foreign_owner = true;
+    EXPECT_EQ(replace("Account", "new"), result_ok);
+    g_plan.foreign_owner = false;
+    EXPECT_EQ(get("Account"), "new");
+    EXPECT_EQ(mode("Account"), 06755U);
+}
+
+// In a user namespace a file may have an owner or a group without a number in it.
+TEST_F(FileReplacerFault, WritesInPlaceWhereTheOwnerHasNoNumberHere) {
+    put("Account", "old");
+    struct stat before {};
+    ASSERT_EQ(stat(path("Account").c_str(), &before), 0);
+    g_plan.foreign_owner = true;
+    plan_failure("fchown", EINVAL);
+    EXPECT_EQ(replace("Account", "new"), result_ok);
+    g_plan.foreign_owner = false;
+    struct stat after {};
+    ASSERT_EQ(stat(path("Account").c_str(), &after), 0);
+    EXPECT_EQ(before.st_ino, after.st_ino);
+    EXPECT_EQ(get("Account"), "new");
+    EXPECT_EQ(names(), std::vector<std::string>{"Account"});
 }
 
 TEST_F(FileReplacerFault, LeavesNothingOfAFileThatDidNotExist) {

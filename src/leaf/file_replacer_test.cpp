@@ -154,6 +154,25 @@ TEST_F(FileReplacer, NeverWaitsForAReaderOfAPipe) {
     EXPECT_EQ(printed_, line("Account", EAGAIN));
 }
 
+TEST_F(FileReplacer, WritesADeviceAndAPipeAsTheyStand) {
+    ASSERT_EQ(replace_file("/dev/null", "new"), result_ok);
+    EXPECT_TRUE(fs::is_character_file("/dev/null"));
+    EXPECT_FALSE(fs::exists("/dev/.veltrancord-new.null"));
+
+    ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+    fs::create_symlink("pipe", dir_ / "Account");
+    const owned_fd reader(open(path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    file_replacement replacement;
+    const std::string file = path("Account");
+    ASSERT_EQ(replacement.prepare(file.c_str(), "new"), result_ok);
+    EXPECT_EQ(replacement.prepared_path(), "");
+    EXPECT_EQ(replacement.commit(), result_ok);
+    char bytes[8] = {};
+    EXPECT_EQ(read(reader.get(), bytes, sizeof bytes), 3);
+    EXPECT_STREQ(bytes, "new");
+    EXPECT_EQ(names(), (std::vector<std::string>{"Account", "pipe"}));
+}
+
 TEST_F(FileReplacer, WorksOnAPathWithoutADirectory) {
     const fs::path before = fs::current_path();
     fs::current_path(dir_);

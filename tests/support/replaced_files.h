@@ -29,6 +29,7 @@ struct fault_plan {
     int skip = 0;       // calls of that name that pass before the first failure
     int failures = -1;  // how many times it fails; -1: for ever
     std::size_t longest_write = SIZE_MAX;
+    bool foreign_owner = false;  // files that are looked at by name seem to be somebody else's
 };
 inline fault_plan g_plan;
 
