@@ -12,7 +12,7 @@
 #include "access/filter.h"
 #include "access/groups.h"
 #include "access/permits.h"
-#include "access/session_lists.h"
+#include "access/sessions.h"
 #include "eventlog/event_log.h"
 #include "fuzz_target.h"
 #include "leaf/byte_order.h"

@@ -1,10 +1,9 @@
-// The deny rules for CGI commands: what the index finds is what walking the rules finds, whatever
-// the configuration holds.
+// The deny rules for CGI commands: the lists keep their bounds and the first rule that catches a
+// command decides, whatever the configuration holds.
 #include <memory>
 #include <optional>
 #include <string>
 
-#include "access/cgi_filter.h"
 #include "access/filter.h"
 #include "access/groups.h"
 #include "access/permits.h"
@@ -29,7 +28,7 @@ bool catches(const FilterCmd& command, std::string_view cmd,
 }
 
 const FilterRule* simple_find(std::string_view cmd, std::optional<std::string_view> params) {
-    for (const FilterRule& rule : g_filter_list.rules) {
+    for (const FilterRule& rule : g_filter_list) {
         for (const FilterCmd& command : rule.commands) {
             if (catches(command, cmd, params)) {
                 return &rule;
@@ -41,7 +40,7 @@ const FilterRule* simple_find(std::string_view cmd, std::optional<std::string_vi
 
 void check_bounds() {
     int32_t rules = 0;
-    for (const FilterRule& rule : g_filter_list.rules) {
+    for (const FilterRule& rule : g_filter_list) {
         int32_t commands = 0;
         for (const FilterCmd& command : rule.commands) {
             int32_t parameters = 0;

@@ -83,4 +83,17 @@ int32_t check_filter_permit(std::string_view type, std::string_view value) {
     return run_check(filter_checks, type, value, std::nullopt);
 }
 
+int32_t decide_permit(const group_queue& groups, std::string_view group, std::string_view permit,
+                      std::optional<std::string_view> argument) {
+    const PermGroup* const found = find_group(groups, group);
+    if (found == nullptr) {
+        return result_denied;
+    }
+    const PermProperty* const property = find_property(*found, permit);
+    if (property == nullptr) {
+        return result_not_found;
+    }
+    return check_queried_permit(property->type.view(), property->value.view(), argument);
+}
+
 }  // namespace veltrancord

@@ -8,6 +8,8 @@
 #include <optional>
 #include <string_view>
 
+#include "access/groups.h"
+
 namespace veltrancord {
 
 // What a permission query asks. "Switch": the value is YES or ON in any case; the argument does not
@@ -22,5 +24,13 @@ namespace veltrancord {
 //
 // Return: as above.
 [[nodiscard]] int32_t check_filter_permit(std::string_view type, std::string_view value);
+
+// Whether a group may use what a permit, given by its name, guards.
+//
+// Return: result_ok, result_denied (also an unknown group) or result_not_found (the group holds no
+// value for the permit, or its type has no check).
+[[nodiscard]] int32_t decide_permit(const group_queue& groups, std::string_view group,
+                                    std::string_view permit,
+                                    std::optional<std::string_view> argument);
 
 }  // namespace veltrancord

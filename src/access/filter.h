@@ -4,11 +4,11 @@
 // is being edited command by command would let through, at every step between, what it is to stop.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <string_view>
 
+#include "access/groups.h"
 #include "access/owned_text.h"
 #include "access/tail_queue.h"
 
@@ -23,16 +23,10 @@ struct FilterParam {
     owned_text param;
 };
 
-struct FilterRule;
-
 struct FilterCmd {
     tail_queue_link<FilterCmd> link;
     owned_text cmd;                  // "*" stands for every command
     tail_queue<FilterParam> params;  // none: the command is reserved whatever its parameters
-    const FilterRule* rule = nullptr;
-    int32_t position = 0;  // among the commands of all rules, from 0
-    uint32_t hash = 0;  // of the text: tells others of its bucket apart without looking at theirs
-    FilterCmd* next_of_bucket = nullptr;
 };
 
 struct FilterRule {
@@ -41,39 +35,9 @@ struct FilterRule {
     tail_queue<FilterCmd> commands;
 };
 
-// Finds the commands of a text without a walk over the rules, of which there may be thousands of
-// commands for each request to be compared with. Borrows the commands; allocates nothing.
-class filter_index {
-  public:
-    // The commands are added in the order of their positions.
-    void add(FilterCmd& command) noexcept;
-    void clear() noexcept;
+using filter_queue = tail_queue<FilterRule>;
 
-    // Return: the first command of this text, or null.
-    [[nodiscard]] const FilterCmd* first_of(std::string_view cmd) const noexcept;
-
-    // Return: the next command of the same text, in the order of positions, or null.
-    [[nodiscard]] static const FilterCmd* next_of_same_text(const FilterCmd& command) noexcept;
-
-    // Return: the first "*", or null.
-    [[nodiscard]] const FilterCmd* first_wildcard() const noexcept { return first_wildcard_; }
-
-  private:
-    struct bucket {
-        FilterCmd* first = nullptr;
-        FilterCmd* last = nullptr;
-    };
-    std::array<bucket, 1024> buckets_{};  // a few commands share one even in the longest list
-    const FilterCmd* first_wildcard_ = nullptr;
-    bool empty_ = true;
-};
-
-struct filter_list {
-    tail_queue<FilterRule> rules;
-    filter_index index;  // of the commands of all rules
-};
-
-extern filter_list g_filter_list;
+extern filter_queue g_filter_list;
 
 // Builds the list anew from the configuration and the permit list, which is built first. When
 // memory cannot be had that is printed and building ends; what was built until then is in use.
@@ -82,12 +46,22 @@ void init_filter_list();
 // Empties the list.
 void free_filter_list();
 
-// Frees and rebuilds the list; at present nothing but a start does.
+// Frees and rebuilds the list. No command does: it is there for one that applies edited rules as a
+// whole, and for tests.
 void reload_filter_list();
 
 // Return: the rule of the first command, in the order of rules and of their commands, that catches
 // `cmd` with these parameters, owned by the list; null when none does.
-[[nodiscard]] const FilterRule* find_filter_rule(const filter_list& list, std::string_view cmd,
+[[nodiscard]] const FilterRule* find_filter_rule(const filter_queue& rules, std::string_view cmd,
                                                  std::optional<std::string_view> params);
+
+// Decides whether a member of `group` may issue a CGI command. A command that no rule catches is
+// allowed, whatever the group.
+//
+// Return: result_ok, result_denied (also an unknown group, or one that holds no value for the
+// rule's permit) or result_not_found (the permit's type has no check).
+[[nodiscard]] int32_t decide_cgi_command(const filter_queue& filters, const group_queue& groups,
+                                         std::string_view group, std::string_view cmd,
+                                         std::optional<std::string_view> params);
 
 }  // namespace veltrancord

@@ -1,5 +1,6 @@
 #include "access/groups.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
 
@@ -29,38 +30,48 @@ std::unique_ptr<PermProperty> make_property(const PermitDef& permit, std::string
     return whole ? std::move(property) : nullptr;
 }
 
-void append_properties(PermGroup& group, int32_t highest_permit) {
-    const setting_path group_name("Group", group.index);
-    // Both the numbers visited and the permits rise, so one walk over the permits serves them all.
-    auto permit = g_permit_list.begin();
-    visit_numbers({"Account", "Permission", group_name.view()}, "Permit", highest_permit,
-                  [&](int32_t number) {
-                      while (permit != g_permit_list.end() && permit->index < number) {
-                          ++permit;
-                      }
-                      if (permit == g_permit_list.end()) {
-                          return false;
-                      }
-                      if (permit->index != number) {
-                          return true;  // a value for a permit that is not defined
-                      }
-                      const std::string_view value =
-                          read_setting(setting_path(group_path, group.index, ".Permit", number));
-                      if (value.empty()) {
-                          return true;
-                      }
-                      std::unique_ptr<PermProperty> property = make_property(*permit, value);
-                      if (!property) {
-                          print_error("%s allocate pPermProperty memory fail !!\n",
-                                      "init_group_list");
-                          return false;
-                      }
-                      group.properties.append(std::move(property));
-                      return true;
-                  });
+// Appends what the group holds for the permit, unless that is nothing.
+//
+// Return: false when memory could not be had.
+bool append_property(PermGroup& group, const PermitDef& permit) {
+    const std::string_view value =
+        read_setting(setting_path(group_path, group.index, ".Permit", permit.index));
+    if (value.empty()) {
+        return true;
+    }
+    std::unique_ptr<PermProperty> property = make_property(permit, value);
+    if (!property) {
+        return false;
+    }
+    group.properties.append(std::move(property));
+    return true;
 }
 
-// Return: whether building may go on.
+// Return: false when memory could not be had.
+bool append_properties(PermGroup& group, int32_t highest_permit) try {
+    const setting_path name("Group", group.index);
+    // Both the numbers and the permits rise, so one walk over the permits serves them all.
+    auto permit = g_permit_list.begin();
+    for (const int32_t number :
+         element_numbers({"Account", "Permission", name.view()}, "Permit", highest_permit)) {
+        permit = std::find_if(permit, g_permit_list.end(), [number](const PermitDef& candidate) {
+            return candidate.index >= number;
+        });
+        if (permit == g_permit_list.end()) {
+            break;  // this value and all further ones are for permits that are not defined
+        }
+        if (permit->index == number && !append_property(group, *permit)) {
+            return false;
+        }
+    }
+    return true;
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
+// Appends the group of that number, unless it has no name.
+//
+// Return: false when memory for the group could not be had; for its properties that is printed.
 bool append_group(int32_t number, int32_t highest_permit) {
     const std::string_view name = read_setting(setting_path(group_path, number, ".Name"));
     if (name.empty()) {
@@ -68,23 +79,35 @@ bool append_group(int32_t number, int32_t highest_permit) {
     }
     std::unique_ptr<PermGroup> group(new (std::nothrow) PermGroup);
     if (!group || !group->name.assign(name)) {
-        print_error("%s allocate memory fail !!\n", "init_group_list");
         return false;
     }
     group->index = number;
-    append_properties(g_group_list.append(std::move(group)), highest_permit);
+    if (!append_properties(g_group_list.append(std::move(group)), highest_permit)) {
+        print_error("%s allocate pPermProperty memory fail !!\n", "init_group_list");
+    }
     return true;
+}
+
+// Return: false when memory could not be had.
+bool append_groups() try {
+    const int32_t highest_permit = highest_permit_number();
+    const auto numbers =
+        element_numbers({"Account", "Permission"}, "Group",
+                        read_number_setting("Account.Permission.MaxGroupNum", default_group_count));
+    return std::all_of(numbers.begin(), numbers.end(), [highest_permit](int32_t number) {
+        return append_group(number, highest_permit);
+    });
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 }  // namespace
 
 void init_group_list() {
     g_group_list.clear();
-    const int32_t highest_group =
-        read_number_setting("Account.Permission.MaxGroupNum", default_group_count);
-    const int32_t highest_permit = highest_permit_number();
-    visit_numbers({"Account", "Permission"}, "Group", highest_group,
-                  [&](int32_t number) { return append_group(number, highest_permit); });
+    if (!append_groups()) {
+        print_error("%s allocate memory fail !!\n", "init_group_list");
+    }
 }
 
 void free_group_list() {

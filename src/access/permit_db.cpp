@@ -48,12 +48,4 @@ void save_permit_db() {
     }
 }
 
-// What was asked for is that the new settings count, and they do when this returns; whether other
-// programs could be told is printed and no concern of the client's.
-int32_t SyncPermit_handle(connection_record&, command_argument, int32_t) {
-    reload_permissions();
-    save_permit_db();
-    return result_ok;
-}
-
 }  // namespace veltrancord

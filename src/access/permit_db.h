@@ -3,9 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string_view>
-
-#include "handler/handler.h"
 
 namespace veltrancord {
 
@@ -21,7 +18,5 @@ int32_t save_xml_to_file(const char* path, const char* file);
 
 // Writes the file of permissions and starts the script, when there is one, without waiting for it.
 void save_permit_db();
-
-command_handler SyncPermit_handle;  // SyncPermit: the argument is ignored
 
 }  // namespace veltrancord

@@ -1,5 +1,6 @@
 #include "access/permits.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -37,7 +38,9 @@ std::unique_ptr<PermitDef> make_permit(int32_t number, std::string_view name) {
     return whole ? std::move(permit) : nullptr;
 }
 
-// Return: whether building may go on.
+// Appends the permit of that number, unless it has no name.
+//
+// Return: false when memory could not be had.
 bool append_permit(int32_t number) {
     const std::string_view name = read_setting(setting_path(define_path, number));
     if (name.empty()) {
@@ -45,11 +48,28 @@ bool append_permit(int32_t number) {
     }
     std::unique_ptr<PermitDef> permit = make_permit(number, name);
     if (!permit) {
-        print_error("%s allocate memory fail !!\n", "init_permit_list");
         return false;
     }
     g_permit_list.append(std::move(permit));
     return true;
+}
+
+// Return: false when memory could not be had.
+bool append_permits() try {
+    const auto numbers =
+        element_numbers({"Account", "Permission", "Define"}, "Permit", highest_permit_number());
+    return std::all_of(numbers.begin(), numbers.end(), append_permit);
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
+std::string_view listed(const owned_text& text) {
+    return text.absent() ? "(null)" : text.view();
+}
+
+bool list_permit(const PermitDef& permit, reply_text& out) {
+    return out.append_all(setting_path("permit", permit.index).view(), "=", permit.name.view(),
+                          "&type=", listed(permit.type), "&value=", listed(permit.value), "\n");
 }
 
 }  // namespace
@@ -60,8 +80,9 @@ int32_t highest_permit_number() {
 
 void init_permit_list() {
     g_permit_list.clear();
-    visit_numbers({"Account", "Permission", "Define"}, "Permit", highest_permit_number(),
-                  append_permit);
+    if (!append_permits()) {
+        print_error("%s allocate memory fail !!\n", "init_permit_list");
+    }
 }
 
 void free_permit_list() {
@@ -75,6 +96,11 @@ int32_t find_permit_index_by_key(const permit_queue& permits, std::string_view k
         }
     }
     return -1;
+}
+
+bool list_permits(const permit_queue& permits, reply_text& out) {
+    return std::all_of(permits.begin(), permits.end(),
+                       [&](const PermitDef& permit) { return list_permit(permit, out); });
 }
 
 }  // namespace veltrancord

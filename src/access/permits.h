@@ -8,6 +8,7 @@
 
 #include "access/owned_text.h"
 #include "access/tail_queue.h"
+#include "handler/reply_text.h"
 
 namespace veltrancord {
 
@@ -41,5 +42,11 @@ void free_permit_list();
 
 // Return: the number of the first permit with that key, or -1.
 [[nodiscard]] int32_t find_permit_index_by_key(const permit_queue& permits, std::string_view key);
+
+// Appends one line for each permit, in list order, to `out`, which the caller has opened. A missing
+// type or value reads "(null)": pages that show the list look for just this text.
+//
+// Return: false when memory could not be had.
+[[nodiscard]] bool list_permits(const permit_queue& permits, reply_text& out);
 
 }  // namespace veltrancord

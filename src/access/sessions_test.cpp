@@ -1,10 +1,12 @@
+#include "access/sessions.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <limits>
 #include <string>
 
-#include "access/session_lists.h"
+#include "leaf/result.h"
 #include "support/allocation_seam.h"
 
 namespace veltrancord {
@@ -13,9 +15,10 @@ namespace {
 constexpr int64_t t = 1'700'000'000;
 constexpr int32_t lifetime = default_session_lifetime;
 
-int32_t length(const session_lists& lists) {
+template <class T>
+int32_t length(const tail_queue<T>& list) {
     int32_t count = 0;
-    for ([[maybe_unused]] const SessionItem& item : lists.session_list) {
+    for ([[maybe_unused]] const T& item : list) {
         ++count;
     }
     return count;
@@ -54,7 +57,7 @@ TEST(SessionList, CheckingDoesNotRefresh) {
     ASSERT_TRUE(add_session(lists, "tok", t));
     EXPECT_TRUE(is_session_valid(lists, "tok", lifetime, t + 59));
     EXPECT_FALSE(is_session_valid(lists, "tok", lifetime, t + 60));
-    EXPECT_EQ(length(lists), 1);
+    EXPECT_EQ(length(lists.session_list), 1);
     EXPECT_TRUE(is_session_valid(lists, "tok", 1000, t + 999));
 }
 
@@ -72,16 +75,10 @@ TEST(SessionList, TimesNeedMoreThan32Bits) {
 TEST(SessionList, TokensAreComparedExactly) {
     session_lists lists;
     ASSERT_TRUE(add_session(lists, "Token", t));
-    for (const char* other : {"token", "Toke", "Tokens", "", "oken", "TokeN"}) {
+    for (const char* other : {"token", "Toke", "Tokens", "", "oken", "TokeN", "nekoT"}) {
         EXPECT_FALSE(is_session_valid(lists, other, lifetime, t)) << other;
     }
     EXPECT_TRUE(is_session_valid(lists, "Token", lifetime, t));
-}
-
-TEST(SessionList, AnEmptyTokenIsOne) {
-    session_lists lists;
-    ASSERT_TRUE(add_session(lists, "", t));
-    EXPECT_TRUE(is_session_valid(lists, "", lifetime, t));
 }
 
 TEST(SessionList, AnExpiredEntryIsPassedOver) {
@@ -103,7 +100,7 @@ TEST(SessionList, TheFiftyFirstDropsTheOldest) {
 
     ASSERT_TRUE(add_session(lists, "tok51", t));
     EXPECT_EQ(lists.session_count, 50);
-    EXPECT_EQ(length(lists), 50);
+    EXPECT_EQ(length(lists.session_list), 50);
     EXPECT_FALSE(is_session_valid(lists, "tok1", lifetime, t));
     EXPECT_TRUE(is_session_valid(lists, "tok2", lifetime, t));
     EXPECT_TRUE(is_session_valid(lists, "tok51", lifetime, t));
@@ -119,7 +116,7 @@ TEST(SessionList, AFailedAllocationChangesNothing) {
         EXPECT_FALSE(add_session(lists, "new", t));
         EXPECT_TRUE(failing_allocation::reached());
         EXPECT_EQ(lists.session_count, max_sessions);
-        EXPECT_EQ(length(lists), max_sessions);
+        EXPECT_EQ(length(lists.session_list), max_sessions);
         EXPECT_TRUE(is_session_valid(lists, "tok0", lifetime, t));
         EXPECT_FALSE(is_session_valid(lists, "new", lifetime, t));
     }
@@ -146,6 +143,150 @@ TEST(SessionList, InitialisingEmptiesBothLists) {
     EXPECT_EQ(lists.captcha_count, 0);
     EXPECT_TRUE(lists.session_list.empty());
     EXPECT_TRUE(lists.captcha_list.empty());
+}
+
+void add(session_lists& lists, std::string_view verify_code, std::string_view captcha,
+         int64_t now = t) {
+    ASSERT_EQ(add_captcha(lists, verify_code, captcha, now), captcha_addition::added);
+}
+
+int32_t compare(session_lists& lists, std::string_view verify_code, std::string_view captcha,
+                int64_t now, bool remove = false, int32_t within = default_captcha_lifetime) {
+    return compare_captcha(lists, {verify_code, captcha, remove, within}, now);
+}
+
+TEST(CaptchaList, ComparesWithTheCaptchaOfTheVerifyCode) {
+    session_lists lists;
+    add(lists, "id", "abc");
+    EXPECT_EQ(compare(lists, "id", "abc", t), result_ok);
+    for (const char* wrong : {"", "ab", "abcd", "ABC", "id"}) {
+        EXPECT_EQ(compare(lists, "id", wrong, t), result_captcha_wrong) << wrong;
+    }
+    for (const char* unknown : {"", "i", "idd", "ID", "abc"}) {
+        EXPECT_EQ(compare(lists, unknown, "abc", t), result_not_found) << unknown;
+    }
+}
+
+TEST(CaptchaList, ACaptchaIsValidUntilItsLifetimeHasPassed) {
+    session_lists lists;
+    add(lists, "id", "abc");
+    add(lists, "other", "abc");
+    EXPECT_EQ(compare(lists, "id", "abc", t + 29), result_ok);
+    EXPECT_EQ(compare(lists, "other", "abc", t + 30), result_captcha_expired);
+    // Wrong is wrong, also when it has expired.
+    EXPECT_EQ(compare(lists, "other", "xyz", t + 1000), result_captcha_wrong);
+}
+
+TEST(CaptchaList, AMatchRefreshesAndAnExpiredOneDoesNot) {
+    session_lists lists;
+    add(lists, "id", "abc");
+    EXPECT_EQ(compare(lists, "id", "abc", t + 29), result_ok);
+    EXPECT_EQ(compare(lists, "id", "abc", t + 58), result_ok);
+    EXPECT_EQ(compare(lists, "id", "abc", t + 88), result_captcha_expired);
+    EXPECT_EQ(compare(lists, "id", "abc", t + 89), result_captcha_expired);
+    EXPECT_EQ(length(lists.captcha_list), 1);
+    // What has expired for one lifetime need not have for another.
+    EXPECT_EQ(compare(lists, "id", "abc", t + 89, false, 60), result_ok);
+}
+
+TEST(CaptchaList, AUsedUpCaptchaIsGone) {
+    session_lists lists;
+    add(lists, "id", "abc");
+    EXPECT_EQ(compare(lists, "id", "xyz", t, true), result_captcha_wrong);
+    EXPECT_EQ(compare(lists, "id", "abc", t + 30, true), result_captcha_expired);
+    EXPECT_EQ(lists.captcha_count, 1);
+    EXPECT_EQ(compare(lists, "id", "abc", t, true), result_ok);
+    EXPECT_EQ(lists.captcha_count, 0);
+    EXPECT_TRUE(lists.captcha_list.empty());
+    EXPECT_EQ(compare(lists, "id", "abc", t, true), result_not_found);
+}
+
+TEST(CaptchaList, AnOlderOtherCaptchaOfTheCodeDecides) {
+    session_lists lists;
+    add(lists, "id", "old");
+    add(lists, "id", "new");
+    EXPECT_EQ(compare(lists, "id", "new", t), result_captcha_wrong);
+    EXPECT_EQ(compare(lists, "id", "old", t), result_ok);
+    EXPECT_EQ(compare(lists, "id", "old", t + 1000), result_captcha_wrong)
+        << "expired, and then the newer one differs";
+}
+
+TEST(CaptchaList, AnExpiredMatchIsPassedOver) {
+    session_lists lists;
+    add(lists, "id", "abc", t);
+    add(lists, "id", "abc", t + 100);
+    EXPECT_EQ(compare(lists, "id", "abc", t + 129), result_ok);
+    // The second was refreshed, the first was not.
+    EXPECT_EQ(lists.captcha_list.begin()->time, t);
+    EXPECT_EQ(compare(lists, "id", "abc", t + 158), result_ok);
+    EXPECT_EQ(compare(lists, "id", "abc", t + 188), result_captcha_expired);
+}
+
+TEST(CaptchaList, TheSixtyFirstDropsTheOldest) {
+    session_lists lists;
+    for (int number = 1; number <= 60; ++number) {
+        add(lists, "id" + std::to_string(number), "abc");
+    }
+    EXPECT_EQ(lists.captcha_count, 60);
+    EXPECT_EQ(compare(lists, "id1", "abc", t), result_ok);
+    add(lists, "id61", "abc");
+    EXPECT_EQ(lists.captcha_count, 60);
+    EXPECT_EQ(length(lists.captcha_list), 60);
+    EXPECT_EQ(compare(lists, "id1", "abc", t), result_not_found);
+    EXPECT_EQ(compare(lists, "id2", "abc", t), result_ok);
+    EXPECT_EQ(compare(lists, "id61", "abc", t), result_ok);
+}
+
+TEST(CaptchaList, RefreshesTheFirstWithBothTexts) {
+    session_lists lists;
+    add(lists, "id", "abc", t);
+    add(lists, "id", "abc", t);
+    EXPECT_FALSE(refresh_captcha(lists, "id", "abd", t + 20));
+    EXPECT_FALSE(refresh_captcha(lists, "ix", "abc", t + 20));
+    EXPECT_TRUE(refresh_captcha(lists, "id", "abc", t + 20));
+    auto item = lists.captcha_list.begin();
+    EXPECT_EQ(item->time, t + 20);
+    EXPECT_EQ((++item)->time, t);
+    // Also one that has long expired: refreshing knows no lifetime.
+    EXPECT_TRUE(refresh_captcha(lists, "id", "abc", t + 5000));
+    EXPECT_EQ(compare(lists, "id", "abc", t + 5029), result_ok);
+}
+
+TEST(CaptchaList, RefreshesPastAnOtherCaptchaOfTheCode) {
+    session_lists lists;
+    add(lists, "id", "old");
+    add(lists, "id", "new");
+    EXPECT_TRUE(refresh_captcha(lists, "id", "new", t + 9));
+    EXPECT_EQ(lists.captcha_list.begin()->time, t);
+}
+
+TEST(CaptchaList, RemovesEveryOneWithBothTexts) {
+    session_lists lists;
+    add(lists, "id", "abc");
+    add(lists, "id", "other");
+    add(lists, "id", "abc");
+    add(lists, "ix", "abc");
+    add(lists, "id", "abc");
+    remove_captchas(lists, "id", "abc");
+    EXPECT_EQ(lists.captcha_count, 2);
+    EXPECT_EQ(length(lists.captcha_list), 2);
+    EXPECT_EQ(compare(lists, "id", "other", t), result_ok);
+    EXPECT_EQ(compare(lists, "ix", "abc", t), result_ok);
+    remove_captchas(lists, "nobody", "abc");
+    EXPECT_EQ(lists.captcha_count, 2);
+    // Appending still works behind a removed last element.
+    add(lists, "z", "1");
+    EXPECT_EQ(compare(lists, "z", "1", t), result_ok);
+}
+
+TEST(CaptchaList, AUsedUpCaptchaIsWiped) {
+    session_lists lists;
+    const std::string secret = "what-the-user-must-type";
+    add(lists, "id", secret);
+    const freed_block block(lists.captcha_list.begin()->captcha.view().data(), secret.size());
+    EXPECT_EQ(compare(lists, "id", secret, t, true), result_ok);
+    ASSERT_TRUE(freed_block::freed());
+    EXPECT_EQ(freed_block::content(), std::string(secret.size(), '\0'));
 }
 
 }  // namespace

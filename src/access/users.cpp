@@ -14,12 +14,11 @@ namespace {
 
 constexpr int32_t default_user_count = 20;
 
-// Whether any `Username` of this slot may be what a lookup of it finds.
+// Whether any `Username` of this slot is what a look-up of it might find to be that user's.
 bool may_be_slot_of(const TiXmlElement& slot, std::string_view user) {
-    for (const TiXmlElement* child = element_from(slot.FirstChild()); child != nullptr;
-         child = element_from(child->NextSibling())) {
-        if (is_literal(element_name(*child), "Username") &&
-            XmlElementText(*child).starts_with(user)) {
+    for (const TiXmlElement* name = slot.FirstChildElement("Username"); name != nullptr;
+         name = name->NextSiblingElement("Username")) {
+        if (setting_text(XmlElementText(*name)) == user) {
             return true;
         }
     }
@@ -27,19 +26,21 @@ bool may_be_slot_of(const TiXmlElement& slot, std::string_view user) {
 }
 
 std::string_view local_user_level(std::string_view user) {
-    std::string_view level;
-    visit_numbers(
+    const auto slots = element_numbers(
         {"Account"}, "User", read_number_setting("Account.Maxuser", default_user_count),
-        [&](const TiXmlElement& slot) { return may_be_slot_of(slot, user); },
-        [&](int32_t number) {
-            if (read_setting(setting_path("Account.User", number, ".Username")) == user) {
-                // A slot without a level is one that a page has half filled in: a later slot of
-                // the same user still counts.
-                level = read_setting(setting_path("Account.User", number, ".Level"));
-            }
-            return level.empty();
-        });
-    return level;
+        [user](const TiXmlElement& slot) { return may_be_slot_of(slot, user); });
+    for (const int32_t slot : slots) {
+        if (read_setting(setting_path("Account.User", slot, ".Username")) != user) {
+            continue;
+        }
+        // A slot without a level is one that a page has half filled in: a later slot of the same
+        // user still counts.
+        const std::string_view level = read_setting(setting_path("Account.User", slot, ".Level"));
+        if (!level.empty()) {
+            return level;
+        }
+    }
+    return {};
 }
 
 std::string_view cloud_user_group(std::string_view user, const group_queue& groups) {

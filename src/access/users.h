@@ -13,7 +13,7 @@ namespace veltrancord {
 // names are those of the list. The name found need not be that of a group in the list.
 //
 // Return: the group name, valid until the configuration or the list changes; empty for an unknown
-// user (a group name is never empty).
+// user (a group name is never empty). Memory that cannot be had is thrown as std::bad_alloc.
 [[nodiscard]] std::string_view resolve_user_group(std::string_view user, const group_queue& groups);
 
 }  // namespace veltrancord

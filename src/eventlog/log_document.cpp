@@ -7,6 +7,7 @@
 
 #include "eventlog/entry_text.h"
 #include "leaf/result.h"
+#include "store/numbered_elements.h"
 #include "store/path.h"
 #include "store/value.h"
 #include "xml/child_index.h"
@@ -21,26 +22,14 @@ constexpr std::size_t readable_text = 95;
 // What follows the last entry in the file.
 constexpr std::string_view file_tail = "\n</Log>\n";
 
+constexpr std::string_view entry_prefix = "E";
+
 using entry_name = std::array<char, 16>;
 
 entry_name name_of(int32_t position) {
     entry_name name{'E'};
     std::to_chars(name.data() + 1, name.data() + name.size() - 1, position);
     return name;
-}
-
-// The position that an element's name stands for, when it is written as name_of() writes it.
-std::optional<int32_t> position_of(const std::string& name) {
-    int32_t position = 0;
-    if (name.size() < 2 || name[0] != 'E') {
-        return std::nullopt;
-    }
-    const char* const end = name.data() + name.size();
-    const auto parsed = std::from_chars(name.data() + 1, end, position);
-    if (parsed.ec != std::errc() || parsed.ptr != end || name != name_of(position).data()) {
-        return std::nullopt;
-    }
-    return position;
 }
 
 bool split_entry_path(int32_t position, XmlPath& path) {
@@ -111,7 +100,8 @@ void log_document::build_index() {
     for (TiXmlElement* top = log_; top != nullptr; top = top->NextSiblingElement(log_name)) {
         for (TiXmlElement* element = top->FirstChildElement(); element != nullptr;
              element = element->NextSiblingElement()) {
-            const std::optional<int32_t> position = position_of(element->ValueStr());
+            const std::optional<int32_t> position =
+                element_number(element->ValueStr(), entry_prefix);
             if (!position || !indexed(*position)) {
                 continue;
             }
@@ -211,7 +201,7 @@ void log_document::build_file_text() {
         if (at == std::string::npos || file_text_.compare(at, piece_.size(), piece_) != 0) {
             return;
         }
-        const std::optional<int32_t> position = position_of(child->ValueStr());
+        const std::optional<int32_t> position = element_number(child->ValueStr(), entry_prefix);
         if (position && held(*position) && slot_at(*position).element == child) {
             place_of(*position) = at;
             slot_at(*position).length = piece_.size();

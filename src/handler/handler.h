@@ -10,7 +10,7 @@
 
 namespace veltrancord {
 
-struct session_lists;  // access/session_lists.h
+struct session_lists;  // access/sessions.h
 
 // One per worker. Handlers reach the state that outlives a request through it.
 struct listener_record {

@@ -3,11 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "access/captcha_handlers.h"
-#include "access/cgi_filter_handler.h"
-#include "access/permit_db.h"
-#include "access/permit_handlers.h"
-#include "access/session_handlers.h"
+#include "access/handlers.h"
 #include "eventlog/log_handlers.h"
 #include "store/attribute_handlers.h"
 #include "store/read_handlers.h"

@@ -13,7 +13,7 @@
 #include "access/groups.h"
 #include "access/permit_db.h"
 #include "access/permits.h"
-#include "access/session_lists.h"
+#include "access/sessions.h"
 #include "eventlog/event_log.h"
 #include "leaf/message.h"
 #include "server/listener.h"

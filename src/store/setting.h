@@ -39,6 +39,10 @@ class setting_path {
     std::size_t length_ = 0;
 };
 
+// Return: what of an element's text or an attribute's value counts: the bytes up to a NUL, and at
+// most max_setting_text of them.
+[[nodiscard]] std::string_view setting_text(std::string_view text);
+
 // Looks up the text of an element, or the value of the attribute that the path's last component
 // names. No secret is ever read here: the text lies in the document and not in a decoded copy.
 //

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "access/session_lists.h"
+#include "access/sessions.h"
 #include "handler/handler.h"
 
 namespace veltrancord {

@@ -1,12 +1,13 @@
-#include "access/permit_handlers.h"
+#include "access/handlers.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "access/cgi_filter_handler.h"
+#include "leaf/clock.h"
 #include "leaf/result.h"
 #include "support/account_document.h"
+#include "support/allocation_seam.h"
 #include "support/handler_call.h"
 
 namespace veltrancord {
@@ -235,6 +236,232 @@ TEST(PermitListing, GrowsWithTheList) {
     handler_call call;
     EXPECT_EQ(call(listPermits_handle, ""), static_cast<int32_t>(expected.size()));
     EXPECT_EQ(call.reply(), expected);
+}
+
+TEST(SessionHandlers, SayWhenThereIsNoArgument) {
+    handler_call call;
+    EXPECT_EQ(call.without_argument(SetSession_handle), result_argument_absent);
+    EXPECT_EQ(call.printed(), "SetSession_handle: NULL Session String !!\n");
+    EXPECT_EQ(call.without_argument(CheckSession_handle), result_argument_absent);
+    EXPECT_EQ(call.printed(), "CheckSession_handle: NULL String !!\n");
+    EXPECT_EQ(call.sessions.session_count, 0);
+}
+
+TEST(SessionHandlers, SetAndCheck) {
+    handler_call call;
+    EXPECT_EQ(call(CheckSession_handle, "tok"), result_not_found);
+    EXPECT_EQ(call(SetSession_handle, "tok"), result_ok);
+    EXPECT_FALSE(call.has_reply());
+    EXPECT_EQ(call(CheckSession_handle, "tok"), result_ok);
+    EXPECT_FALSE(call.has_reply());
+    EXPECT_EQ(call(CheckSession_handle, "tok&600"), result_ok);
+    EXPECT_EQ(call(CheckSession_handle, "tok&0"), result_not_found);
+    EXPECT_EQ(call(CheckSession_handle, "tok&-5"), result_not_found);
+    EXPECT_EQ(call(CheckSession_handle, "tok&"), result_not_found);
+    EXPECT_EQ(call(CheckSession_handle, "tok&long"), result_not_found);
+    EXPECT_EQ(call(CheckSession_handle, "tok&600&1"), result_ok);
+    EXPECT_EQ(call(CheckSession_handle, "tok&99999999999"), result_ok);
+    EXPECT_EQ(call(CheckSession_handle, "other"), result_not_found);
+    EXPECT_EQ(call.printed(), "");
+}
+
+TEST(SessionHandlers, AnEmptyTextIsAnArgument) {
+    handler_call call;
+    EXPECT_EQ(call(CheckSession_handle, ""), result_not_found);
+    EXPECT_EQ(call(SetSession_handle, ""), result_ok);
+    EXPECT_EQ(call(CheckSession_handle, ""), result_ok);
+    EXPECT_EQ(call(CheckSession_handle, "&600"), result_ok);
+}
+
+TEST(SessionHandlers, TheWholeTextIsTheToken) {
+    handler_call call;
+    EXPECT_EQ(call(SetSession_handle, "a&600"), result_ok);
+    EXPECT_EQ(call.sessions.session_list.begin()->session.view(), "a&600");
+    EXPECT_EQ(call(CheckSession_handle, "a&600"), result_not_found);
+}
+
+TEST(SessionHandlers, TheTextEndsAtANulByte) {
+    handler_call call;
+    EXPECT_EQ(call(SetSession_handle, std::string_view("tok\0en", 6)), result_ok);
+    EXPECT_EQ(call(CheckSession_handle, "tok"), result_ok);
+}
+
+TEST(SessionHandlers, TheDefaultLifetimeIsAMinute) {
+    handler_call call;
+    EXPECT_EQ(call(SetSession_handle, "tok"), result_ok);
+    // Some seconds off the boundary, since this runs on the real clock.
+    call.sessions.session_list.begin()->created = wall_clock_seconds() - 50;
+    EXPECT_EQ(call(CheckSession_handle, "tok"), result_ok);
+    call.sessions.session_list.begin()->created = wall_clock_seconds() - 60;
+    EXPECT_EQ(call(CheckSession_handle, "tok"), result_not_found);
+}
+
+TEST(SessionHandlers, ReportMissingMemoryWithoutTheToken) {
+    for (int number = 1; number <= 2; ++number) {
+        handler_call call;
+        const failing_allocation failing(number);
+        EXPECT_EQ(call(SetSession_handle, "secret-token"), result_too_large);
+        EXPECT_EQ(call.printed(), "SetSession_handle: allocate fail !!\n");
+        EXPECT_EQ(call.sessions.session_count, 0);
+    }
+}
+
+TEST(SessionHandlers, WipeTheirArgument) {
+    handler_call call;
+    const std::string token = "secret-token&60";
+    for (command_handler* const handler : {SetSession_handle, CheckSession_handle}) {
+        call(handler, token);
+        EXPECT_EQ(call.argument(), std::string(token.size(), '\0'));
+    }
+}
+
+TEST(CaptchaHandlers, SayWhichPartOfTheArgumentIsMissing) {
+    struct {
+        command_handler* handler;
+        const char* no_argument;
+        const char* no_ampersand;
+    } const rows[] = {
+        {SetCaptcha_handle, "SetCaptcha_handle: NULL Captcha String !!\n",
+         "SetCaptcha_handle: NULL Verify String !!\n"},
+        {CompareCaptcha_handle, "CompareCaptcha_handle: NULL String !!\n",
+         "CompareCaptcha_handle: Captcha Code NULL String !!\n"},
+        {UpdateCaptchaTime_handle, "UpdateCapchaTime: NULL String !!\n",
+         "UpdateCapchaTime: Captcha Code NULL String !!\n"},
+        {DelCaptchaItem_handle, "DelCaptchaItem: NULL String !!\n",
+         "DelCaptchaItem: Captcha Code NULL String !!\n"},
+    };
+    for (const auto& row : rows) {
+        handler_call call;
+        EXPECT_EQ(call.without_argument(row.handler), result_argument_absent);
+        EXPECT_EQ(call.printed(), row.no_argument);
+        EXPECT_EQ(call(row.handler, "secret"), result_argument_absent);
+        EXPECT_EQ(call.printed(), row.no_ampersand);
+        EXPECT_EQ(call(row.handler, ""), result_argument_absent);
+        EXPECT_EQ(call.printed(), row.no_ampersand);
+        EXPECT_EQ(call.sessions.captcha_count, 0);
+    }
+}
+
+TEST(CaptchaHandlers, SetAndCompare) {
+    handler_call call;
+    EXPECT_EQ(call(SetCaptcha_handle, "id&abc"), result_ok);
+    EXPECT_FALSE(call.has_reply());
+    EXPECT_EQ(call(CompareCaptcha_handle, "id&abc"), result_ok);
+    EXPECT_EQ(call(CompareCaptcha_handle, "id&abd"), result_captcha_wrong);
+    EXPECT_EQ(call(CompareCaptcha_handle, "ix&abc"), result_not_found);
+    EXPECT_EQ(call(CompareCaptcha_handle, "id&abc&0"), result_ok);
+    EXPECT_EQ(call(CompareCaptcha_handle, "id&abc&no"), result_ok);
+    EXPECT_EQ(call(CompareCaptcha_handle, "id&abc&"), result_ok);
+    EXPECT_EQ(call(CompareCaptcha_handle, "id&&1"), result_captcha_wrong);
+    EXPECT_EQ(call(CompareCaptcha_handle, "id&abc&1"), result_ok);
+    EXPECT_EQ(call(CompareCaptcha_handle, "id&abc&1"), result_not_found);
+    EXPECT_EQ(call.printed(), "");
+}
+
+TEST(CaptchaHandlers, AnyNumberButZeroRemoves) {
+    for (const char* flag : {"1", "-1", "99999999999", " 7x"}) {
+        handler_call call;
+        EXPECT_EQ(call(SetCaptcha_handle, "id&abc"), result_ok);
+        EXPECT_EQ(call(CompareCaptcha_handle, std::string("id&abc&") + flag), result_ok);
+        EXPECT_EQ(call.sessions.captcha_count, 0) << flag;
+    }
+}
+
+// Ages of some seconds off the boundaries, since handlers run on the real clock.
+TEST(CaptchaHandlers, LifetimesAreThirtyByDefaultAndFiveAtLeast) {
+    struct {
+        int64_t age;
+        const char* fields;
+        int32_t result;
+    } const rows[] = {
+        {25, "", result_ok},
+        {30, "", result_captcha_expired},
+        {25, "&0", result_ok},
+        {30, "&0", result_captcha_expired},
+        {2, "&0&1", result_ok},
+        {2, "&0&-100", result_ok},
+        {2, "&0&", result_ok},
+        {2, "&0&4", result_ok},
+        {5, "&0&1", result_captcha_expired},
+        {5, "&0&5", result_captcha_expired},
+        {5, "&0&", result_captcha_expired},
+        {95, "&0&100", result_ok},
+        {100, "&0&100", result_captcha_expired},
+        {95, "&0&100&7", result_ok},
+        {1000000, "&0&99999999999", result_ok},
+    };
+    for (const auto& row : rows) {
+        handler_call call;
+        ASSERT_EQ(call(SetCaptcha_handle, "id&abc"), result_ok);
+        call.sessions.captcha_list.begin()->time = wall_clock_seconds() - row.age;
+        EXPECT_EQ(call(CompareCaptcha_handle, std::string("id&abc") + row.fields), row.result)
+            << row.age << ' ' << row.fields;
+    }
+}
+
+TEST(CaptchaHandlers, UpdateSaysWhetherThereIsOne) {
+    handler_call call;
+    EXPECT_EQ(call(UpdateCaptchaTime_handle, "id&abc"), result_not_found);
+    EXPECT_EQ(call(SetCaptcha_handle, "id&abc"), result_ok);
+    EXPECT_EQ(call(UpdateCaptchaTime_handle, "id&abc"), result_ok);
+    EXPECT_FALSE(call.has_reply());
+}
+
+TEST(CaptchaHandlers, DeletingNeverTellsWhetherItDid) {
+    handler_call call;
+    EXPECT_EQ(call(DelCaptchaItem_handle, "id&abc"), result_not_found);
+    EXPECT_EQ(call(SetCaptcha_handle, "id&abc"), result_ok);
+    EXPECT_EQ(call(SetCaptcha_handle, "id&abc"), result_ok);
+    EXPECT_EQ(call(DelCaptchaItem_handle, "id&abd"), result_not_found);
+    EXPECT_EQ(call.sessions.captcha_count, 2);
+    EXPECT_EQ(call(DelCaptchaItem_handle, "id&abc"), result_not_found);
+    EXPECT_EQ(call.sessions.captcha_count, 0);
+    EXPECT_FALSE(call.has_reply());
+    EXPECT_EQ(call.printed(), "");
+}
+
+TEST(CaptchaHandlers, ACaptchaWithAnAmpersandCanBeKeptButNotAnswered) {
+    handler_call call;
+    EXPECT_EQ(call(SetCaptcha_handle, "id&a&b"), result_ok);
+    EXPECT_EQ(call.sessions.captcha_list.begin()->verify_code.view(), "id");
+    EXPECT_EQ(call.sessions.captcha_list.begin()->captcha.view(), "a&b");
+    EXPECT_EQ(call(CompareCaptcha_handle, "id&a&b"), result_captcha_wrong);
+    EXPECT_EQ(call(UpdateCaptchaTime_handle, "id&a&b"), result_ok);
+    EXPECT_EQ(call(DelCaptchaItem_handle, "id&a&b"), result_not_found);
+    EXPECT_EQ(call.sessions.captcha_count, 0);
+}
+
+TEST(CaptchaHandlers, EmptyFieldsAreTexts) {
+    handler_call call;
+    EXPECT_EQ(call(SetCaptcha_handle, "&"), result_ok);
+    EXPECT_EQ(call(CompareCaptcha_handle, "&"), result_ok);
+    EXPECT_EQ(call(CompareCaptcha_handle, "&x"), result_captcha_wrong);
+}
+
+TEST(CaptchaHandlers, ReportMissingMemoryWithoutTheCaptcha) {
+    const char* const messages[] = {
+        "SetCaptcha_handle: allocate fail !!\n",
+        "SetCaptcha_handle: strdup Captcha fail !!\n",
+        "SetCaptcha_handle: strdup VerifyCode fail !!\n",
+    };
+    int number = 1;
+    for (const char* const message : messages) {
+        handler_call call;
+        const failing_allocation failing(number++);
+        EXPECT_EQ(call(SetCaptcha_handle, "id&secret"), result_too_large);
+        EXPECT_EQ(call.printed(), message);
+        EXPECT_EQ(call.sessions.captcha_count, 0);
+    }
+}
+
+TEST(CaptchaHandlers, WipeTheirArgument) {
+    const std::string argument = "id&secret";
+    for (command_handler* const handler : {SetCaptcha_handle, CompareCaptcha_handle,
+                                           UpdateCaptchaTime_handle, DelCaptchaItem_handle}) {
+        handler_call call;
+        call(handler, argument);
+        EXPECT_EQ(call.argument(), std::string(argument.size(), '\0'));
+    }
 }
 
 }  // namespace

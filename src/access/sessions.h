@@ -11,7 +11,6 @@
 #include <string_view>
 
 #include "access/owned_text.h"
-#include "access/session_marks.h"
 #include "access/tail_queue.h"
 
 namespace veltrancord {
@@ -42,7 +41,6 @@ struct session_lists {
     tail_queue<SessionItem> session_list;
     int32_t captcha_count = 0;
     int32_t session_count = 0;
-    session_marks<max_sessions + 1> marks;  // of session_list, in its order
 };
 
 // Empties both lists; called once by the worker, after the permission lists are built.
