@@ -3,14 +3,12 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <utility>
 
-#include "leaf/bounded_text.h"
 #include "leaf/message.h"
 #include "leaf/termination.h"
 #include "server/connection.h"
@@ -21,7 +19,6 @@ namespace veltrancord {
 namespace {
 
 constexpr const char* log_name = "do_accept";
-constexpr int backlog = 128;
 
 // Milliseconds for which the listening socket is left alone after a newcomer could be neither taken
 // nor turned away: long enough not to spin, short enough not to be felt.
@@ -106,13 +103,6 @@ void accept_failed(request_server& server, int error) {
     }
 }
 
-int failed(const char* what, owned_fd socket) {
-    const int error = errno;
-    socket.reset();
-    print_error("%s: %s", what, std::strerror(error));
-    return -1;
-}
-
 // A client whose request is there already needs no events. Where the one processor goes to the
 // server as soon as a client connects, none has sent anything yet, and looking is a call for
 // nothing.
@@ -161,40 +151,6 @@ void take_crowd(request_server& server) {
 }
 
 }  // namespace
-
-int create_local_server(const char* path) {
-    owned_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (!socket) {
-        return failed("socket", std::move(socket));
-    }
-    const int on = 1;
-    if (::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) < 0) {
-        return failed("unable to set reuse", std::move(socket));
-    }
-    ::unlink(path);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (!copy_bounded(address.sun_path, path)) {
-        errno = ENAMETOOLONG;
-        return failed("unable to bind", std::move(socket));
-    }
-    if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0) {
-        return failed("unable to bind", std::move(socket));
-    }
-    if (::listen(socket.get(), backlog) < 0) {
-        return failed("listen", std::move(socket));
-    }
-    return socket.release();
-}
-
-void process_release(int fd) {
-    static constexpr char text[] = "process release....\n";
-    print_error_text({text, sizeof text - 1});
-    if (fd >= 0) {
-        ::shutdown(fd, SHUT_RDWR);
-        ::close(fd);
-    }
-}
 
 void do_accept(void* argument) {
     request_server& server = *static_cast<request_server*>(argument);

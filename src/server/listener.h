@@ -1,4 +1,4 @@
-// The listening socket and the thread that serves it.
+// Taking clients from the listening socket, and the thread that serves them.
 #pragma once
 
 #include <atomic>
@@ -8,17 +8,6 @@
 #include "server/request_server.h"
 
 namespace veltrancord {
-
-// Creates the local socket at `path` and listens on it; a socket that an earlier run left there is
-// replaced. Failures are printed on standard error: "socket: ", "unable to set reuse: ", "unable to
-// bind: " or "listen: " and the reason. A path that does not fit a socket address cannot be bound.
-//
-// Return: the descriptor, non-blocking and close-on-exec, owned by the caller; or -1.
-[[nodiscard]] int create_local_server(const char* path);
-
-// Prints "process release....", shuts the listening socket down for every process that shares it,
-// and closes it here. Async-signal-safe; -1 is printed for, too, but nothing is closed.
-void process_release(int fd);
 
 // Accepts one client and reads what it has sent already. `argument` is the request_server.
 void do_accept(void* argument);

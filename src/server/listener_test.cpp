@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "leaf/termination.h"
+#include "server/local_server.h"
 #include "support/exchange_fixture.h"
 
 namespace {
@@ -111,13 +112,6 @@ class Listener : public testing::Test {
         return ::recv(client.get(), reply, sizeof reply, MSG_DONTWAIT) == 4;
     }
 
-    // What create_local_server prints when it fails for `path`.
-    static std::string failure_for(const std::string& path) {
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(create_local_server(path.c_str()), -1);
-        return testing::internal::GetCapturedStderr();
-    }
-
     std::string accept_and_capture() {
         testing::internal::CaptureStderr();
         do_accept(&server_);
@@ -144,20 +138,6 @@ class Listener : public testing::Test {
     request_server server_;
 };
 
-TEST_F(Listener, ListensAtItsPath) {
-    listen();
-    EXPECT_TRUE(connect());
-    EXPECT_NE(::fcntl(socket_.get(), F_GETFL) & O_NONBLOCK, 0);
-    EXPECT_NE(::fcntl(socket_.get(), F_GETFD) & FD_CLOEXEC, 0);
-}
-
-TEST_F(Listener, ReplacesWhatAnEarlierRunLeft) {
-    listen();
-    socket_.reset();
-    listen();
-    EXPECT_TRUE(connect());
-}
-
 TEST_F(Listener, HoldsMoreClientsBackThanConnectAtATime) {
     listen();
     std::vector<owned_fd> clients;
@@ -165,24 +145,6 @@ TEST_F(Listener, HoldsMoreClientsBackThanConnectAtATime) {
         clients.push_back(connect());
         EXPECT_TRUE(clients.back()) << count;
     }
-}
-
-TEST_F(Listener, ReportsAPathThatCannotBeBound) {
-    EXPECT_EQ(failure_for(directory_ + "/missing/socket"),
-              "unable to bind: No such file or directory");
-}
-
-TEST_F(Listener, ReportsAPathThatFitsNoAddress) {
-    EXPECT_EQ(failure_for(std::string(108, 'x')), "unable to bind: File name too long");
-}
-
-TEST_F(Listener, ReportsThatNoSocketCanBeHad) {
-    testing::internal::CaptureStderr();
-    {
-        const no_descriptors_left none;
-        EXPECT_EQ(create_local_server(path_.c_str()), -1);
-    }
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "socket: Too many open files");
 }
 
 TEST_F(Listener, ServesARequestThatCameWithTheConnection) {
@@ -336,10 +298,10 @@ TEST_F(Listener, StaysWatchedWhenSomebodyHasGoneAgain) {
 TEST_F(Listener, IsNotWatchedAnyMoreOnceItWasShutDown) {
     listen();
     testing::internal::CaptureStderr();
-    process_release(::fcntl(socket_.get(), F_DUPFD_CLOEXEC, 0));  // as another process does
+    ::shutdown(socket_.get(), SHUT_RDWR);  // as another process does
     server_.loop.run_pass();
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "process release....\ndo_accept accept: Resource temporarily unavailable!!\n");
+              "do_accept accept: Resource temporarily unavailable!!\n");
     EXPECT_EQ(server_.accept_event, nullptr);
     EXPECT_EQ(server_.accept_pause, nullptr);
     EXPECT_FALSE(connect());
@@ -353,12 +315,6 @@ TEST_F(Listener, ThatWasShutDownSaysNothingInAProcessThatIsEnding) {
     EXPECT_EQ(accept_and_capture(), "");
     g_terminating.store(false);
     EXPECT_EQ(server_.accept_event, nullptr);
-}
-
-TEST_F(Listener, ReleasePrintsEvenWithoutASocket) {
-    testing::internal::CaptureStderr();
-    process_release(-1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "process release....\n");
 }
 
 TEST_F(Listener, ClosesANewcomerForWhichThereIsNoMemory) {

@@ -9,7 +9,7 @@
 
 #include "leaf/message.h"
 #include "leaf/termination.h"
-#include "server/listener.h"
+#include "server/local_server.h"
 
 namespace veltrancord {
 
@@ -31,7 +31,10 @@ void print_caught_signal(int number) {
 void XmlSigTermnate(int number) {
     print_caught_signal(number);
     g_terminating.store(true);
-    process_release(g_listeningFd.exchange(-1));
+    const pid_t owner = g_listeningOwner.load();
+    process_release(g_listeningFd.exchange(-1), owner == 0 || owner == ::getpid()
+                                                    ? socket_release::for_all
+                                                    : socket_release::this_copy);
     ::_exit(terminated_status);
 }
 

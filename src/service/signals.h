@@ -1,6 +1,8 @@
 // Signals of the service's processes.
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <csignal>
 
@@ -14,8 +16,13 @@ inline std::atomic<bool> g_childExited{false};
 inline std::atomic<int> g_listeningFd{-1};
 static_assert(std::atomic<int>::is_always_lock_free);
 
+// The one process whose termination shuts the listening socket down for all; 0: any. Set by a
+// supervisor that restarts its workers: the next one needs the socket of the one before.
+inline std::atomic<pid_t> g_listeningOwner{0};
+
 // SIGPIPE is ignored from here on; SIGTERM and SIGHUP end the process with status 1 after its
-// listening socket was shut down and closed. Forked processes inherit all this.
+// listening socket was closed, and shut down where g_listeningOwner lets it. Forked processes
+// inherit all this.
 void install_termination_handling();
 
 // What a worker needs besides: SIGCHLD sets g_childExited.

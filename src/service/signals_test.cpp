@@ -72,6 +72,23 @@ TEST(Termination, ShutsTheSharedSocketDown) {
     EXPECT_EQ(::recv(ours.get(), &byte, 1, MSG_DONTWAIT), 0);
 }
 
+TEST(Termination, OfAnotherProcessThanTheOwnerLeavesTheSharedSocketOpen) {
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    const owned_fd ours(ends[0]);
+    const owned_fd theirs(ends[1]);
+    const child_run run = run_in_child([&theirs] {
+        g_listeningFd.store(theirs.get());
+        g_listeningOwner.store(::getppid());
+        install_termination_handling();
+        ::raise(SIGTERM);
+    });
+    EXPECT_EQ(WEXITSTATUS(run.status), 1);
+    EXPECT_NE(run.printed.find("process release....\n"), std::string::npos);
+    char byte = 0;
+    EXPECT_EQ(::recv(ours.get(), &byte, 1, MSG_DONTWAIT), -1);
+}
+
 TEST(Termination, IsNotTheEndOfWritingToABrokenPipe) {
     const child_run run = run_in_child([] {
         install_termination_handling();

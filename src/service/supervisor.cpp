@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "leaf/message.h"
-#include "server/listener.h"
+#include "server/local_server.h"
 #include "service/semaphore.h"
 #include "service/signals.h"
 #include "service/worker.h"
@@ -43,6 +43,7 @@ int run_supervisor(const service_options& options) {
         return 0;
     }
     g_listeningFd.store(listening_fd);
+    g_listeningOwner.store(options.restart ? ::getpid() : 0);
     return keep_worker_running(options);
 }
 

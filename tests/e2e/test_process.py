@@ -111,6 +111,22 @@ def test_a_file_in_the_place_of_the_socket_is_replaced(device):
     assert device.request(USERNAME) == ADMIN
 
 
+def test_an_empty_directory_in_the_place_of_the_socket_is_replaced(device):
+    device.make_directory(SOCKET)
+    device.write_document("Account", ACCOUNT)
+    device.start()
+    assert device.request(USERNAME) == ADMIN
+
+
+def test_what_cannot_be_replaced_is_named(device):
+    device.write_file(f"{SOCKET}/file", "x")
+    device.start(ready=False)
+    device.wait_for_stderr("create local server socket error!!\n")
+    assert device.stderr() == (f"{SOCKET} is in the way: Directory not empty\n"
+                               "unable to bind: Address already in use"
+                               "create local server socket error!!\n")
+
+
 def test_without_a_socket_the_supervisor_ends_and_the_starter_waits_on(device):
     device.require_no_sanitizer("valgrind", "it needs to write to /tmp")
     device.set_read_only("/tmp")

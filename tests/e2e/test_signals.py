@@ -72,17 +72,19 @@ def test_a_terminated_worker_ends_with_status_1(device):
     assert any("shutdown(" in line and "SHUT_RDWR" in line for line in device.trace())
 
 
-def test_after_a_terminated_worker_the_new_one_finds_the_socket_shut_and_does_not_spin(restarting):
-    restarting.kill_worker(signal.SIGTERM)
-    restarting.wait_for_stderr(SHUT)
-    worker = restarting.worker_pid
+@pytest.mark.fault("P2")
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP])
+def test_a_terminated_worker_leaves_its_follower_the_socket(restarting, number):
+    """It was shut down for all who shared it, and the service was deaf from then on."""
+    supervisor = restarting.supervisor_pid
+    worker = restarting.kill_worker(number)
+    assert restarting.request(USERNAME) == ADMIN
+    assert restarting.worker_pid != worker
+    assert restarting.stderr().startswith(termination(number) + RESTART)
+    restarting.send_signal(supervisor, signal.SIGTERM)
+    assert restarting.wait_for_end(supervisor, restarting.patience) == 1
     with pytest.raises(ConnectionRefusedError):
         restarting.connect()
-    before = restarting.processor_seconds(worker)
-    time.sleep(1)
-    assert restarting.processor_seconds(worker) - before <= 0.3
-    assert restarting.stderr().startswith(termination(signal.SIGTERM) + RESTART)
-    assert restarting.stderr().count("do_accept") == 1
 
 
 def test_broken_pipes_and_file_size_limits_are_ignored_by_supervisor_and_worker(ready):

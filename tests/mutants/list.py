@@ -159,7 +159,7 @@ MUTANTS = [
            "",
            (("faults/test_clients.py", "mixed_requests"),)),
     Mutant("each worker has a socket of its own", "P1", "src/service/supervisor.cpp",
-           "        std::fprintf(stderr, \"restart Veltracord....\\n\");",
+           "        print_error(\"restart Veltracord....\\n\");",
            "        ::close(g_listeningFd.load());\n"
            "        g_listeningFd.store(create_local_server(socket_path));",
            (("faults/test_processes.py", "backlog"),)),
@@ -203,4 +203,12 @@ MUTANTS = [
            "if (client->result >= 0 && g_terminating.load()) {",
            "if (client->result >= 0 && false) {",
            (("unit:server_test", "Dispatching.Reports*"),)),
+    Mutant("a terminated worker takes the socket with it", "P2", "src/service/supervisor.cpp",
+           "    g_listeningOwner.store(options.restart ? ::getpid() : 0);\n",
+           "",
+           (("e2e/test_signals.py", "leaves_its_follower"),)),
+    Mutant("a directory keeps the socket's place", "P3", "src/server/local_server.cpp",
+           "errno == EISDIR && ::rmdir(path) == 0 ? 0 : errno",
+           "errno",
+           (("unit:server_test", "LocalServer.*"), ("e2e/test_process.py", "empty_directory"))),
 ]
