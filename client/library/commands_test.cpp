@@ -125,6 +125,58 @@ TEST_F(Commands, RefusesWhatWouldBeMisread) {
     EXPECT_EQ(client_.error.index, 1U);
 }
 
+// What each call names when it fails, here for want of a service.
+TEST_F(Commands, FailuresNameWhatTheyAreAbout) {
+    const auto subject_of = [&](const std::function<int32_t(veltrancord_client*)>& call) {
+        const fake_service service(path_, reply_frame(-4));
+        EXPECT_EQ(call(&client_), VELTRANCORD_NOT_FOUND);
+        return std::string(client_.error.subject);
+    };
+    const veltrancord_setting two[] = {{"A.B", "1"}, {"A.C", "2"}};
+    EXPECT_EQ(subject_of([&](auto* c) { return veltrancord_get(c, "A.B", text_, 9); }), "A.B");
+    EXPECT_EQ(subject_of([&](auto* c) { return veltrancord_read(c, "A.*", &reply_); }), "A.*");
+    EXPECT_EQ(
+        subject_of([&](auto* c) { return veltrancord_read_with_level(c, "A.B", 1, &reply_); }),
+        "A.B");
+    EXPECT_EQ(subject_of([&](auto* c) { return veltrancord_write(c, two, 1); }), "A.B");
+    EXPECT_EQ(subject_of([&](auto* c) { return veltrancord_write(c, two, 2); }),
+              "one of 2 settings from A.B on");
+    EXPECT_EQ(subject_of([&](auto* c) { return veltrancord_remove(c, "A.B"); }), "A.B");
+    EXPECT_EQ(subject_of([&](auto* c) { return veltrancord_upload(c, "/some/file"); }),
+              "/some/file");
+    EXPECT_EQ(subject_of([&](auto* c) { return veltrancord_group_may(c, "g", "p", nullptr); }),
+              "p");
+    EXPECT_EQ(subject_of([&](auto* c) { return veltrancord_permit_value(c, "g", "p", text_, 9); }),
+              "p");
+    EXPECT_EQ(subject_of([&](auto* c) { return veltrancord_user_group(c, "u", text_, 9); }), "u");
+    EXPECT_EQ(subject_of([&](auto* c) { return veltrancord_check_session(c, "token", 60); }), "");
+    EXPECT_EQ(subject_of([&](auto* c) { return veltrancord_set_captcha(c, "code", "x"); }), "");
+}
+
+TEST_F(Commands, ARefusedSettingIsNamedAndItsValueIsNot) {
+    const veltrancord_setting settings[] = {{"A.B", "1"}, {"A.Password", "secret\n"}};
+    EXPECT_EQ(veltrancord_write(&client_, settings, 2), VELTRANCORD_VALUE_HAS_LINE_FEED);
+    char text[100];
+    const std::size_t length = veltrancord_error_text(&client_, text, sizeof text);
+    EXPECT_EQ(length, std::strlen(text));
+    EXPECT_STREQ(text, "A.Password: a value cannot hold a line feed");
+}
+
+TEST_F(Commands, ASubjectIsCutToWholeCharactersAndOneLine) {
+    refused(VELTRANCORD_PATH_HAS_LINE_FEED,
+            [](auto* c) { return veltrancord_set(c, "A\nB\033[2J", "1"); });
+    EXPECT_STREQ(client_.error.subject, "A?B?[2J");
+    std::string kept(VELTRANCORD_MAX_SUBJECT - 4, 'x');
+    const std::string long_path = kept + "ää" + std::string(400, 'y');
+    refused(VELTRANCORD_PATH_OVER_BOUND,
+            [&](auto* c) { return veltrancord_set(c, long_path.c_str(), "1"); });
+    EXPECT_EQ(client_.error.subject, kept + "...");
+    kept.append(4, 'z');
+    refused(VELTRANCORD_UNREACHABLE,
+            [&](auto* c) { return veltrancord_get(c, kept.c_str(), text_, sizeof text_); });
+    EXPECT_EQ(client_.error.subject, path_);
+}
+
 struct bound_case {
     int32_t code;
     std::size_t bound;

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <poll.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -16,7 +17,7 @@ static int fill_address(struct sockaddr_un* address, const char* path) {
     const size_t length = strlen(path);
     memset(address, 0, sizeof *address);
     address->sun_family = AF_UNIX;
-    if (length == 0 || length >= sizeof address->sun_path) {
+    if (length >= sizeof address->sun_path) {
         return 0;
     }
     memcpy(address->sun_path, path, length);
@@ -42,15 +43,24 @@ static int is_worth_retrying(const struct veltrancord_client* client, int reason
     return reason == ECONNREFUSED || (reason == ENOENT && client->wait_for_socket != 0);
 }
 
+/* A program with the set-user-id bit asks the service with its owner's rights: where, its starter
+ * must not choose. */
+static const char* socket_path_of(const struct veltrancord_client* client) {
+    const char* path = client->socket_path;
+    if (path == NULL || path[0] == '\0') {
+        path = secure_getenv("VELTRANCORD_SOCKET");
+    }
+    return path != NULL && path[0] != '\0' ? path : VELTRANCORD_DEFAULT_SOCKET;
+}
+
 int32_t connection_open(struct veltrancord_client* client, struct connection* connection) {
     struct sockaddr_un address;
-    const char* path =
-        client->socket_path != NULL ? client->socket_path : VELTRANCORD_DEFAULT_SOCKET;
+    const char* path = socket_path_of(client);
     int pause_ms = first_pause_ms;
     connection->fd = -1;
     connection->deadline = deadline_after(client->timeout_ms);
     if (!fill_address(&address, path)) {
-        return fail_system(client, VELTRANCORD_UNREACHABLE, ENAMETOOLONG);
+        return about(client, path, fail_system(client, VELTRANCORD_UNREACHABLE, ENAMETOOLONG));
     }
     for (;;) {
         int reason = 0;
@@ -72,7 +82,7 @@ int32_t connection_open(struct veltrancord_client* client, struct connection* co
         }
         if (!is_worth_retrying(client, reason) ||
             !deadline_sleep(&connection->deadline, pause_ms)) {
-            return fail_system(client, VELTRANCORD_UNREACHABLE, reason);
+            return about(client, path, fail_system(client, VELTRANCORD_UNREACHABLE, reason));
         }
         pause_ms = pause_ms * 2 < longest_pause_ms ? pause_ms * 2 : longest_pause_ms;
     }

@@ -17,7 +17,10 @@ static int32_t send_file_name(struct veltrancord_client* client, const char* com
     int32_t result = 0;
     clear_failure(client);
     result = check_file_name(client, file, bound);
-    return result == VELTRANCORD_OK ? send_text(client, command, file) : result;
+    if (result == VELTRANCORD_OK) {
+        result = send_text(client, command, file);
+    }
+    return about(client, file, result);
 }
 
 int32_t veltrancord_upload(struct veltrancord_client* client, const char* file) {
@@ -40,7 +43,10 @@ int32_t veltrancord_remove(struct veltrancord_client* client, const char* path) 
     int32_t result = 0;
     clear_failure(client);
     result = check_path(client, path, VELTRANCORD_MAX_READ_PATH);
-    return result == VELTRANCORD_OK ? send_text(client, "remove", path) : result;
+    if (result == VELTRANCORD_OK) {
+        result = send_text(client, "remove", path);
+    }
+    return about(client, path, result);
 }
 
 int32_t veltrancord_sync_memory(struct veltrancord_client* client) {

@@ -30,6 +30,12 @@ class Exchange : public testing::Test {
         return veltrancord_exchange(&client_, command, argument.data(), argument.size(), &reply);
     }
 
+    std::string error_text() {
+        char text[512];
+        veltrancord_error_text(&client_, text, sizeof text);
+        return text;
+    }
+
     scratch_directory directory_;
     std::string path_;
     veltrancord_client client_;
@@ -331,9 +337,25 @@ TEST_F(Exchange, RefusesASocketPathThatCannotBe) {
     client_.socket_path = path.c_str();
     EXPECT_EQ(raw("read", "A", reply_), VELTRANCORD_UNREACHABLE);
     EXPECT_EQ(client_.error.system_error, ENAMETOOLONG);
-    char text[128];
-    veltrancord_error_text(&client_, text, sizeof text);
-    EXPECT_STREQ(text, "the service cannot be reached: File name too long");
+    EXPECT_EQ(error_text(), path + ": the service cannot be reached: File name too long");
+}
+
+TEST_F(Exchange, TheEnvironmentNamesTheSocketWhereTheCallerDoesNot) {
+    const fake_service service(path_, reply_frame(-4));
+    ASSERT_EQ(setenv("VELTRANCORD_SOCKET", path_.c_str(), 1), 0);
+    for (const char* unnamed : {static_cast<const char*>(nullptr), ""}) {
+        client_.socket_path = unnamed;
+        EXPECT_EQ(veltrancord_ping(&client_), VELTRANCORD_OK);
+    }
+    client_.socket_path = "/nonexistent/socket";
+    EXPECT_EQ(veltrancord_ping(&client_), VELTRANCORD_UNREACHABLE);
+    EXPECT_STREQ(client_.error.subject, "/nonexistent/socket");
+    ASSERT_EQ(setenv("VELTRANCORD_SOCKET", "/nonexistent/other", 1), 0);
+    client_.socket_path = nullptr;
+    EXPECT_EQ(veltrancord_ping(&client_), VELTRANCORD_UNREACHABLE);
+    EXPECT_EQ(error_text(),
+              "/nonexistent/other: the service cannot be reached: No such file or directory");
+    ASSERT_EQ(unsetenv("VELTRANCORD_SOCKET"), 0);
 }
 
 TEST_F(Exchange, PingTakesTheAnswerForUnknownCommands) {

@@ -31,7 +31,8 @@ static int32_t ask(struct veltrancord_client* client, const char* command, const
                    const char* second, const char* third) {
     struct request request;
     const int32_t result = compose(client, &request, first, second, third);
-    return result == VELTRANCORD_OK ? request_code(client, command, &request) : result;
+    return about(client, second,
+                 result == VELTRANCORD_OK ? request_code(client, command, &request) : result);
 }
 
 int32_t veltrancord_group_may(struct veltrancord_client* client, const char* group,
@@ -54,12 +55,12 @@ int32_t veltrancord_permit_value(struct veltrancord_client* client, const char* 
     struct request request;
     const int32_t result = compose(client, &request, group, permit, NULL);
     if (result != VELTRANCORD_OK) {
-        return result;
+        return about(client, permit, result);
     }
     if (value == NULL || size == 0) {
-        return fail(client, VELTRANCORD_INVALID_USE);
+        return about(client, permit, fail(client, VELTRANCORD_INVALID_USE));
     }
-    return request_text(client, "getPermitValue", &request, value, size);
+    return about(client, permit, request_text(client, "getPermitValue", &request, value, size));
 }
 
 int32_t veltrancord_user_group(struct veltrancord_client* client, const char* user, char* group,
@@ -69,14 +70,14 @@ int32_t veltrancord_user_group(struct veltrancord_client* client, const char* us
     clear_failure(client);
     result = check_field(client, user, '\0');
     if (result != VELTRANCORD_OK) {
-        return result;
+        return about(client, user, result);
     }
     if (group == NULL || size == 0) {
-        return fail(client, VELTRANCORD_INVALID_USE);
+        return about(client, user, fail(client, VELTRANCORD_INVALID_USE));
     }
     request_init(&request);
     request_append_text(&request, user);
-    return request_text(client, "getGroupName", &request, group, size);
+    return about(client, user, request_text(client, "getGroupName", &request, group, size));
 }
 
 int32_t veltrancord_list_permits(struct veltrancord_client* client,

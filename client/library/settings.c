@@ -17,7 +17,7 @@ static int32_t start_path_request(struct veltrancord_client* client, struct requ
         request_init(request);
         request_append_text(request, path);
     }
-    return result;
+    return about(client, path, result);
 }
 
 static int32_t get_text(struct veltrancord_client* client, const char* command, const char* path,
@@ -28,9 +28,9 @@ static int32_t get_text(struct veltrancord_client* client, const char* command, 
         return result;
     }
     if (value == NULL || size == 0) {
-        return fail(client, VELTRANCORD_INVALID_USE);
+        return about(client, path, fail(client, VELTRANCORD_INVALID_USE));
     }
-    return request_text(client, command, &request, value, size);
+    return about(client, path, request_text(client, command, &request, value, size));
 }
 
 static int32_t read_lines(struct veltrancord_client* client, const char* command, const char* path,
@@ -41,9 +41,9 @@ static int32_t read_lines(struct veltrancord_client* client, const char* command
         return result;
     }
     if (reply == NULL) {
-        return fail(client, VELTRANCORD_INVALID_USE);
+        return about(client, path, fail(client, VELTRANCORD_INVALID_USE));
     }
-    return request_reply(client, command, &request, reply);
+    return about(client, path, request_reply(client, command, &request, reply));
 }
 
 int32_t veltrancord_get(struct veltrancord_client* client, const char* path, char* value,
@@ -70,11 +70,11 @@ int32_t veltrancord_read_with_level(struct veltrancord_client* client, const cha
         return result;
     }
     if (reply == NULL) {
-        return fail(client, VELTRANCORD_INVALID_USE);
+        return about(client, path, fail(client, VELTRANCORD_INVALID_USE));
     }
     (void)snprintf(field, sizeof field, "&%ld", (long)level);
     request_append_text(&request, field);
-    return request_reply(client, "readwithlevel", &request, reply);
+    return about(client, path, request_reply(client, "readwithlevel", &request, reply));
 }
 
 int32_t veltrancord_get_attribute(struct veltrancord_client* client, const char* path, char* value,
@@ -119,6 +119,18 @@ static int32_t check_attribute_setting(struct veltrancord_client* client,
 typedef int32_t setting_check(struct veltrancord_client* client,
                               const struct veltrancord_setting* setting);
 
+/* The service does not tell which of several it stopped at. */
+static int32_t about_all(struct veltrancord_client* client,
+                         const struct veltrancord_setting* settings, size_t count, int32_t result) {
+    char subject[VELTRANCORD_MAX_WRITE_PATH + 32];
+    if (count == 1) {
+        return about(client, settings[0].path, result);
+    }
+    (void)snprintf(subject, sizeof subject, "one of %zu settings from %s on", count,
+                   settings[0].path);
+    return about(client, subject, result);
+}
+
 static int32_t write_lines(struct veltrancord_client* client, const char* command,
                            const struct veltrancord_setting* settings, size_t count,
                            setting_check* check) {
@@ -132,7 +144,7 @@ static int32_t write_lines(struct veltrancord_client* client, const char* comman
         const int32_t result = check(client, &settings[index]);
         if (result != VELTRANCORD_OK) {
             client->error.index = index;
-            return result;
+            return about(client, settings[index].path, result);
         }
     }
     request_init(&request);
@@ -142,7 +154,7 @@ static int32_t write_lines(struct veltrancord_client* client, const char* comman
         request_append_text(&request, settings[index].value);
         request_append(&request, "\n", 1);
     }
-    return request_code(client, command, &request);
+    return about_all(client, settings, count, request_code(client, command, &request));
 }
 
 int32_t veltrancord_write(struct veltrancord_client* client,

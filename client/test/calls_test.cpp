@@ -24,6 +24,7 @@ struct call_plan {
     std::size_t longest_send = SIZE_MAX;
     int interruptions = 0;  // how many of the next calls are interrupted
     bool cut_receiving = false;
+    bool more_rights = false;  // as in a program with the set-user-id bit
 };
 thread_local call_plan g_plan;
 
@@ -51,6 +52,7 @@ extern "C" {
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
 void* __real_realloc(void* block, std::size_t size);
+char* __real_secure_getenv(const char* name);
 ssize_t __real_sendmsg(int fd, const msghdr* message, int flags);
 ssize_t __real_recvmsg(int fd, msghdr* message, int flags);
 int __real_connect(int fd, const sockaddr* address, socklen_t length);
@@ -58,6 +60,7 @@ int __real_connect(int fd, const sockaddr* address, socklen_t length);
 void* __wrap_malloc(std::size_t size);
 void* __wrap_calloc(std::size_t count, std::size_t size);
 void* __wrap_realloc(void* block, std::size_t size);
+char* __wrap_secure_getenv(const char* name);
 ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags);
 ssize_t __wrap_recvmsg(int fd, msghdr* message, int flags);
 int __wrap_connect(int fd, const sockaddr* address, socklen_t length);
@@ -72,6 +75,10 @@ void* __wrap_calloc(std::size_t count, std::size_t size) {
 
 void* __wrap_realloc(void* block, std::size_t size) {
     return may_allocate() ? __real_realloc(block, size) : nullptr;
+}
+
+char* __wrap_secure_getenv(const char* name) {
+    return g_plan.more_rights ? nullptr : __real_secure_getenv(name);
 }
 
 ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags) {
@@ -209,6 +216,19 @@ TEST_F(Calls, WhatTheSocketDoesNotTakeAtOnceIsSentOn) {
         EXPECT_EQ(service.requests(), std::vector<std::string>{"write:Network.Lan.Mtu=1500\n"});
         g_plan.longest_send = SIZE_MAX;
     }
+}
+
+TEST_F(Calls, AProgramWithMoreRightsThanItsStarterIgnoresTheEnvironment) {
+    const fake_service service(path_, reply_frame(-4));
+    ASSERT_EQ(setenv("VELTRANCORD_SOCKET", path_.c_str(), 1), 0);
+    client_.socket_path = nullptr;
+    EXPECT_EQ(veltrancord_ping(&client_), VELTRANCORD_OK);
+    EXPECT_EQ(service.requests().size(), 1U);
+    client_.timeout_ms = 0;
+    g_plan.more_rights = true;
+    (void)veltrancord_ping(&client_);  // whoever may answer at the default socket
+    EXPECT_EQ(service.requests().size(), 1U);
+    ASSERT_EQ(unsetenv("VELTRANCORD_SOCKET"), 0);
 }
 
 TEST_F(Calls, AConnectionThatIsResetIsAReplyThatNeverCame) {

@@ -90,6 +90,7 @@ int context::fail(std::string_view subject, int32_t result) {
         std::snprintf(reason, sizeof reason, "%s: %s: %s", veltrancord_result_text(result),
                       socket_path.c_str(), std::strerror(client_.error.system_error));
     } else if (client_.error.code == result) {
+        client_.error.subject[0] = '\0';  // the line names it already
         veltrancord_error_text(&client_, reason, sizeof reason);
     } else {
         std::snprintf(reason, sizeof reason, "%s", veltrancord_result_text(result));

@@ -23,7 +23,6 @@ int main(int argument_count, char** arguments) {
         return 2;
     }
     veltrancord_client client = VELTRANCORD_CLIENT_INIT;
-    client.socket_path = std::getenv("VELTRANCORD_SOCKET");
 
     veltrancord_log_record event{};
     event.type = std::atoi(arguments[1]);

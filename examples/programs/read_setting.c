@@ -1,6 +1,5 @@
 /* Prints the value of one setting: read_setting Network.Lan.Mtu */
 #include <stdio.h>
-#include <stdlib.h>
 #include <veltrancord/client.h>
 
 int main(int argument_count, char** arguments) {
@@ -11,10 +10,9 @@ int main(int argument_count, char** arguments) {
         (void)fprintf(stderr, "usage: %s PATH\n", arguments[0]);
         return 2;
     }
-    client.socket_path = getenv("VELTRANCORD_SOCKET"); /* null: the usual one */
     if (veltrancord_get(&client, arguments[1], value, sizeof value) < 0) {
         (void)veltrancord_error_text(&client, reason, sizeof reason);
-        (void)fprintf(stderr, "%s: %s\n", arguments[1], reason);
+        (void)fprintf(stderr, "%s\n", reason);
         return 1;
     }
     (void)puts(value);

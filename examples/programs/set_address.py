@@ -12,7 +12,7 @@ def main():
     try:
         service.write({f"{place}.Dhcp": "NO", f"{place}.Address": address, f"{place}.Mask": mask})
     except veltrancord.Refused as refusal:
-        sys.exit(f"setting {refusal.index} was not sent: {refusal}")
+        sys.exit(f"nothing was sent: {refusal}")
     except veltrancord.Error as failure:
         sys.exit(str(failure))
     for path, value in service.read(f"{place}.*"):

@@ -70,7 +70,8 @@ def test_python(run):
     assert "Network.Lan.Address is 10.0.0.5\n" in changed.stdout
     assert run.device.request("readvalue:Network.Lan.Dhcp").text == "NO"
     refused = run("set_address.py", "Network.Lan", "10.0.0.5\n", "x")
-    assert refused.stderr.startswith("setting 1 was not sent: a value cannot hold a line feed")
+    assert refused.stderr.startswith(
+        "nothing was sent: Network.Lan.Address: a value cannot hold a line feed")
 
 
 def test_shell(run):

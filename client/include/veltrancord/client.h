@@ -37,7 +37,8 @@ enum veltrancord_bound {
     VELTRANCORD_MAX_SYNC_FILE_NAME = 127,
     VELTRANCORD_MAX_BACKUP_TEXT = 256,
     VELTRANCORD_MAX_LOG_TEXT = 15,
-    VELTRANCORD_MAX_LOG_FIELD = 7 /* digits, sign included, of a field of a log query */
+    VELTRANCORD_MAX_LOG_FIELD = 7, /* digits, sign included, of a field of a log query */
+    VELTRANCORD_MAX_SUBJECT = 255  /* what of a longer subject of an error is not kept */
 };
 
 /* What went wrong in the last call that failed. */
@@ -47,10 +48,17 @@ struct veltrancord_error {
     size_t bound;     /* for the ..._OVER_BOUND codes and REPLY_OVER_CAP: the bound ... */
     size_t found;     /* ... and the length that was found */
     size_t index;     /* which of several settings was refused, from 0 */
+
+    /* What the call was about: the path of a setting, a file, a user, a permit, the socket that
+     * cannot be reached. Empty where there is none. Control characters in it are shown as '?', and
+     * what is over its bound ends in "...". No value, session or captcha is ever kept here. */
+    char subject[VELTRANCORD_MAX_SUBJECT + 1];
 };
 
 struct veltrancord_client {
-    const char* socket_path; /* borrowed as long as the client is used; null: the default */
+    const char* socket_path; /* borrowed as long as the client is used; null or empty: what the
+                                environment's VELTRANCORD_SOCKET names, else the default. A program
+                                that runs with more rights than who started it takes the default. */
     int32_t timeout_ms;      /* for a whole exchange: connect, send, receive; negative: none */
     int32_t wait_for_socket; /* not 0: a socket file that is missing is waited for, as one that
                                 refuses always is; for programs that start before the service */
@@ -58,7 +66,7 @@ struct veltrancord_client {
 };
 
 /* clang-format off */
-#define VELTRANCORD_CLIENT_INIT {NULL, VELTRANCORD_DEFAULT_TIMEOUT_MS, 0, {0, 0, 0, 0, 0}}
+#define VELTRANCORD_CLIENT_INIT {NULL, VELTRANCORD_DEFAULT_TIMEOUT_MS, 0, {0, 0, 0, 0, 0, ""}}
 /* clang-format on */
 
 /* Where a reply goes. Replies shorter than `size` are put into the caller's buffer and nothing is
@@ -84,7 +92,8 @@ struct veltrancord_reply {
 VELTRANCORD_API void veltrancord_client_init(struct veltrancord_client* client);
 
 /* Writes a sentence about client->error into `text`, cut at `size`, for example
- * "value over its bound: 4096 bytes, at most 4095". Return: the length of the whole sentence. */
+ * "Network.Lan.Name: value over its bound: 4096 bytes, at most 4095". Return: the length of the
+ * whole sentence. */
 VELTRANCORD_API size_t veltrancord_error_text(const struct veltrancord_client* client, char* text,
                                               size_t size);
 

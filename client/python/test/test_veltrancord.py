@@ -220,6 +220,123 @@ def test_kinds_of_errors(serve, tmp_path):
         client_of(serve(serve=lambda connection: time.sleep(0.2)), timeout=0.02).get("A")
 
 
+ABOUT = [
+    (lambda c: c.get("A.B"), "A.B"),
+    (lambda c: c.get_int("A.B"), "A.B"),
+    (lambda c: c.read("A.*"), "A.*"),
+    (lambda c: c.read("A.*", level=1), "A.*"),
+    (lambda c: c.read_visible("A.*"), "A.*"),
+    (lambda c: c.write({"A.B": "1"}), "A.B"),
+    (lambda c: c.write({"A.B": "1", "A.C": "2"}), "one of 2 settings from A.B on"),
+    (lambda c: c.remove("A.B"), "A.B"),
+    (lambda c: c.get_attribute("A.B.Level"), "A.B.Level"),
+    (lambda c: c.read_attributes("A.#"), "A.#"),
+    (lambda c: c.upload("/f"), "/f"),
+    (lambda c: c.group_may("g", "p"), "p"),
+    (lambda c: c.user_may("u", "p"), "p"),
+    (lambda c: c.user_may_cgi("u", "apply"), "apply"),
+    (lambda c: c.permit_value("g", "p"), "p"),
+    (lambda c: c.user_group("u"), "u"),
+    (lambda c: c.set_session("token"), None),
+    (lambda c: c.set_captcha("code", "text"), None),
+]
+
+
+@pytest.mark.parametrize("call, subject", ABOUT)
+def test_errors_name_what_they_are_about(serve, call, subject):
+    with pytest.raises(veltrancord.NotFound) as caught:
+        call(client_of(serve(reply(-4))))
+    assert caught.value.subject == subject
+    assert str(caught.value) == (f"{subject}: " if subject else "") + "not found (-4)"
+
+
+def test_errors_name_the_socket_and_the_refused_setting(tmp_path):
+    missing = Client(str(tmp_path / "missing"), timeout=None)
+    with pytest.raises(veltrancord.Unreachable) as unreachable:
+        missing.get("A.B")
+    assert str(unreachable.value) == (
+        f"{tmp_path}/missing: the service cannot be reached: No such file or directory (-100)")
+    with pytest.raises(veltrancord.Refused) as refused:
+        missing.write([("A.B", "1"), ("A.\033[2J.Password", "secret\n")])
+    assert str(refused.value) == "A.?[2J.Password: a value cannot hold a line feed (-124)"
+
+
+def test_a_default_stands_in_for_what_is_not_there_alone(serve, tmp_path):
+    absent = client_of(serve(reply(-4)))
+    assert absent.get("A.B", default="x") == "x"
+    assert absent.get("A.B", None) is None
+    assert absent.get_int("A.B", 3) == 3
+    assert absent.get_float("A.B", default=2.5) == 2.5
+    assert absent.get_bool("A.B", False) is False
+    assert client_of(serve(reply(1, b"y"))).get("A.B", default="x") == "y"
+    for call in (lambda c: c.get("A.B", "x"), lambda c: c.get_int("A.B", 3)):
+        with pytest.raises(veltrancord.Unreachable):
+            call(Client(str(tmp_path / "missing"), timeout=None))
+        with pytest.raises(veltrancord.Denied):
+            call(client_of(serve(reply(-12))))
+
+
+@pytest.mark.parametrize("text, integer, number, truth", [
+    ("1500", 1500, 1500.0, None),
+    ("-007", -7, -7.0, None),
+    (" 12 ", 12, 12.0, None),
+    ("2.5e1", None, 25.0, None),
+    (".5", None, 0.5, None),
+    ("YES", None, None, True),
+    ("on", None, None, True),
+    ("No", None, None, False),
+    ("OFF", None, None, False),
+    ("1", 1, 1.0, None),
+    ("nan", None, None, None),
+    ("1e999", None, None, None),
+    ("1_000", None, None, None),
+    ("١", None, None, None),
+    ("0x10", None, None, None),
+    ("", None, None, None),
+])
+def test_typed_values_are_read_strictly(serve, text, integer, number, truth):
+    data = text.encode() or b"\0"  # an empty secret is filled up
+    client = client_of(serve(reply(len(data), data)))
+    for get, value in ((client.get_int, integer), (client.get_float, number),
+                       (client.get_bool, truth)):
+        if value is None:
+            with pytest.raises(veltrancord.WrongKind) as caught:
+                get("A.B", 1)
+            assert caught.value.subject == "A.B" and isinstance(caught.value, ValueError)
+        else:
+            assert get("A.B") == value and type(get("A.B")) is type(value)
+
+
+def test_a_value_of_another_kind_is_shown_but_no_secret(serve):
+    client = client_of(serve(reply(5, b"a\033[2J")))
+    with pytest.raises(veltrancord.WrongKind) as caught:
+        client.get_int("A.B")
+    assert str(caught.value) == (
+        r"A.B: the value is not of the kind asked for: 'a\x1b[2J' is not a whole number (-135)")
+    with pytest.raises(veltrancord.WrongKind) as caught:
+        client.get_bool("A.Password")
+    assert "2J" not in str(caught.value)
+
+
+def test_numbers_and_truth_values_are_written(serve):
+    service = serve(reply(1))
+    client_of(service).write(
+        {"A.B": 1500, "A.C": True, "A.D": False, "A.E": 2.5, "A.F": LogMode.OLDER, "A.G": 1e-07})
+    client_of(service).set("A.B", -3)
+    client_of(service).write_memory([("A.B", 4)])
+    client_of(service).write_attributes({"A.L": 5})
+    assert service.requests == [
+        b"write:A.B=1500\nA.C=YES\nA.D=NO\nA.E=2.5\nA.F=2\nA.G=1e-07\n", b"write:A.B=-3\n",
+        b"writedbmem:A.B=4\n", b"writeattr:A.L=5\n"]
+    for value in (float("nan"), float("inf")):
+        with pytest.raises(veltrancord.WrongKind):
+            client_of(service).set("A.B", value)
+    for value in (None, b"bytes", [1]):
+        with pytest.raises(TypeError):
+            client_of(service).set("A.B", value)
+    assert len(service.requests) == 4
+
+
 def test_refused_connection_is_tried_again_until_the_deadline(tmp_path):
     listener = socket.socket(socket.AF_UNIX)
     listener.bind(str(tmp_path / "socket"))
@@ -247,13 +364,17 @@ def test_records_to_bytes_and_back():
     assert LogRecord.unpack(data) == record
 
 
+OF_PYTHON = ("TEXT_HAS_NUL", "NOT_OF_THAT_KIND")  # what a C program could not be told
+
+
 def test_results_and_bounds_are_those_of_the_c_library():
     include = HERE.parents[1] / "include/veltrancord"
     names = dict(re.findall(r"VELTRANCORD_(\w+) = (-?\d+)", (include / "result.h").read_text()))
-    ours = {result.name: str(int(result)) for result in Result if result.name != "TEXT_HAS_NUL"}
+    ours = {result.name: str(int(result)) for result in Result if result.name not in OF_PYTHON}
     names.pop("NO_MEMORY")  # Python raises MemoryError
     assert ours == names
     sizes = re.findall(r"VELTRANCORD_(MAX_\w+) = (\d+)", (include / "client.h").read_text())
+    sizes.remove(("MAX_SUBJECT", "255"))  # Python's are not cut
     assert {name: getattr(bounds, name) for name, _ in sizes} == {n: int(v) for n, v in sizes}
 
 

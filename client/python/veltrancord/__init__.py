@@ -3,16 +3,17 @@
     import veltrancord
 
     service = veltrancord.Client()
-    print(service.get("Account.User1.Username"))
-    service.write({"Network.Lan.Mtu": "1500", "Network.Lan.Dhcp": "YES"})
+    print(service.get("Account.User1.Username", default="nobody"))
+    service.write({"Network.Lan.Mtu": service.get_int("Network.Lan.Mtu", 1500) - 8,
+                   "Network.Lan.Dhcp": True})
 
 Every call is one exchange on a connection of its own; a `Client` holds settings only, no connection,
 and may be used by many threads at once. What fails raises `Error`, or the kind of it that a program
-may want to tell apart: `NotFound`, `Denied`, `Unreachable`, `TimedOut`.
+may want to tell apart: `NotFound`, `Denied`, `Unreachable`, `TimedOut`, `WrongKind`.
 """
 
 from .client import Client, Permit
-from .errors import Denied, Error, NotFound, Refused, Result, TimedOut, Unreachable
+from .errors import Denied, Error, NotFound, Refused, Result, TimedOut, Unreachable, WrongKind
 from .event_log import LogMode, LogRecord
 from .exchange import DEFAULT_SOCKET, Reply
 
@@ -30,4 +31,5 @@ __all__ = [
     "Result",
     "TimedOut",
     "Unreachable",
+    "WrongKind",
 ]

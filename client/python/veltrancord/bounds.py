@@ -2,7 +2,16 @@
 
 from __future__ import annotations
 
+import math
+import re
+from typing import Optional, Union
+
 from .errors import Result, error_of
+
+Value = Union[str, bool, int, float]
+
+_WHOLE = re.compile(r"[+-]?[0-9]{1,40}")
+_NUMBER = re.compile(r"[+-]?([0-9]+\.?[0-9]*|\.[0-9]+)([eE][+-]?[0-9]{1,3})?")
 
 MAX_READ_PATH = 511
 MAX_WRITE_PATH = 255
@@ -68,10 +77,48 @@ def _one_line(data: bytes) -> bytes:
     return data
 
 
+def _is_secret(path: str) -> bool:
+    return path.rpartition(".")[2].lower() == "password"
+
+
 def value_bytes(path: str, value: str) -> bytes:
-    secret = path.rpartition(".")[2].lower() == "password"
-    bound = MAX_SECRET_VALUE if secret else MAX_VALUE
+    bound = MAX_SECRET_VALUE if _is_secret(path) else MAX_VALUE
     return _one_line(_within(encode(value), bound, Result.VALUE_OVER_BOUND))
+
+
+def value_text(value: Value) -> str:
+    """The text that a value is kept as: YES and NO for truth values, as everywhere in the
+    configuration; numbers as `Client.get_int` and `Client.get_float` read them again."""
+    if isinstance(value, str):
+        return value
+    if isinstance(value, bool):
+        return "YES" if value else "NO"
+    if isinstance(value, int):
+        return str(int(value))  # of an enumeration: its number
+    if isinstance(value, float):
+        if not math.isfinite(value):
+            raise error_of(Result.NOT_OF_THAT_KIND, f"{value} is no number that can be kept")
+        return repr(float(value))
+    raise TypeError(f"a value is a str, bool, int or float, not {type(value).__name__}")
+
+
+def int_of(text: str) -> Optional[int]:
+    return int(text) if _WHOLE.fullmatch(text) else None
+
+
+def float_of(text: str) -> Optional[float]:
+    number = float(text) if _NUMBER.fullmatch(text) else math.nan
+    return number if math.isfinite(number) else None
+
+
+def bool_of(text: str) -> Optional[bool]:
+    return {"YES": True, "ON": True, "NO": False, "OFF": False}.get(text.upper())
+
+
+def not_a(kind: str, path: str, text: str) -> str:
+    """What is wrong with a value; a secret is not shown."""
+    shown = "it" if _is_secret(path) else ascii(text if len(text) <= 40 else text[:40] + "...")
+    return f"{shown} is not {kind}"
 
 
 def attribute_value_bytes(value: str) -> bytes:

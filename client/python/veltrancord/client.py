@@ -2,18 +2,43 @@
 
 from __future__ import annotations
 
+import contextlib
+import enum
 import os
 import time
-from typing import Iterable, List, Mapping, NamedTuple, Optional, Tuple, Union
+from typing import (Callable, Iterable, Iterator, List, Mapping, NamedTuple, Optional, Tuple,
+                    TypeVar, Union, overload)
 
 from . import bounds
 from .bounds import decode, field_bytes
-from .errors import Error, Result, error_of
+from .errors import Error, NotFound, Result, error_of
 from .event_log import RECORD_SIZE, LogMode, LogRecord
 from .exchange import DEFAULT_SOCKET, Reply, exchange
 
 Lines = List[Tuple[str, str]]
-Settings = Union[Mapping[str, str], Iterable[Tuple[str, str]]]
+Value = bounds.Value
+Settings = Union[Mapping[str, Value], Iterable[Tuple[str, Value]]]
+
+_T = TypeVar("_T")
+
+
+class _Required(enum.Enum):
+    """Stands where a caller gave no default, which may be None."""
+
+    REQUIRED = 0
+
+
+_REQUIRED = _Required.REQUIRED
+
+
+@contextlib.contextmanager
+def _about(subject: str) -> Iterator[None]:
+    """Names in what fails inside what it was about."""
+    try:
+        yield
+    except Error as failure:
+        failure.about(subject)
+        raise
 
 
 class Permit(NamedTuple):
@@ -99,10 +124,53 @@ class Client:
 
     # ---- settings ---------------------------------------------------------------------------
 
-    def get(self, path: str) -> str:
-        """One value; a secret in plain text. Raises `NotFound` for an element without text too."""
-        body = self._text("readvalue", bounds.path_bytes(path, bounds.MAX_READ_PATH))
+    def _get(self, path: str) -> str:
+        with _about(path):
+            body = self._text("readvalue", bounds.path_bytes(path, bounds.MAX_READ_PATH))
         return decode(body.split(b"\0")[0])  # secrets are filled up with zero bytes
+
+    @overload
+    def get(self, path: str) -> str: ...
+
+    @overload
+    def get(self, path: str, default: _T) -> Union[str, _T]: ...
+
+    def get(self, path: str, default: Union[_T, _Required] = _REQUIRED) -> Union[str, _T]:
+        """One value; a secret in plain text. Where there is none, an element without text
+        included: `default`, or without one `NotFound`. All other failures are raised."""
+        try:
+            return self._get(path)
+        except NotFound:
+            if isinstance(default, _Required):
+                raise
+            return default
+
+    def _get_as(self, kind: str, convert: Callable[[str], Optional[_T]], path: str,
+                default: Union[_T, _Required]) -> _T:
+        try:
+            text = self._get(path)
+        except NotFound:
+            if isinstance(default, _Required):
+                raise
+            return default
+        value = convert(text.strip())
+        if value is None:
+            raise error_of(Result.NOT_OF_THAT_KIND, bounds.not_a(kind, path, text), subject=path)
+        return value
+
+    def get_int(self, path: str, default: Union[int, _Required] = _REQUIRED) -> int:
+        """One value that is a whole number in decimal digits. Raises `WrongKind` for any other, with
+        and without `default`, which stands in where there is no value."""
+        return self._get_as("a whole number", bounds.int_of, path, default)
+
+    def get_float(self, path: str, default: Union[float, _Required] = _REQUIRED) -> float:
+        """One value that is a number, "1.5" or "2e3"; failures as those of `get_int`."""
+        return self._get_as("a number", bounds.float_of, path, default)
+
+    def get_bool(self, path: str, default: Union[bool, _Required] = _REQUIRED) -> bool:
+        """One value that is YES or ON (True), NO or OFF (False), in any letter case; failures as
+        those of `get_int`."""
+        return self._get_as("YES or NO", bounds.bool_of, path, default)
 
     @staticmethod
     def _lines(body: bytes) -> Lines:
@@ -119,15 +187,17 @@ class Client:
     def read(self, path: str, *, level: Optional[int] = None) -> Lines:
         """Keys and values of one element, a subtree ("A.B.*") or everything ("*"); with `level`
         what that level may see."""
-        argument = bounds.path_bytes(path, bounds.MAX_READ_PATH)
-        if level is None:
-            return self._lines(self._text("read", argument))
-        return self._lines(self._text("readwithlevel", argument + b"&%d" % level))
+        with _about(path):
+            argument = bounds.path_bytes(path, bounds.MAX_READ_PATH)
+            if level is None:
+                return self._lines(self._text("read", argument))
+            return self._lines(self._text("readwithlevel", argument + b"&%d" % level))
 
     def read_visible(self, path: str) -> Lines:
         """As `read`, without what is not meant to be shown."""
-        return self._lines(
-            self._text("readAndFilter", bounds.path_bytes(path, bounds.MAX_READ_PATH)))
+        with _about(path):
+            return self._lines(
+                self._text("readAndFilter", bounds.path_bytes(path, bounds.MAX_READ_PATH)))
 
     def _write(self, command: str, settings: Settings, attributes: bool = False) -> int:
         pairs = list(settings.items() if isinstance(settings, Mapping) else settings)
@@ -138,23 +208,29 @@ class Client:
             try:
                 if attributes:
                     key = bounds.attribute_path_bytes(path, bounds.MAX_WRITE_PATH)
-                    text = bounds.attribute_value_bytes(value)
+                    text = bounds.attribute_value_bytes(bounds.value_text(value))
                 else:
                     key = bounds.path_bytes(path, bounds.MAX_WRITE_PATH)
-                    text = bounds.value_bytes(path, value)
+                    text = bounds.value_bytes(path, bounds.value_text(value))
             except Error as failure:
                 failure.index = index
+                failure.about(path)
                 raise
             lines.append(key + b"=" + text + b"\n")
-        return self._code(command, b"".join(lines))
+        # The service does not tell which of several it stopped at.
+        first = pairs[0][0]
+        with _about(first if len(pairs) == 1
+                    else f"one of {len(pairs)} settings from {first} on"):
+            return self._code(command, b"".join(lines))
 
     def write(self, settings: Settings) -> int:
         """Writes all settings with one request, in order, and saves them. The service stops at the
-        first that fails and undoes nothing. Return: how many were written."""
+        first that fails and undoes nothing. A value is a text, a number, or a truth value, which
+        is written as YES or NO. Return: how many were written."""
         return self._write("write", settings)
 
-    def set(self, path: str, value: str) -> None:
-        """Writes one value."""
+    def set(self, path: str, value: Value) -> None:
+        """Writes one value, as `write` does."""
         self._write("write", [(path, value)])
 
     def write_memory(self, settings: Settings) -> int:
@@ -166,22 +242,25 @@ class Client:
 
     def remove(self, path: str) -> None:
         """Removes an element, a whole document with its file ("A.*") or everything (".*")."""
-        data = bounds.encode(path) if path == ".*" else bounds.path_bytes(
-            path, bounds.MAX_READ_PATH)
-        self._code("remove", data)
+        with _about(path):
+            data = bounds.encode(path) if path == ".*" else bounds.path_bytes(
+                path, bounds.MAX_READ_PATH)
+            self._code("remove", data)
 
     # ---- attributes -------------------------------------------------------------------------
 
     def get_attribute(self, path: str) -> str:
         """The attribute that the last component names, of the element before it."""
-        argument = bounds.attribute_path_bytes(path, bounds.MAX_READ_PATH)
-        return decode(self._text("readsingleattr", argument))
+        with _about(path):
+            argument = bounds.attribute_path_bytes(path, bounds.MAX_READ_PATH)
+            return decode(self._text("readsingleattr", argument))
 
     def read_attributes(self, path: str) -> Lines:
         """One attribute, all of an element ("A.#"), all below it ("A.*") or one name below it
         ("A.*.Level")."""
-        argument = bounds.attribute_path_bytes(path, bounds.MAX_READ_PATH)
-        return self._lines(self._text("readattr", argument))
+        with _about(path):
+            argument = bounds.attribute_path_bytes(path, bounds.MAX_READ_PATH)
+            return self._lines(self._text("readattr", argument))
 
     def write_attributes(self, settings: Settings) -> int:
         """As `write`; elements that are missing are not created."""
@@ -189,21 +268,25 @@ class Client:
 
     # ---- whole documents; file names are those of the service's side ------------------------
 
+    def _file(self, command: str, file: str, bound: int) -> None:
+        with _about(file):
+            self._code(command, bounds.file_name_bytes(file, bound))
+
     def upload(self, file: str) -> None:
         """Replaces each document that the exchange file holds."""
-        self._code("upload", bounds.file_name_bytes(file, bounds.MAX_UPLOAD_FILE_NAME))
+        self._file("upload", file, bounds.MAX_UPLOAD_FILE_NAME)
 
     def restore(self, file: str) -> None:
         """As `upload`, but values that are set now win over those of the file."""
-        self._code("restore", bounds.file_name_bytes(file, bounds.MAX_RESTORE_FILE_NAME))
+        self._file("restore", file, bounds.MAX_RESTORE_FILE_NAME)
 
     def sync_file(self, file: str) -> None:
         """Sets each value of the file in the documents that are loaded."""
-        self._code("syncxml", bounds.file_name_bytes(file, bounds.MAX_SYNC_FILE_NAME))
+        self._file("syncxml", file, bounds.MAX_SYNC_FILE_NAME)
 
     def download(self, file: str) -> None:
         """Writes every document into one exchange file."""
-        self._code("download", bounds.file_name_bytes(file, bounds.MAX_DOWNLOAD_FILE_NAME))
+        self._file("download", file, bounds.MAX_DOWNLOAD_FILE_NAME)
 
     def backup(self, text: str = "") -> None:
         """Runs the device's backup script with `text` on its command line, where a shell reads it:
@@ -247,20 +330,25 @@ class Client:
 
     def group_may(self, group: str, permit: str, argument: Optional[str] = None) -> bool:
         """Whether a group may use what the permit names. False also for an unknown group."""
-        return self._answer("isPermitAllow", self._fields(group, permit, argument))
+        with _about(permit):
+            return self._answer("isPermitAllow", self._fields(group, permit, argument))
 
     def user_may(self, user: str, permit: str, argument: Optional[str] = None) -> bool:
-        return self._answer("isPermitAllowByUser", self._fields(user, permit, argument))
+        with _about(permit):
+            return self._answer("isPermitAllowByUser", self._fields(user, permit, argument))
 
     def user_may_cgi(self, user: str, command: str, parameters: Optional[str] = None) -> bool:
         """Whether a user may issue a CGI command."""
-        return self._answer("GetCGIPermitFilter", self._fields(user, command, parameters))
+        with _about(command):
+            return self._answer("GetCGIPermitFilter", self._fields(user, command, parameters))
 
     def permit_value(self, group: str, permit: str) -> str:
-        return decode(self._text("getPermitValue", self._fields(group, permit, None)))
+        with _about(permit):
+            return decode(self._text("getPermitValue", self._fields(group, permit, None)))
 
     def user_group(self, user: str) -> str:
-        return decode(self._text("getGroupName", field_bytes(user, separator=False)))
+        with _about(user):
+            return decode(self._text("getGroupName", field_bytes(user, separator=False)))
 
     def list_permits(self) -> List[Permit]:
         permits = []

@@ -44,6 +44,7 @@ class Result(enum.IntEnum):
     COMMAND_HAS_SEPARATOR = -132
     FIELD_EMPTY = -133
     TEXT_HAS_NUL = -134
+    NOT_OF_THAT_KIND = -135
 
 
 TEXTS = {
@@ -79,16 +80,19 @@ TEXTS = {
     Result.COMMAND_HAS_SEPARATOR: "a command name cannot be empty or hold ':'",
     Result.FIELD_EMPTY: "this field cannot be empty",
     Result.TEXT_HAS_NUL: "a text cannot hold a NUL byte",
+    Result.NOT_OF_THAT_KIND: "the value is not of the kind asked for",
 }
 
 
 class Error(Exception):
     """A command that failed.
 
-    code    the result; a `Result` where it has a name
-    detail  what the system or the library has to add, or None
-    bound   for what is over a bound: the bound, and in `found` the length
-    index   which of several settings was refused, from 0
+    code     the result; a `Result` where it has a name
+    subject  what the call was about: the path of a setting, a file, a user, a permit, the socket
+             that cannot be reached; None where there is none. Never a value, session or captcha
+    detail   what the system or the library has to add, or None
+    bound    for what is over a bound: the bound, and in `found` the length
+    index    which of several settings was refused, from 0
     """
 
     def __init__(
@@ -99,6 +103,7 @@ class Error(Exception):
         bound: Optional[int] = None,
         found: Optional[int] = None,
         index: Optional[int] = None,
+        subject: Optional[str] = None,
     ) -> None:
         try:
             self.code: int = Result(code)
@@ -114,7 +119,21 @@ class Error(Exception):
             text += f": {found} bytes, at most {bound}"
         elif detail is not None:
             text += f": {detail}"
-        super().__init__(f"{text} ({int(code)})")
+        self._text = f"{text} ({int(code)})"
+        super().__init__(self._text)
+        self.subject: Optional[str] = None
+        if subject is not None:
+            self.about(subject)
+
+    def about(self, subject: str) -> None:
+        """Names what the call was about, unless something nearer to the cause is named already."""
+        if self.subject is None:
+            self.subject = subject
+            shown = "".join(letter if letter.isprintable() else "?" for letter in subject)
+            self.args = (f"{shown}: {self._text}",)
+
+    def __str__(self) -> str:
+        return str(self.args[0])  # an OSError among the bases would print otherwise
 
 
 class NotFound(Error, LookupError):
@@ -137,6 +156,10 @@ class Refused(Error, ValueError):
     """The library did not send it: the service would cut, split or misread it."""
 
 
+class WrongKind(Error, ValueError):
+    """There is such a setting, but its value is no number, or neither YES nor NO."""
+
+
 _FIRST_REFUSED = Result.INVALID_USE
 
 
@@ -147,6 +170,7 @@ def error_of(
     bound: Optional[int] = None,
     found: Optional[int] = None,
     index: Optional[int] = None,
+    subject: Optional[str] = None,
 ) -> Error:
     """The exception for a result."""
     kinds: Dict[int, Type[Error]] = {
@@ -154,6 +178,7 @@ def error_of(
         Result.DENIED: Denied,
         Result.UNREACHABLE: Unreachable,
         Result.TIMED_OUT: TimedOut,
+        Result.NOT_OF_THAT_KIND: WrongKind,
     }
     kind = kinds.get(code, Refused if code <= _FIRST_REFUSED else Error)
-    return kind(code, detail, bound=bound, found=found, index=index)
+    return kind(code, detail, bound=bound, found=found, index=index, subject=subject)

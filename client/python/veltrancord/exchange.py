@@ -70,7 +70,7 @@ def _connect(
                 wait_for_socket and failure.errno == errno.ENOENT))
             if not passing or deadline.left() == 0.0:
                 detail = os.strerror(failure.errno) if failure.errno else str(failure)
-                raise error_of(Result.UNREACHABLE, detail) from failure
+                raise error_of(Result.UNREACHABLE, detail, subject=path) from failure
         except BaseException:
             connection.close()
             raise
