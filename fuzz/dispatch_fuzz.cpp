@@ -18,9 +18,7 @@
 #include "leaf/byte_order.h"
 #include "leaf/owned_fd.h"
 #include "sandbox.h"
-#include "server/connection.h"
-#include "server/receiver.h"
-#include "server/request_server.h"
+#include "server/serving.h"
 #include "service/commands.h"
 #include "small_store.h"
 #include "update/program_queue.h"
@@ -38,6 +36,8 @@ struct small_worker {
         require(g_event_log.start_with_capacity(event_log_path, log_capacity) == 0, "the log");
         server.listener.change_counter = &changes;
         server.listener.sessions = &sessions;
+        server.commands = command_table();
+        server.follow_ups = command_follow_ups();
         init_permit_list();
         init_group_list();
         init_filter_list();
@@ -71,7 +71,7 @@ void receive_some(int fd, std::string& all) {
     }
 }
 
-std::string exchange(request_server& server, std::string_view payload) {
+std::string reply_to(request_server& server, std::string_view payload) {
     int ends[2];
     require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "a pair of sockets");
     const owned_fd client(ends[0]);
@@ -84,11 +84,13 @@ std::string exchange(request_server& server, std::string_view payload) {
     require(::send(client.get(), frame.data(), frame.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
                 static_cast<ssize_t>(frame.size()),
             "the socket takes it all");
-    require(do_read(*served) == read_outcome::over, "a whole request is served at once");
+    require(serve(*served), "memory to wait");
+    require(server.clients.empty() || served->write_event != nullptr,
+            "a whole request is served at once");
     // A long reply goes out piece by piece, whenever there is room.
     std::string all;
     receive_some(client.get(), all);
-    while (::fcntl(ends[1], F_GETFD) >= 0) {
+    while (!server.clients.empty()) {
         server.loop.run_pass();
         receive_some(client.get(), all);
     }
@@ -123,13 +125,13 @@ void try_input(input_reader& input) {
     for (int turn = 0; turn < most_requests && !input.empty(); ++turn) {
         const std::string_view payload = input.piece();
         if (!payload.empty()) {
-            check_reply(payload, exchange(worker.server, payload));
+            check_reply(payload, reply_to(worker.server, payload));
             check_document_set();
             require(queued_programs() == 0, "the queue is empty between commands");
         }
     }
     require(lowest_free_descriptor() == descriptor, "every descriptor is closed");
-    const std::string last = exchange(worker.server, "maxlogcount:");
+    const std::string last = reply_to(worker.server, "maxlogcount:");
     require(last == std::string("\5\0\0\0", 4), "the service goes on");
 }
 

@@ -11,9 +11,7 @@
 #include "fuzz_target.h"
 #include "leaf/byte_order.h"
 #include "leaf/owned_fd.h"
-#include "server/connection.h"
-#include "server/receiver.h"
-#include "server/request_server.h"
+#include "server/serving.h"
 
 namespace veltrancord::fuzz {
 namespace {
@@ -108,27 +106,25 @@ void try_input(input_reader& input) {
 
     static request_server server;
     server.commands = rows;
-    server.follow_ups = {[] {}, [] {}};
     int ends[2];
     require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "a pair of sockets");
     const owned_fd client(ends[0]);
     connection* const served = open_connection(server, owned_fd(ends[1]));
     require(served != nullptr, "memory for a connection");
-    read_outcome outcome = read_outcome::waiting;
+    const auto waits = [] { return !server.clients.empty(); };
     // What stands before the start code may come at any time before it.
     const std::size_t garbage = std::min(sent.find('?'), sent.size());
     if (in_pieces && garbage > 0) {
         send_all(client.get(), std::string_view(sent).substr(0, garbage));
-        outcome = do_read(*served);
-        require(outcome == read_outcome::waiting, "garbage is waited behind");
+        require(serve(*served) && waits(), "garbage is waited behind");
         sent.erase(0, garbage);
     }
     if (!sent.empty()) {
         send_all(client.get(), sent);
     }
     ::shutdown(client.get(), SHUT_WR);
-    while (outcome == read_outcome::waiting) {
-        outcome = do_read(*served);
+    while (waits()) {
+        require(serve(*served), "memory to wait");
     }
     require(g_argument == argument, "what the handler gets");
     require(receive_all(client.get()) == reply, "what the client gets");

@@ -20,6 +20,14 @@ done
 if git grep -nE '^(TEST|TEST_F|TEST_P)\( *([a-z]|[A-Za-z0-9]*_|[A-Za-z0-9]+, *([a-z]|[A-Za-z0-9]*_))' -- '*_test.cpp'; then
     status=1
 fi
+# A client has one owner, and one place where it ends.
+if git grep -nE 'release_item|clients\.(erase|clear|pop|remove|emplace)' -- 'src/*' ':!src/server/serving.*' ':!*_test.cpp'; then
+    status=1
+fi
+# The server knows no subsystem: what it runs is handed to it.
+if git grep -nE '#include "' -- 'src/server/*' ':!*_test.cpp' | grep -vE '"(leaf|handler|server)/'; then
+    status=1
+fi
 if ((status != 0)); then
     echo 'These lines need other words.' >&2
 fi

@@ -1,15 +1,14 @@
-// One accepted client: a request, its reply, and the events that lead from one to the other.
+// One accepted client: its request, its reply, and the events that call for it.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <list>
 #include <memory>
 #include <string_view>
 
 #include "handler/handler.h"
-#include "handler/reply_text.h"
 #include "leaf/owned_fd.h"
 
 namespace veltrancord {
@@ -17,44 +16,36 @@ namespace veltrancord {
 struct loop_event;
 struct request_server;
 
-inline constexpr int32_t idle_limit = 30'000;  // milliseconds until a silent client is let go
+// What is to come next for a client. Each step of serving it returns one of these and leaves the
+// client where it is; serving.cpp alone acts on it.
+enum class next_step {
+    wait_to_read,   // no request has begun
+    run_command,    // the request is complete
+    wait_to_write,  // the socket takes no more of the reply for now
+    over,           // served, or failed: the client is to be ended
+};
 
 struct free_payload {
     void operator()(char* payload) const noexcept { std::free(payload); }
 };
 
-// Owned by nobody but the events that lead to it: open_connection makes it, release_item ends it.
+// Owned by request_server::clients from the accept to the end; all others borrow it for a call.
 // Server thread only.
 struct connection : connection_record {
     request_server* server = nullptr;
+    std::list<connection>::iterator place;  // in the list that owns it
     owned_fd fd;
 
     // A request that is too long to stay where it was received: its bytes and a NUL.
     std::unique_ptr<char, free_payload> payload_block;
 
     int32_t result = 0;
-    std::array<unsigned char, reply_text::frame_header> code = {};  // the frame without a body
-    std::string_view frame;                                         // what is to be sent
-    std::size_t written = 0;                                        // bytes of it that are sent
+    std::string_view frame;   // what is to be sent, in the reply; empty without a text
+    std::size_t written = 0;  // bytes of it that are sent
 
     loop_event* read_event = nullptr;
     loop_event* idle_timer = nullptr;
     loop_event* write_event = nullptr;
 };
-
-// A connection on the accepted socket `fd`, which must not block.
-//
-// Return: null when memory could not be had; `fd` is then closed. Nothing is printed.
-[[nodiscard]] connection* open_connection(request_server& server, owned_fd fd);
-
-// Waits for the client's request: watches the socket and starts the idle timer.
-//
-// Return: false when memory could not be had; the connection is then still there. Nothing is
-// printed.
-[[nodiscard]] bool await_request(connection& client);
-
-// Ends the connection: takes its events out of the loop, closes the socket and frees everything.
-// The pointer is dead afterwards. A null pointer prints "release_item NULL Pointer".
-void release_item(connection* client);
 
 }  // namespace veltrancord

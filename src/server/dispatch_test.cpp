@@ -2,17 +2,55 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <span>
 #include <string>
 
 #include "leaf/termination.h"
-#include "support/exchange_fixture.h"
+#include "support/client_fixture.h"
 
 namespace veltrancord {
 namespace {
 
 using namespace std::string_literals;
 
-class Dispatching : public exchange {};
+int32_t first_handler(connection_record& /*connection*/, command_argument /*argument*/,
+                      int32_t /*row*/) {
+    return 1;
+}
+
+int32_t second_handler(connection_record& /*connection*/, command_argument /*argument*/,
+                       int32_t /*row*/) {
+    return 2;
+}
+
+TEST(FindCommand, ComparesNamesExactly) {
+    const std::array<command_row, 2> rows = {
+        {{"read", first_handler, ""}, {"readvalue", second_handler, ""}}};
+    EXPECT_EQ(find_command(rows, "read"), 0);
+    EXPECT_EQ(find_command(rows, "readvalue"), 1);
+    EXPECT_EQ(find_command(rows, "Read"), -1);
+    EXPECT_EQ(find_command(rows, "rea"), -1);
+    EXPECT_EQ(find_command(rows, "readv"), -1);
+    EXPECT_EQ(find_command(rows, "read "), -1);
+    EXPECT_EQ(find_command(rows, ""), -1);
+}
+
+TEST(FindCommand, TakesTheFirstRowOfAName) {
+    const std::array<command_row, 3> rows = {{{"other", first_handler, ""},
+                                              {"twice", first_handler, ""},
+                                              {"twice", second_handler, ""}}};
+    EXPECT_EQ(find_command(rows, "twice"), 1);
+}
+
+TEST(FindCommand, PassesOverRowsWithoutAHandler) {
+    const std::array<command_row, 2> rows = {
+        {{"twice", nullptr, ""}, {"twice", second_handler, ""}}};
+    EXPECT_EQ(find_command(rows, "twice"), 1);
+    EXPECT_EQ(find_command(std::span(rows).first(1), "twice"), -1);
+}
+
+class Dispatching : public one_client {};
 
 TEST_F(Dispatching, GivesTheHandlerWhatStandsBehindTheFirstColon) {
     request("echo:a:b?c");
@@ -81,7 +119,7 @@ TEST_F(Dispatching, FollowsUpBeforeTheReplyCanBeRead) {
     static int client_fd;
     waiting_bytes = -1;
     client_fd = client_.get();
-    server_.follow_ups[1] = [] {
+    follow_ups_[1] = [] {
         char byte;
         waiting_bytes = static_cast<int>(::recv(client_fd, &byte, 1, MSG_DONTWAIT | MSG_PEEK));
     };
@@ -109,7 +147,7 @@ TEST_F(Dispatching, EndsOnlyTheRequestWhenMemoryRunsOutInAHandler) {
 }
 
 TEST_F(Dispatching, SendsTheReplyWhenMemoryRunsOutInTheFollowUp) {
-    server_.follow_ups[0] = [] { throw std::bad_alloc(); };
+    follow_ups_[0] = [] { throw std::bad_alloc(); };
     EXPECT_EQ(request("echo:x"), code_of(1) + "x");
     EXPECT_EQ(g_seen.follow_ups, "2");
 }
@@ -121,11 +159,10 @@ TEST_F(Dispatching, FollowsUpEvenWhenTheReplyCouldNotBeQueued) {
     EXPECT_EQ(g_seen.follow_ups, "12");
 }
 
-// Names end at the first ":" or NUL wherever it is; those near 32 bytes are looked for in two ways.
 TEST_F(Dispatching, FindsTheEndOfANameOfAnyLength) {
     const auto answer = [this](const std::string& payload) {
         std::string reply = request(payload);
-        exchange_again();
+        connect_again();
         return reply;
     };
     for (std::size_t length = 30; length <= 34; ++length) {
@@ -136,7 +173,6 @@ TEST_F(Dispatching, FindsTheEndOfANameOfAnyLength) {
     }
     EXPECT_EQ(answer(std::string(100'000, 'n')), "");
     EXPECT_EQ(answer(std::string(100'000, 'n') + ":"), code_of(-4));
-    release();
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <forward_list>
 #include <vector>
 
 #include "server/loop_time.h"
@@ -20,7 +20,7 @@ using event_callback = void (*)(void* argument);
 enum class watch_direction { read, write };
 
 // One timer or watched descriptor. Made, owned and freed by the loop; whoever added it may keep the
-// pointer until it calls event_loop::remove, or, for a one-shot event, until its callback begins.
+// pointer until it calls event_loop::remove, or, for a one-shot event, until its callback returns.
 struct loop_event {
     enum flag : uint32_t {
         active = 1,
@@ -39,8 +39,6 @@ struct loop_event {
     int fd = -1;  // watched descriptors; not owned
     watch_direction direction = watch_direction::read;
     std::size_t slot = 0;  // where this pass asks about it
-
-    loop_event* next = nullptr;  // in the loop's list
 };
 
 class event_loop {
@@ -63,8 +61,8 @@ class event_loop {
     [[nodiscard]] loop_event* add_descriptor(int fd, watch_direction direction,
                                              event_callback callback, void* argument);
 
-    // Marks the event for freeing and clears the caller's pointer; null does nothing. Its callback
-    // is not called any more, not even in this pass.
+    // Marks the event for freeing at the end of the pass and clears the caller's pointer; null does
+    // nothing. Its callback is not called any more, not even in this pass.
     void remove(loop_event*& event);
 
     // Makes run() return after this pass, whose callbacks not yet called are left out.
@@ -77,9 +75,10 @@ class event_loop {
     void run_pass();
 
   private:
+    using event_list = std::forward_list<loop_event>;  // newest first
+
     bool make_room();
-    loop_event* new_event();
-    loop_event* add(loop_event*& list, event_callback callback, void* argument);
+    static loop_event* add(event_list& list, event_callback callback, void* argument);
     const loop_time* arm_timers();
     void arm_descriptors();
     int limit_wait(const loop_time* nearest);
@@ -88,13 +87,10 @@ class event_loop {
     void fire_timers();
     void fire_descriptors();
     void sweep();
-    std::size_t sweep(loop_event*& list);
 
     loop_time (*now_)();
-    std::deque<loop_event> events_;      // all there are; each is in one of the three lists
-    loop_event* timers_ = nullptr;       // newest first
-    loop_event* descriptors_ = nullptr;  // newest first
-    loop_event* spare_ = nullptr;        // freed events, kept so that a request allocates none
+    event_list timers_;
+    event_list descriptors_;
     wait_alarm alarm_;
     std::vector<pollfd> places_;  // for poll; as many as there are descriptors, or more
     std::size_t watched_ = 0;     // of the places, those that this pass asks about

@@ -27,4 +27,10 @@ frame_head find_frame_head(std::string_view received) {
     return head;
 }
 
+std::array<unsigned char, result_size> code_frame(int32_t result) {
+    std::array<unsigned char, result_size> code = {};
+    store_le32(code.data(), static_cast<uint32_t>(result));
+    return code;
+}
+
 }  // namespace veltrancord

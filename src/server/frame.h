@@ -1,6 +1,8 @@
-// The head of a request frame: the start code "?" and the length of the payload behind it.
+// The frames of both directions. A request is the start code "?", the length of the payload, and
+// the payload; a reply is the result and, where there is one, its text.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -9,6 +11,7 @@ namespace veltrancord {
 
 inline constexpr char start_code = '?';
 inline constexpr std::size_t length_size = 4;  // bytes of the little-endian length
+inline constexpr std::size_t result_size = 4;  // bytes of the little-endian result
 
 enum class frame_head_state {
     no_start_code,   // nothing but bytes to skip
@@ -28,5 +31,9 @@ struct frame_head {
 
 // The length in 4 little-endian bytes at `bytes`.
 [[nodiscard]] uint32_t frame_length(const char* bytes);
+
+// A reply without a text. One with a text is put together where the text is
+// (reply_text::frame).
+[[nodiscard]] std::array<unsigned char, result_size> code_frame(int32_t result);
 
 }  // namespace veltrancord

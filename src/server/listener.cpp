@@ -11,8 +11,6 @@
 
 #include "leaf/message.h"
 #include "leaf/termination.h"
-#include "server/connection.h"
-#include "server/receiver.h"
 
 namespace veltrancord {
 
@@ -22,10 +20,7 @@ constexpr const char* log_name = "do_accept";
 
 // Milliseconds for which the listening socket is left alone after a newcomer could be neither taken
 // nor turned away: long enough not to spin, short enough not to be felt.
-constexpr int32_t accept_pause = 100;
-
-// Newcomers that are taken before the loop looks after all others again.
-constexpr int most_newcomers = 16;
+constexpr int32_t pause_length = 100;
 
 owned_fd accept_client(const request_server& server) {
     // SO_REUSEADDR, usual for accepted sockets, would be a system call for nothing: a local socket
@@ -41,17 +36,17 @@ void open_reserve(request_server& server) {
 
 void resume_accepting(void* argument) {
     request_server& server = *static_cast<request_server*>(argument);
-    server.accept_pause = nullptr;  // it has fired
+    server.pause_timer = nullptr;  // it has fired
     open_reserve(server);
     if (!start_listening(server)) {
-        server.accept_pause = server.loop.add_timer(accept_pause, true, resume_accepting, &server);
+        server.pause_timer = server.loop.add_timer(pause_length, true, resume_accepting, &server);
     }
 }
 
 // Without memory for the timer the socket stays watched: better to spin than to be deaf.
 void pause_accepting(request_server& server) {
-    server.accept_pause = server.loop.add_timer(accept_pause, true, resume_accepting, &server);
-    if (server.accept_pause != nullptr) {
+    server.pause_timer = server.loop.add_timer(pause_length, true, resume_accepting, &server);
+    if (server.pause_timer != nullptr) {
         server.loop.remove(server.accept_event);
     }
 }
@@ -103,55 +98,9 @@ void accept_failed(request_server& server, int error) {
     }
 }
 
-// A client whose request is there already needs no events. Where the one processor goes to the
-// server as soon as a client connects, none has sent anything yet, and looking is a call for
-// nothing.
-//
-// Return: whether the request was there, and was served.
-bool serve_early(request_server& server, connection& client) {
-    if (!server.early_request.worth_a_try()) {
-        return false;
-    }
-    if (do_read(client) == read_outcome::over) {
-        return true;
-    }
-    server.early_request.was_wrong();
-    return false;
-}
-
-// Return: as serve_early.
-bool welcome(request_server& server, owned_fd fd) {
-    server.refusal_reported = false;
-    connection* const client = open_connection(server, std::move(fd));
-    if (client != nullptr && serve_early(server, *client)) {
-        return true;
-    }
-    if (client == nullptr || !await_request(*client)) {
-        print_error("%s Allocate memory fail!!\n", log_name);
-        if (client != nullptr) {
-            release_item(client);
-        }
-    }
-    return false;
-}
-
-// Of a crowd several are taken at once, without asking poll before each. An accept that finds
-// nobody costs as much as one that does, so it is tried only where clients are ahead of the server.
-void take_crowd(request_server& server) {
-    for (int taken = 1; taken < most_newcomers && server.further_newcomer.worth_a_try(); ++taken) {
-        owned_fd fd = accept_client(server);
-        if (!fd) {
-            server.further_newcomer.was_wrong();
-            return;  // if something else has failed, it fails in the next pass again
-        }
-        if (!welcome(server, std::move(fd))) {
-            return;
-        }
-    }
-}
-
 }  // namespace
 
+// A client whose request is there already, as is usual, is served at once and needs no events.
 void do_accept(void* argument) {
     request_server& server = *static_cast<request_server*>(argument);
     owned_fd fd = accept_client(server);
@@ -159,8 +108,10 @@ void do_accept(void* argument) {
         accept_failed(server, errno);
         return;
     }
-    if (welcome(server, std::move(fd))) {
-        take_crowd(server);
+    server.refusal_reported = false;
+    connection* const client = open_connection(server, std::move(fd));
+    if (client == nullptr || !serve(*client)) {
+        print_error("%s Allocate memory fail!!\n", log_name);
     }
 }
 
@@ -179,6 +130,8 @@ void* server_thread(void* argument) {
     server.listener.fd = start.fd;
     server.listener.change_counter = start.change_counter;
     server.listener.sessions = start.sessions;
+    server.commands = start.commands;
+    server.follow_ups = start.follow_ups;
     start.lists_ready.wait();
     open_reserve(server);
     if (!start_listening(server)) {

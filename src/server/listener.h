@@ -4,12 +4,13 @@
 #include <atomic>
 #include <cstdint>
 #include <latch>
+#include <span>
 
-#include "server/request_server.h"
+#include "server/serving.h"
 
 namespace veltrancord {
 
-// Accepts one client and reads what it has sent already. `argument` is the request_server.
+// Accepts one client and serves it as far as it goes. `argument` is the request_server.
 void do_accept(void* argument);
 
 // Starts watching server.listener.fd, which must be set.
@@ -22,6 +23,8 @@ struct server_start {
     int fd = -1;  // the listening socket
     std::atomic<uint32_t>* change_counter = nullptr;
     session_lists* sessions = nullptr;
+    std::span<const command_row> commands;   // outlives the thread, as the follow-ups do
+    std::span<follow_up* const> follow_ups;  // serving.h tells when they run
     std::latch lists_ready{1};  // counted down when handlers may run; clients wait until then
 };
 

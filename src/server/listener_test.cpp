@@ -11,29 +11,14 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "leaf/termination.h"
 #include "server/local_server.h"
-#include "support/exchange_fixture.h"
-
-namespace {
-
-bool g_noMemory = false;
-
-}  // namespace
-
-// Connections are the only things that are allocated this way.
-void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    try {
-        return g_noMemory ? nullptr : ::operator new(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
+#include "support/client_fixture.h"
+#include "support/memory_seam.h"
 
 namespace veltrancord {
 namespace {
@@ -63,7 +48,6 @@ class Listener : public testing::Test {
         directory_ = ::mkdtemp(name);
         path_ = directory_ + "/socket";
         server_.commands = test_handlers::rows;
-        server_.follow_ups = {[] {}, [] {}};
     }
     ~Listener() override {
         // By now the clients have gone: connections that still wait for them find that out.
@@ -96,20 +80,6 @@ class Listener : public testing::Test {
             client.reset();
         }
         return client;
-    }
-
-    [[nodiscard]] owned_fd connect_and_send(std::string_view payload) const {
-        owned_fd client = connect();
-        const std::string frame = request_frame_of(payload);
-        EXPECT_EQ(::send(client.get(), frame.data(), frame.size(), 0),
-                  static_cast<ssize_t>(frame.size()));
-        return client;
-    }
-
-    // Whether the result alone has come.
-    static bool is_answered(const owned_fd& client) {
-        char reply[8] = {};
-        return ::recv(client.get(), reply, sizeof reply, MSG_DONTWAIT) == 4;
     }
 
     std::string accept_and_capture() {
@@ -173,72 +143,6 @@ TEST_F(Listener, ServesARequestThatComesLater) {
     EXPECT_EQ(std::string(reply, 4), code_of(-4));
 }
 
-TEST_F(Listener, LooksAtEveryEighthNewcomerOnlyAfterOneThatHadSentNothing) {
-    listen();
-    g_seen = {};
-    const owned_fd silent = connect();
-    do_accept(&server_);
-    std::vector<owned_fd> clients;
-    for (int count = 1; count <= 8; ++count) {
-        clients.push_back(connect_and_send("code:7"));
-        do_accept(&server_);
-        EXPECT_EQ(g_seen.calls, count == 8 ? 1 : 0);
-    }
-    server_.loop.run_pass();
-    EXPECT_EQ(g_seen.calls, 8);
-    for (const owned_fd& client : clients) {
-        EXPECT_TRUE(is_answered(client));
-    }
-}
-
-TEST_F(Listener, TakesACrowdThatHasSentItsRequestsAtOnce) {
-    listen();
-    g_seen = {};
-    std::vector<owned_fd> clients;
-    for (int count = 0; count < 20; ++count) {
-        clients.push_back(connect_and_send("code:7"));
-    }
-    do_accept(&server_);
-    EXPECT_EQ(g_seen.calls, 16);  // the others of the loop have their turn
-    do_accept(&server_);
-    EXPECT_EQ(g_seen.calls, 20);
-    for (const owned_fd& client : clients) {
-        EXPECT_TRUE(is_answered(client));
-    }
-}
-
-TEST_F(Listener, TriesNoMoreNewcomersBehindOneThatHasSentNothing) {
-    listen();
-    g_seen = {};
-    const owned_fd first = connect_and_send("code:7");
-    const owned_fd silent = connect();
-    const owned_fd last = connect_and_send("code:7");
-    do_accept(&server_);
-    EXPECT_EQ(g_seen.calls, 1);
-    do_accept(&server_);
-    server_.loop.run_pass();
-    EXPECT_EQ(g_seen.calls, 2);
-    EXPECT_TRUE(is_answered(last));
-}
-
-TEST_F(Listener, TriesNoFurtherNewcomerForAWhileAfterThereWasNone) {
-    listen();
-    g_seen = {};
-    const owned_fd alone = connect_and_send("code:7");
-    do_accept(&server_);
-    EXPECT_EQ(g_seen.calls, 1);
-    std::vector<owned_fd> clients;
-    for (int count = 0; count < 33; ++count) {
-        clients.push_back(connect_and_send("code:7"));
-    }
-    for (int count = 1; count <= 31; ++count) {
-        do_accept(&server_);
-        EXPECT_EQ(g_seen.calls, 1 + count);
-    }
-    do_accept(&server_);
-    EXPECT_EQ(g_seen.calls, 34);
-}
-
 TEST_F(Listener, AcceptedSocketsNeitherBlockNorTravelIntoChildren) {
     listen();
     const owned_fd client = connect();
@@ -273,10 +177,10 @@ TEST_F(Listener, PausesWhenANewcomerCannotEvenBeTurnedAway) {
     // and nothing is in reserve
     EXPECT_EQ(accept_without_descriptors(), "do_accept accept: Too many open files!!\n");
     EXPECT_EQ(server_.accept_event, nullptr);
-    ASSERT_NE(server_.accept_pause, nullptr);
+    ASSERT_NE(server_.pause_timer, nullptr);
     server_.loop.run_pass();  // waits for the end of the pause
     EXPECT_NE(server_.accept_event, nullptr);
-    EXPECT_EQ(server_.accept_pause, nullptr);
+    EXPECT_EQ(server_.pause_timer, nullptr);
     EXPECT_TRUE(server_.reserve);
     const std::string frame = request_frame_of("nothing:");
     ASSERT_EQ(::send(client.get(), frame.data(), frame.size(), 0),
@@ -303,7 +207,7 @@ TEST_F(Listener, IsNotWatchedAnyMoreOnceItWasShutDown) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "do_accept accept: Resource temporarily unavailable!!\n");
     EXPECT_EQ(server_.accept_event, nullptr);
-    EXPECT_EQ(server_.accept_pause, nullptr);
+    EXPECT_EQ(server_.pause_timer, nullptr);
     EXPECT_FALSE(connect());
 }
 
@@ -320,9 +224,12 @@ TEST_F(Listener, ThatWasShutDownSaysNothingInAProcessThatIsEnding) {
 TEST_F(Listener, ClosesANewcomerForWhichThereIsNoMemory) {
     listen();
     const owned_fd client = connect();
-    g_noMemory = true;
-    EXPECT_EQ(accept_and_capture(), "do_accept Allocate memory fail!!\n");
-    g_noMemory = false;
+    testing::internal::CaptureStderr();
+    {
+        const no_memory_left none;
+        do_accept(&server_);
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "do_accept Allocate memory fail!!\n");
     EXPECT_TRUE(is_closed_by_server(client));
     EXPECT_NE(server_.accept_event, nullptr);
 }

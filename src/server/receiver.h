@@ -1,18 +1,33 @@
 // Reading one request from a connection.
 #pragma once
 
+#include <cstddef>
+#include <span>
+
 #include "server/connection.h"
 
 namespace veltrancord {
 
-enum class read_outcome {
-    waiting,  // no request has begun; the connection is still there
-    over,     // the request was served or has failed: the connection is not to be touched any more
+// A request while it is received and served: where its bytes go, and in the end its payload.
+struct received_request {
+    // One call takes in a whole request of the usual size. What is read here beyond the frame is
+    // thus already out of the socket, which matters when it is closed.
+    static constexpr std::size_t capacity = 4096;
+
+    received_request() noexcept {}  // the bytes are deliberately not cleared
+
+    char bytes[capacity + 1];  // with room for a NUL behind the payload
+    std::size_t size = 0;      // of what the last call took in
+
+    // Complete, with a NUL behind it; in `bytes`, or in the connection's payload block.
+    std::span<char> payload;
 };
 
 // Reads what a readable connection holds; called each time it can be read. Once a start code is
-// there the whole request is read and served within the call, which waits for the rest of the
-// payload as long as it takes; failures are printed here and release the connection.
-read_outcome do_read(connection& client);
+// there the whole request is read within the call, which waits for the rest of the payload as long
+// as it takes. Failures are printed here.
+//
+// Return: wait_to_read, run_command with `request.payload` set, or over.
+[[nodiscard]] next_step do_read(connection& client, received_request& request);
 
 }  // namespace veltrancord

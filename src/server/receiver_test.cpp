@@ -7,33 +7,29 @@
 #include <string>
 #include <thread>
 
-#include "support/exchange_fixture.h"
+#include "support/client_fixture.h"
 
 namespace veltrancord {
 namespace {
 
 using namespace std::string_literals;
 
-class RequestReader : public exchange {};
+class RequestReader : public one_client {};
 
 TEST_F(RequestReader, ServesAWholeFrame) {
     EXPECT_EQ(request("echo:hello"), code_of(5) + "hello");
 }
 
 TEST_F(RequestReader, SkipsGarbageBeforeTheStartCode) {
-    EXPECT_EQ(exchange_bytes("\0\xFF\ngarbage"s + request_frame_of("echo:x")), code_of(1) + "x");
+    EXPECT_EQ(reply_to("\0\xFF\ngarbage"s + request_frame_of("echo:x")), code_of(1) + "x");
 }
 
 // More than one read's worth of garbage, ending at every place around the end of the read buffer:
 // the frame's head is cut by our buffer, not by the client.
 TEST_F(RequestReader, SkipsGarbageOfAnyLength) {
-    release();
     for (std::size_t length = 4080; length < 4110; ++length) {
-        int ends[2];
-        ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-        client_.reset(ends[0]);
-        connection_ = open_connection(server_, owned_fd(ends[1]));
-        EXPECT_EQ(exchange_bytes(std::string(length, 'x') + request_frame_of("echo:hello")),
+        connect_again();
+        EXPECT_EQ(reply_to(std::string(length, 'x') + request_frame_of("echo:hello")),
                   code_of(5) + "hello")
             << length;
     }
@@ -41,16 +37,19 @@ TEST_F(RequestReader, SkipsGarbageOfAnyLength) {
 
 TEST_F(RequestReader, WaitsWhenOnlyGarbageIsThere) {
     send("garbage");
-    EXPECT_EQ(do_read(*connection_), read_outcome::waiting);
+    serve_client();
+    EXPECT_FALSE(is_released());
     send(std::string(4096, 'x'));
-    EXPECT_EQ(do_read(*connection_), read_outcome::waiting);
+    serve_client();
+    EXPECT_FALSE(is_released());
     EXPECT_EQ(request("echo:hello"), code_of(5) + "hello");
 }
 
 TEST_F(RequestReader, WaitsWhenNothingIsThere) {
-    EXPECT_EQ(do_read(*connection_), read_outcome::waiting);
-    EXPECT_EQ(do_read(*connection_), read_outcome::waiting);
-    release();
+    serve_client();
+    EXPECT_FALSE(is_released());
+    serve_client();
+    EXPECT_FALSE(is_released());
 }
 
 TEST_F(RequestReader, ReportsTheEndOfTheStreamBeforeAStartCode) {
@@ -59,7 +58,8 @@ TEST_F(RequestReader, ReportsTheEndOfTheStreamBeforeAStartCode) {
 
 TEST_F(RequestReader, ReportsTheEndOfTheStreamBehindGarbage) {
     send("garbage");
-    EXPECT_EQ(do_read(*connection_), read_outcome::waiting);
+    serve_client();
+    EXPECT_FALSE(is_released());
     EXPECT_EQ(failure_of("", true), "do_read Check start code fail ret=0!!\n");
 }
 
@@ -68,7 +68,8 @@ TEST_F(RequestReader, ReportsAnErrorBeforeAStartCode) {
     ASSERT_EQ(::send(server_end_, "x", 1, 0), 1);
     client_.reset();
     testing::internal::CaptureStderr();
-    EXPECT_EQ(do_read(*connection_), read_outcome::over);
+    serve_client();
+    EXPECT_TRUE(is_released());
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "do_read Check start code fail ret=-1!!\n");
 }
 
@@ -95,8 +96,7 @@ TEST_F(RequestReader, GivesUpAPartialLengthThatFillsItsBuffer) {
 }
 
 TEST_F(RequestReader, TakesALengthThatComesBehindAFullBuffer) {
-    EXPECT_EQ(exchange_bytes(std::string(4095, 'x') + request_frame_of("echo:a")),
-              code_of(1) + "a");
+    EXPECT_EQ(reply_to(std::string(4095, 'x') + request_frame_of("echo:a")), code_of(1) + "a");
 }
 
 TEST_F(RequestReader, TreatsAPayloadOfNoBytesAsTheEndOfTheStream) {
@@ -154,7 +154,8 @@ TEST_F(RequestReader, TouchesNoMemoryForBytesThatDoNotCome) {
         meanwhile = resident_pages();
         ::shutdown(client_.get(), SHUT_WR);
     });
-    EXPECT_EQ(do_read(*connection_), read_outcome::over);
+    serve_client();
+    EXPECT_TRUE(is_released());
     late.join();
     testing::internal::GetCapturedStderr();
     EXPECT_LT(meanwhile - before, 256);  // pages: a mebibyte
@@ -170,7 +171,8 @@ TEST_F(RequestReader, WaitsInTheCallForTheRestOfThePayload) {
             send({&byte, 1});
         }
     });
-    EXPECT_EQ(do_read(*connection_), read_outcome::over);
+    serve_client();
+    EXPECT_TRUE(is_released());
     slow.join();
     EXPECT_EQ(receive_all(), code_of(50) + std::string(50, 'y'));
 }
@@ -183,13 +185,13 @@ TEST_F(RequestReader, TakesInAPayloadLargerThanTheSocketSBuffer) {
         send(frame);
         reply = receive_all();
     });
-    ASSERT_TRUE(await_request(*connection_));
+    serve_client();
     run_until_released();
     client.join();
     EXPECT_EQ(reply, code_of(3'000'000) + large);
 }
 
-class RequestReaderSizes : public exchange, public testing::WithParamInterface<std::size_t> {};
+class RequestReaderSizes : public one_client, public testing::WithParamInterface<std::size_t> {};
 
 // Payloads that end just before and behind the end of what one read takes in.
 TEST_P(RequestReaderSizes, TakesInAPayloadThatEndsNearTheEndOfItsBuffer) {
@@ -202,25 +204,26 @@ INSTANTIATE_TEST_SUITE_P(Around4096, RequestReaderSizes,
                          testing::Range(std::size_t{4096 - 10 - 4}, std::size_t{4096 - 10 + 5}));
 
 TEST_F(RequestReader, EndsThePayloadAtTheFrameSEnd) {
-    EXPECT_EQ(exchange_bytes(request_frame_of("echo:hello") + "rest"), code_of(5) + "hello");
+    EXPECT_EQ(reply_to(request_frame_of("echo:hello") + "rest"), code_of(5) + "hello");
     EXPECT_EQ(g_seen.argument, "hello");
 }
 
 TEST_F(RequestReader, IgnoresBytesBehindTheFrame) {
-    EXPECT_EQ(exchange_bytes(request_frame_of("echo:hello") + request_frame_of("echo:again")),
+    EXPECT_EQ(reply_to(request_frame_of("echo:hello") + request_frame_of("echo:again")),
               code_of(5) + "hello");
     EXPECT_EQ(g_seen.calls, 1);
 }
 
 TEST_F(RequestReader, IgnoresMoreBytesBehindTheFrameThanOneReadTakes) {
-    EXPECT_EQ(exchange_bytes(request_frame_of("echo:hello") + std::string(30'000, '?')),
+    EXPECT_EQ(reply_to(request_frame_of("echo:hello") + std::string(30'000, '?')),
               code_of(5) + "hello");
 }
 
 TEST_F(RequestReader, AnswersAClientThatHasClosedItsSendingHalf) {
     send(request_frame_of("echo:hello"));
     ::shutdown(client_.get(), SHUT_WR);
-    EXPECT_EQ(do_read(*connection_), read_outcome::over);
+    serve_client();
+    EXPECT_TRUE(is_released());
     EXPECT_EQ(receive_all(), code_of(5) + "hello");
 }
 

@@ -5,17 +5,13 @@
 #include <cerrno>
 #include <cstring>
 
-#include "leaf/byte_order.h"
 #include "leaf/message.h"
-#include "server/event_loop.h"
-#include "server/request_server.h"
+#include "server/frame.h"
 
 namespace veltrancord {
 
 namespace {
 
-// Attempts in one call, so that a client that reads as fast as it is sent to cannot keep the others
-// waiting for ever.
 constexpr int most_writes = 5;
 
 bool has_body(const connection& client) {
@@ -27,45 +23,19 @@ ssize_t send_some(const connection& client) {
                   client.frame.size() - client.written, MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 
-void on_writable(void* argument) {
-    write_reply(static_cast<connection*>(argument));
-}
-
-void await_writable(connection* client) {
-    if (client->write_event != nullptr) {
-        return;
-    }
-    // The client may take its time: it keeps no more than what it has still to be sent.
-    client->payload_block.reset();
-    if (client->reply.drop_sent(client->written)) {
-        client->frame = client->reply.view();
-        client->written = 0;
-    }
-    client->write_event = client->server->loop.add_descriptor(
-        client->fd.get(), watch_direction::write, on_writable, client);
-    if (client->write_event == nullptr) {
-        release_item(client);
-    }
-}
-
-void write_body(connection* client) {
-    for (int turn = 0; turn < most_writes && client->written < client->frame.size(); ++turn) {
-        const ssize_t count = send_some(*client);
+next_step write_body(connection& client) {
+    for (int turn = 0; turn < most_writes && client.written < client.frame.size(); ++turn) {
+        const ssize_t count = send_some(client);
         if (count >= 0) {
-            client->written += static_cast<std::size_t>(count);
+            client.written += static_cast<std::size_t>(count);
         } else if (errno == EAGAIN) {
             break;
         } else if (errno != EINTR) {
             print_error("write xml result error : %s\n", std::strerror(errno));
-            release_item(client);
-            return;
+            return next_step::over;
         }
     }
-    if (client->written == client->frame.size()) {
-        release_item(client);
-    } else {
-        await_writable(client);
-    }
+    return client.written == client.frame.size() ? next_step::over : next_step::wait_to_write;
 }
 
 }  // namespace
@@ -87,22 +57,26 @@ int32_t queue_reply(connection& client) {
     return 0;
 }
 
-void write_reply(connection* client) {
-    if (has_body(*client)) {
-        write_body(client);
-    } else {
-        write_code(client);
-    }
+next_step write_reply(connection& client) {
+    return has_body(client) ? write_body(client) : write_code(client);
 }
 
-void write_code(connection* client) {
-    store_le32(client->code.data(), static_cast<uint32_t>(client->result));
-    const ssize_t count = ::send(client->fd.get(), client->code.data(), client->code.size(),
-                                 MSG_DONTWAIT | MSG_NOSIGNAL);
-    if (count < static_cast<ssize_t>(client->code.size())) {
+next_step write_code(const connection& client) {
+    const auto code = code_frame(client.result);
+    const ssize_t count =
+        ::send(client.fd.get(), code.data(), code.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (count < static_cast<ssize_t>(code.size())) {
         print_error("write xml result length fail!!\n");
     }
-    release_item(client);
+    return next_step::over;
+}
+
+void keep_unsent(connection& client) {
+    client.payload_block.reset();
+    if (client.reply.drop_sent(client.written)) {
+        client.frame = client.reply.view();
+        client.written = 0;
+    }
 }
 
 }  // namespace veltrancord

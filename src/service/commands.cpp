@@ -1,6 +1,5 @@
 #include "service/commands.h"
 
-#include <algorithm>
 #include <array>
 
 #include "access/handlers.h"
@@ -8,6 +7,8 @@
 #include "store/attribute_handlers.h"
 #include "store/read_handlers.h"
 #include "update/persistence_handlers.h"
+#include "update/program_queue.h"
+#include "update/saving.h"
 #include "update/write_handlers.h"
 
 namespace veltrancord {
@@ -68,57 +69,7 @@ constexpr bool names_are_unique() {
 static_assert(rows.size() == 35);
 static_assert(names_are_unique());
 
-// Where a name may be in the table: a hash that tells all of them apart, so that a look-up touches
-// one row and not all 35.
-constexpr std::size_t place_count = 128;
-
-constexpr std::size_t place_of(std::string_view name, uint32_t factor) {
-    if (name.empty()) {
-        return 0;
-    }
-    const auto letter = [name](std::size_t at) { return static_cast<unsigned char>(name[at]); };
-    const uint32_t letters = letter(0) | uint32_t{letter(name.size() / 2)} << 8U |
-                             uint32_t{letter(name.size() - 1)} << 16U |
-                             static_cast<uint32_t>(name.size()) << 24U;
-    return letters * factor >> 25U;
-}
-
-constexpr int8_t no_row = -1;
-
-struct name_index {
-    uint32_t factor = 0;
-    std::array<int8_t, place_count> row_at;
-};
-
-constexpr bool fill(name_index& index) {
-    index.row_at.fill(no_row);
-    for (std::size_t row = 0; row < rows.size(); ++row) {
-        int8_t& place = index.row_at[place_of(rows[row].name, index.factor)];
-        if (place != no_row) {
-            return false;
-        }
-        place = static_cast<int8_t>(row);
-    }
-    return true;
-}
-
-// Odd factors that differ in all their bits are tried until no two names meet.
-constexpr name_index names = [] {
-    name_index index{.factor = 0x9e3779b1U, .row_at = {}};
-    while (!fill(index)) {
-        index.factor = index.factor * 0x2c9277b5U + 2;
-    }
-    return index;
-}();
-
-int32_t find_own_command(std::string_view name) {
-    const int8_t place = names.row_at[place_of(name, names.factor)];
-    if (place == no_row) {
-        return no_row;
-    }
-    const command_row& row = rows[static_cast<std::size_t>(place)];
-    return row.name == name && row.handler != nullptr ? place : no_row;
-}
+constexpr std::array<follow_up*, 2> follow_ups = {save_changed_documents, run_dispatch_queue};
 
 }  // namespace
 
@@ -126,14 +77,8 @@ std::span<const command_row> command_table() {
     return rows;
 }
 
-int32_t find_command(std::span<const command_row> table, std::string_view name) {
-    if (table.data() == rows.data() && table.size() == rows.size()) {
-        return find_own_command(name);
-    }
-    const auto found = std::find_if(table.begin(), table.end(), [name](const command_row& row) {
-        return row.name == name && row.handler != nullptr;
-    });
-    return found != table.end() ? static_cast<int32_t>(found - table.begin()) : -1;
+std::span<follow_up* const> command_follow_ups() {
+    return follow_ups;
 }
 
 }  // namespace veltrancord

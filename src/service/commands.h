@@ -1,26 +1,18 @@
-// The command table: which handler serves which command name.
+// Which handler serves which command name, and what follows every command.
 #pragma once
 
-#include <cstdint>
 #include <span>
-#include <string_view>
 
-#include "handler/handler.h"
+#include "server/dispatch.h"
+#include "server/serving.h"
 
 namespace veltrancord {
-
-struct command_row {
-    std::string_view name;
-    command_handler* handler = nullptr;  // null: the command is answered as an unknown one
-    std::string_view description;        // for readers; the server does not use it
-};
 
 // All commands, in their fixed order. The rows live as long as the process. Any thread.
 [[nodiscard]] std::span<const command_row> command_table();
 
-// The first row of that name, compared exactly, that has a handler.
-//
-// Return: the row's index, or -1.
-[[nodiscard]] int32_t find_command(std::span<const command_row> table, std::string_view name);
+// What is done after every command: changed documents are saved, then queued programs are started,
+// which find in the file what they are told of. Lives as long as the process. Any thread.
+[[nodiscard]] std::span<follow_up* const> command_follow_ups();
 
 }  // namespace veltrancord

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <string>
 #include <string_view>
 #include <utility>
 
@@ -52,16 +51,6 @@ constexpr std::array<name_and_description, 35> expected = {{
     {"DelCaptchaItem", "Delete Captcha Item"},
 }};
 
-int32_t first_handler(connection_record& /*connection*/, command_argument /*argument*/,
-                      int32_t /*row*/) {
-    return 1;
-}
-
-int32_t second_handler(connection_record& /*connection*/, command_argument /*argument*/,
-                       int32_t /*row*/) {
-    return 2;
-}
-
 TEST(CommandTable, HasIts35RowsInOrder) {
     const std::span<const command_row> rows = command_table();
     ASSERT_EQ(rows.size(), expected.size());
@@ -77,55 +66,10 @@ TEST(CommandTable, HasEachOfItsNamesFoundInItsRow) {
     }
 }
 
-TEST(CommandTable, HasNothingFoundForANameThatDiffersInAnyLetter) {
-    for (const auto& [name, description] : expected) {
-        for (std::size_t at = 0; at < name.size(); ++at) {
-            for (int letter = 1; letter < 256; ++letter) {
-                std::string other(name);
-                other[at] = static_cast<char>(letter);
-                if (other != name) {
-                    EXPECT_EQ(find_command(command_table(), other), -1) << other;
-                }
-            }
-        }
-        EXPECT_EQ(find_command(command_table(), std::string(name) + "x"), -1) << name;
-        EXPECT_EQ(find_command(command_table(), "x" + std::string(name)), -1) << name;
-    }
-    EXPECT_EQ(find_command(command_table(), ""), -1);
-    EXPECT_EQ(find_command(command_table(), std::string(5000, 'r')), -1);
-}
-
-TEST(CommandTable, IsSearchedForExactNames) {
-    const std::array<command_row, 2> rows = {
-        {{"read", first_handler, ""}, {"readvalue", second_handler, ""}}};
-    EXPECT_EQ(find_command(rows, "read"), 0);
-    EXPECT_EQ(find_command(rows, "readvalue"), 1);
-    EXPECT_EQ(find_command(rows, "Read"), -1);
-    EXPECT_EQ(find_command(rows, "rea"), -1);
-    EXPECT_EQ(find_command(rows, "readv"), -1);
-    EXPECT_EQ(find_command(rows, "read "), -1);
-    EXPECT_EQ(find_command(rows, ""), -1);
-}
-
-TEST(CommandTable, SearchTakesTheFirstRowOfAName) {
-    const std::array<command_row, 3> rows = {{{"other", first_handler, ""},
-                                              {"twice", first_handler, ""},
-                                              {"twice", second_handler, ""}}};
-    EXPECT_EQ(find_command(rows, "twice"), 1);
-}
-
-// Its own rows are found without a look at their handlers.
 TEST(CommandTable, EachRowHasAHandler) {
     for (const command_row& row : command_table()) {
         EXPECT_NE(row.handler, nullptr) << row.name;
     }
-}
-
-TEST(CommandTable, SearchPassesOverRowsWithoutAHandler) {
-    const std::array<command_row, 2> rows = {
-        {{"twice", nullptr, ""}, {"twice", second_handler, ""}}};
-    EXPECT_EQ(find_command(rows, "twice"), 1);
-    EXPECT_EQ(find_command(std::span(rows).first(1), "twice"), -1);
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include "eventlog/event_log.h"
 #include "leaf/message.h"
 #include "server/listener.h"
+#include "service/commands.h"
 #include "service/semaphore.h"
 #include "service/shared_memory.h"
 #include "service/signals.h"
@@ -132,6 +133,8 @@ int run_worker(const service_options& options) {
     state.server.fd = g_listeningFd.load();
     state.server.change_counter = &state.change_counter;
     state.server.sessions = &state.sessions;
+    state.server.commands = command_table();
+    state.server.follow_ups = command_follow_ups();
     state.backup_interval = options.backup_interval;
     if (!start_thread(start_backups, &state, 0) ||
         !start_thread(server_thread, &state.server, server_stack_size)) {

@@ -14,9 +14,7 @@
 #include <string_view>
 
 #include "leaf/byte_order.h"
-#include "server/connection.h"
-#include "server/receiver.h"
-#include "server/request_server.h"
+#include "server/serving.h"
 
 namespace veltrancord {
 
@@ -78,6 +76,14 @@ inline int32_t code_with_body(connection_record& connection, command_argument ar
     return std::stoi(std::string(argument.text()));
 }
 
+// The argument is a number, and the reply as many "q".
+inline int32_t fill(connection_record& connection, command_argument argument, int32_t row) {
+    look_at(argument, row);
+    const std::string body(std::stoul(std::string(argument.text())), 'q');
+    EXPECT_TRUE(connection.reply.open(body.size()) && connection.reply.append(body));
+    return static_cast<int32_t>(body.size());
+}
+
 // As a library does for which memory has run out.
 inline int32_t out_of_memory(connection_record& connection, command_argument argument,
                              int32_t row) {
@@ -86,27 +92,29 @@ inline int32_t out_of_memory(connection_record& connection, command_argument arg
     throw std::bad_alloc();
 }
 
-inline constexpr std::array<command_row, 6> rows = {{
+inline constexpr std::array<command_row, 7> rows = {{
     {"echo", echo, ""},
     {"code", code, ""},
     {"body", code_with_body, ""},
     {"throw", out_of_memory, ""},
     {"empty", nullptr, ""},
     {"code", echo, ""},
+    {"fill", fill, ""},
 }};
 
 }  // namespace test_handlers
 
-class exchange : public testing::Test {
+// A client with a connection of its own to a server, which the tests drive by hand.
+class one_client : public testing::Test {
   protected:
-    exchange() {
+    one_client() {
         g_seen = {};
         server_.commands = test_handlers::rows;
-        server_.follow_ups = {[] { g_seen.follow_ups += '1'; }, [] { g_seen.follow_ups += '2'; }};
-        exchange_again();
+        server_.follow_ups = follow_ups_;
+        connect_again();
     }
-    // Another client, after the last one's connection was released.
-    void exchange_again() {
+    // Another client, after the last one has ended.
+    void connect_again() {
         int ends[2] = {-1, -1};
         EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
         client_.reset(ends[0]);
@@ -114,8 +122,9 @@ class exchange : public testing::Test {
         connection_ = open_connection(server_, owned_fd(ends[1]));
         EXPECT_NE(connection_, nullptr);
     }
-    // A test that does not get its connection released releases it itself.
-    void release() { release_item(connection_); }
+
+    // Lets the server do what it can for the client.
+    void serve_client() { EXPECT_TRUE(serve(*connection_)); }
 
     // Whether the server has let the connection go: its descriptor is closed then.
     [[nodiscard]] bool is_released() const { return ::fcntl(server_end_, F_GETFD) < 0; }
@@ -147,28 +156,30 @@ class exchange : public testing::Test {
     }
 
     // One request that has arrived whole, and its reply.
-    std::string exchange_bytes(std::string_view bytes) {
+    std::string reply_to(std::string_view bytes) {
         send(bytes);
-        EXPECT_EQ(do_read(*connection_), read_outcome::over);
+        serve_client();
+        EXPECT_TRUE(is_released());
         return receive_all();
     }
-    std::string request(std::string_view payload) {
-        return exchange_bytes(request_frame_of(payload));
-    }
+    std::string request(std::string_view payload) { return reply_to(request_frame_of(payload)); }
 
-    // What do_read prints when `bytes` are there and then, if asked for, the end of the stream.
+    // What the server prints when `bytes` are there and then, if asked for, the end of the stream.
     std::string failure_of(std::string_view bytes, bool end_of_stream = false) {
         send(bytes);
         if (end_of_stream) {
             ::shutdown(client_.get(), SHUT_WR);
         }
         testing::internal::CaptureStderr();
-        EXPECT_EQ(do_read(*connection_), read_outcome::over);
+        serve_client();
+        EXPECT_TRUE(is_released());
         std::string printed = testing::internal::GetCapturedStderr();
         EXPECT_EQ(receive_all(), "");
         return printed;
     }
 
+    std::array<follow_up*, 2> follow_ups_ = {[] { g_seen.follow_ups += '1'; },
+                                             [] { g_seen.follow_ups += '2'; }};
     request_server server_;
     owned_fd client_;
     int server_end_ = -1;

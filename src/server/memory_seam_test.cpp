@@ -1,0 +1,22 @@
+#include "support/memory_seam.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+
+// Those that the standard library builds the others on.
+void* operator new(std::size_t size) {
+    veltrancord::g_largest_allocation = std::max(veltrancord::g_largest_allocation, size);
+    void* const block =
+        veltrancord::g_no_memory ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    return block;
+}
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t /*size*/) noexcept {
+    std::free(block);
+}

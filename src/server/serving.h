@@ -1,0 +1,57 @@
+// Serving clients: receive, dispatch, follow-ups, send. The one place where a client goes on, and
+// where it ends.
+#pragma once
+
+#include <list>
+#include <span>
+
+#include "handler/handler.h"
+#include "leaf/owned_fd.h"
+#include "server/connection.h"
+#include "server/dispatch.h"
+#include "server/event_loop.h"
+
+namespace veltrancord {
+
+inline constexpr int32_t idle_limit = 30'000;  // milliseconds until a silent client is let go
+
+// What is done after every command that reached a handler.
+using follow_up = void();
+
+// What one worker's server thread works with. Server thread only.
+struct request_server {
+    // `now` is the clock of the loop's timers.
+    explicit request_server(loop_time (*now)() = wall_clock_now) : loop(now) {}
+
+    event_loop loop;
+    listener_record listener;
+    std::list<connection> clients;  // owns them all
+
+    // Both are handed in, and outlive the server. The follow-ups run once the reply is queued and
+    // before it is sent, in this order.
+    std::span<const command_row> commands;
+    std::span<follow_up* const> follow_ups;
+
+    loop_event* accept_event = nullptr;
+    loop_event* pause_timer = nullptr;  // runs while the listening socket is left alone
+    owned_fd reserve;                   // given up to be able to turn a newcomer away
+    bool refusal_reported = false;      // since the last newcomer that was taken
+};
+
+// A client on the accepted socket `fd`, which must not block.
+//
+// Return: the client, which the server owns; null when memory could not be had, and `fd` is then
+// closed. Nothing is printed.
+[[nodiscard]] connection* open_connection(request_server& server, owned_fd fd);
+
+// Takes the client as far as it goes without waiting for its socket, but for the rest of a request
+// that has begun. It has ended then, or the loop calls for it again.
+//
+// Return: false when memory to wait could not be had, which ends the client.
+[[nodiscard]] bool serve(connection& client);
+
+// Ends the client: takes its events out of the loop, closes its socket and frees everything. The
+// pointer is dead afterwards. A null pointer prints "release_item NULL Pointer".
+void release_item(connection* client);
+
+}  // namespace veltrancord

@@ -1,0 +1,21 @@
+// For tests: memory that cannot be had, and how much was asked for at a time. A test program that
+// uses it has operators of its own that go by these.
+#pragma once
+
+#include <cstddef>
+
+namespace veltrancord {
+
+inline bool g_no_memory = false;
+inline std::size_t g_largest_allocation = 0;
+
+// While it lives, every operator new of the program fails.
+class no_memory_left {
+  public:
+    no_memory_left() noexcept { g_no_memory = true; }
+    no_memory_left(const no_memory_left&) = delete;
+    no_memory_left& operator=(const no_memory_left&) = delete;
+    ~no_memory_left() { g_no_memory = false; }
+};
+
+}  // namespace veltrancord
