@@ -32,15 +32,6 @@ void report_exec_failure(int error) {
     print_error_text({line, static_cast<std::size_t>(end - line)});
 }
 
-void close_private_descriptors(long descriptor_limit) {
-    if (::close_range(first_private_descriptor, UINT_MAX, 0) == 0) {
-        return;
-    }
-    for (int fd = first_private_descriptor; fd < descriptor_limit; ++fd) {
-        ::close(fd);
-    }
-}
-
 // The child's way from the fork to the other program. It runs in the memory of the parent, which
 // waits meanwhile: only async-signal-safe calls, nothing that is changed but the stack, errno and
 // what the kernel keeps for the child alone.
@@ -64,14 +55,23 @@ void close_private_descriptors(long descriptor_limit) {
     ::_exit(exec_failed_status);
 }
 
+}  // namespace
+
+void close_private_descriptors(long limit) {
+    if (::close_range(first_private_descriptor, UINT_MAX, 0) == 0) {
+        return;
+    }
+    for (int fd = first_private_descriptor; fd < limit; ++fd) {
+        ::close(fd);
+    }
+}
+
 // Never inlined into the routine that forks: a compiler cannot know that what is in a register
 // there outlives the child, and says so.
 [[gnu::noinline]] long closing_limit() {
     const long limit = ::sysconf(_SC_OPEN_MAX);
     return limit < 0 || limit > most_descriptors_closed ? most_descriptors_closed : limit;
 }
-
-}  // namespace
 
 // The child borrows the parent's memory until it has become the other program: copying the page
 // tables of a process that holds a configuration of many megabytes would cost more than all the

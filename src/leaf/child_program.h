@@ -34,4 +34,11 @@ struct program_start {
 // started.
 int32_t run_shell(const char* command);
 
+// Closes all descriptors but 0, 1 and 2; where the kernel cannot do so in one call, those below
+// `limit`. Async-signal-safe.
+void close_private_descriptors(long limit);
+
+// How far to go there: what the process may open, within reason.
+[[nodiscard]] long closing_limit();
+
 }  // namespace veltrancord

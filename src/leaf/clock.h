@@ -1,4 +1,4 @@
-// The wall clock.
+// The wall clock, and one that nobody sets.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +10,13 @@ namespace veltrancord {
 // Rules that depend on time take it as an argument; only handlers and threads call this.
 inline int64_t wall_clock_seconds() {
     return static_cast<int64_t>(std::time(nullptr));
+}
+
+// Milliseconds since some moment in the past, for what must not depend on how the clock is set.
+inline int64_t monotonic_milliseconds() {
+    timespec now = {};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
 }  // namespace veltrancord

@@ -1,12 +1,12 @@
 #include <cstdio>
 
+#include "service/inheritance.h"
 #include "service/options.h"
-#include "service/standard_descriptors.h"
-#include "service/supervisor.h"
+#include "service/processes.h"
 
 int main(int argc, char** argv) {
     using namespace veltrancord;
-    ensure_standard_descriptors();
+    settle_inheritance();
     // Nothing printed may be lost at the end of a process, or be printed by a forked one again.
     std::setvbuf(stdout, nullptr, _IONBF, 0);
     service_options options;

@@ -26,6 +26,11 @@ void take_path(char (&field)[64], std::string_view path) {
 
 }  // namespace
 
+service_options::service_options() {
+    copy_bounded(xml_path, default_xml_path);
+    copy_bounded(event_log_path, default_event_log_path);
+}
+
 int32_t backup_interval_of(const char* text) {
     return std::max(shortest_backup_interval, decimal_number(text));
 }

@@ -5,12 +5,16 @@
 
 namespace veltrancord {
 
+inline constexpr const char* default_xml_path = "/mnt/database/xml";
+inline constexpr const char* default_event_log_path = "/mnt/database/eventlog/log";
 inline constexpr int32_t shortest_backup_interval = 300;  // seconds
 
 // What the command line sets; filled before any fork and not changed afterwards.
 struct service_options {
-    char xml_path[64] = "/mnt/database/xml";  // directory of the configuration
-    char event_log_path[64] = "/mnt/database/eventlog/log";
+    service_options();
+
+    char xml_path[64];  // directory of the configuration; this and the next: NUL to the end
+    char event_log_path[64];
     int32_t backup_interval = shortest_backup_interval;  // seconds
     bool restart = false;                                // whenever the worker ends
 };

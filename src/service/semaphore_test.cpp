@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "service/store_hooks.h"
+#include "service/processes.h"
 #include "store/document_set.h"
 #include "support/ipc_namespace.h"
 

@@ -4,7 +4,7 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
-#include "service/store_hooks.h"
+#include "service/processes.h"
 #include "store/document_set.h"
 #include "support/ipc_namespace.h"
 

@@ -11,7 +11,6 @@
 #include <string>
 
 #include "leaf/owned_fd.h"
-#include "service/standard_descriptors.h"
 
 namespace veltrancord {
 namespace {
@@ -184,21 +183,6 @@ TEST(AllSignalsBlocked, HoldsForThreadsThatAreStartedMeanwhile) {
         EXPECT_EQ(::sigismember(&seen, number), 1) << number;
         EXPECT_EQ(::sigismember(&own, number), 0) << number;
     }
-}
-
-TEST(StandardDescriptors, AreOpenedWhereTheyAreClosed) {
-    const child_run run = run_in_child([] {
-        ::close(STDIN_FILENO);
-        ::close(STDOUT_FILENO);
-        const int next = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
-        ::close(next);
-        ensure_standard_descriptors();
-        const bool opened = ::fcntl(STDIN_FILENO, F_GETFD) == 0 &&
-                            ::fcntl(STDOUT_FILENO, F_GETFD) == 0 &&
-                            ::fcntl(next, F_GETFD) < 0;  // and nothing else
-        ::_exit(opened ? 0 : 1);
-    });
-    EXPECT_EQ(run.status, 0);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
-#include "service/worker.h"
-
 #include <malloc.h>
 #include <pthread.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -18,10 +17,10 @@
 #include "leaf/message.h"
 #include "server/listener.h"
 #include "service/commands.h"
+#include "service/processes.h"
 #include "service/semaphore.h"
 #include "service/shared_memory.h"
 #include "service/signals.h"
-#include "service/store_hooks.h"
 #include "store/document_set.h"
 #include "store/reply_capacity.h"
 #include "update/backup.h"
@@ -33,10 +32,6 @@ namespace {
 constexpr int thread_failed_status = 1;
 constexpr unsigned pass_seconds = 10;
 
-// The reply capacity goes by the size of this directory, wherever the configuration is loaded from:
-// products that load another one count on replies being bounded as they are on the device.
-constexpr const char* default_xml_path = "/mnt/database/xml";
-
 // Blocks of at least this many bytes are mapped by themselves.
 constexpr int mapped_block = 512 * 1024;
 
@@ -44,6 +39,26 @@ constexpr int mapped_block = 512 * 1024;
 // on such a walk holds a key and a line of a few hundred bytes; a sanitizer triples it. Four
 // mebibytes hold that several times over and cost only the pages that are touched.
 constexpr std::size_t server_stack_size = std::size_t{4} * 1024 * 1024;
+
+struct initial_value {
+    key_t key;
+    int value;
+};
+
+// The device's other programs use these; the service itself only waits for and posts the last.
+constexpr initial_value initial_values[] = {
+    {520, 0}, {521, 0}, {522, 1}, {523, 0}, {readiness_semaphore, 0},
+};
+
+void set_semaphores() {
+    for (const initial_value& semaphore : initial_values) {
+        semaphore_create(semaphore.key, semaphore.value);
+    }
+}
+
+uint32_t* reply_length_word() {
+    return static_cast<uint32_t*>(g_replySegment.address);
+}
 
 // Starts a thread that runs until the process ends and takes no signals but what it asks for
 // itself. `stack_size` 0: default.
@@ -85,6 +100,8 @@ int32_t load_configuration(const service_options& options) {
     install_store_hooks();
     const int32_t loaded = LoadXmlDir(options.xml_path);
     if (loaded >= 0) {
+        // The default directory, wherever the configuration is loaded from: products that load
+        // another one count on replies being bounded as they are on the device.
         scan_reply_capacity(default_xml_path);
     }
     return loaded;
@@ -117,6 +134,10 @@ void bound_memory() {
 }
 
 }  // namespace
+
+void install_store_hooks() {
+    g_storeHooks = {set_semaphores, shm_remove, reply_length_word};
+}
 
 // The order is fixed: each step stands on the ones before it, and clients that connect meanwhile
 // wait until all is there.

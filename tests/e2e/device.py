@@ -96,7 +96,8 @@ class Device(Machine):
     # ---- starting and ending --------------------------------------------------------------------
 
     def start(self, *options, ready=True, under=(), environment=None, argv0=None, closed=(),
-              limits=None, obey_permissions=False, directory=None, fake_clock=False):
+              opened=(), ignored=(), blocked=(), stderr=None, limits=None, obey_permissions=False,
+              directory=None, fake_clock=False):
         """Starts the program with `options` and, unless `ready` is False, waits until the starter
         has ended with status 0, which means that the service answers.
 
@@ -104,6 +105,9 @@ class Device(Machine):
         environment       further environment variables (a dictionary)
         argv0             the program's name for itself
         closed            standard descriptors that are closed at its start, for example (0, 1, 2)
+        opened            further descriptors that it finds open
+        ignored, blocked  signals that are ignored or blocked at its start
+        stderr            a file that its standard error goes to, instead of what `stderr` gives
         limits            resource limits, for example {"NOFILE": 64}
         obey_permissions  take away root's right to pass over file permissions
         directory         working directory
@@ -115,7 +119,7 @@ class Device(Machine):
         self._options = options
         self._start_arguments = dict(
             ready=ready, under=under, environment=environment, argv0=argv0, closed=closed,
-            limits=limits, obey_permissions=obey_permissions, directory=directory,
+            opened=opened, ignored=ignored, blocked=blocked, stderr=stderr, limits=limits, obey_permissions=obey_permissions, directory=directory,
             fake_clock=fake_clock)
         variables = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL": "C"}
         if self.sanitizer is not None:
@@ -130,8 +134,9 @@ class Device(Machine):
         arguments = [*under, PROGRAM, *options] if under else [argv0 or PROGRAM, *options]
         pid = self._ask(
             "start", program=program, arguments=arguments, environment=variables,
-            standard=["/dev/null", f"{LOGS}/stdout", f"{LOGS}/stderr"], closed=list(closed),
-            limits=limits, obey_permissions=obey_permissions, directory=directory)
+            standard=["/dev/null", f"{LOGS}/stdout", stderr or f"{LOGS}/stderr"],
+            closed=list(closed), opened=list(opened), ignored=[int(one) for one in ignored],
+            blocked=[int(one) for one in blocked], limits=limits, obey_permissions=obey_permissions, directory=directory)
         self.starter = Starter(self, pid)
         if ready:
             self.wait_ready()

@@ -130,9 +130,12 @@ def start(request):
         return pid
     try:
         signal.set_wakeup_fd(-1)
-        signal.signal(signal.SIGCHLD, signal.SIG_DFL)
-        signal.signal(signal.SIGPIPE, signal.SIG_DFL)
-        signal.signal(signal.SIGINT, signal.SIG_DFL)
+        # This interpreter ignores some, and a program keeps what it is started with.
+        for number in signal.valid_signals() - {signal.SIGKILL, signal.SIGSTOP}:
+            signal.signal(number, signal.SIG_DFL)
+        for number in request.get("ignored", ()):
+            signal.signal(number, signal.SIG_IGN)
+        signal.pthread_sigmask(signal.SIG_SETMASK, request.get("blocked", ()))
         os.setsid()
         os.chdir(request.get("directory") or "/")
         os.umask(0o022)
@@ -145,6 +148,8 @@ def start(request):
                 os.close(fd)
         for number in request.get("closed", ()):
             os.close(number)
+        for number in request.get("opened", ()):
+            os.dup2(os.open("/dev/null", os.O_RDWR), number)
         for name, value in (request.get("limits") or {}).items():
             resource.setrlimit(getattr(resource, "RLIMIT_" + name), (value, value))
         if request.get("obey_permissions"):

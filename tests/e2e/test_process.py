@@ -2,6 +2,7 @@
 
 import os
 import re
+import signal
 import socket
 
 import pytest
@@ -161,10 +162,126 @@ def test_closed_standard_descriptors_are_opened_before_anything_else(device, clo
 def test_the_service_holds_few_descriptors(ready):
     ready.require_no_sanitizer("valgrind", "it holds some itself")
     supervisor = ready.open_descriptors(ready.supervisor_pid)
-    assert len(supervisor) == 4  # 0 to 2 and the listening socket
+    assert len(supervisor) == 6  # 0 to 2, the listening socket and the two directories
     worker = ready.open_descriptors(ready.worker_pid)
     assert {n: worker[n] for n in supervisor} == supervisor
     assert sum(target.startswith("socket:") for target in worker.values()) == 1
+
+
+# ---- what the starter has inherited -----------------------------------------------------------
+
+
+def test_ignored_and_blocked_signals_do_not_matter(device):
+    device.require_no_sanitizer("thread", "it sets masks of its own")
+    device.write_document("Account", ACCOUNT)
+    numbers = signal.valid_signals() - {signal.SIGKILL, signal.SIGSTOP}
+    device.start("-l", ignored=numbers, blocked=numbers)
+    device.kill_worker()
+    assert device.request(USERNAME) == ADMIN  # a supervisor that ignores SIGCHLD starts no other
+    device.stop()
+
+
+def test_descriptors_of_the_starter_do_not_stay_open(device):
+    device.require_no_sanitizer("valgrind", "it holds some itself")
+    device.start(opened=(3, 4, 77))
+    for pid in (device.supervisor_pid, device.worker_pid):
+        assert "/dev/null" not in list(device.open_descriptors(pid).values())[3:5]
+        assert 77 not in device.open_descriptors(pid)
+
+
+def test_no_process_dumps_core(device):
+    device.start(limits={"CORE": -1})
+    for pid in (device.supervisor_pid, device.worker_pid):
+        limits = device.outside(f"/proc/{pid}/limits").read_text()
+        assert re.search(r"Max core file size +0 +0 ", limits)
+
+
+# ---- a second instance ------------------------------------------------------------------------
+
+
+def second_start(device, *options):
+    """Starts it once more beside the first. Return: what the second one prints."""
+    device.forget_output()
+    assert device.start(*options, ready=False).wait() == 1
+    return [line for line in device.stderr().splitlines() if "in use" in line]
+
+
+@pytest.mark.fault("P5")
+@pytest.mark.parametrize("options, what", [
+    ((), CONFIGURATION),
+    (("-E", "/mnt/other/log"), CONFIGURATION),
+    (("-P", "/mnt/other"), "/mnt/database/eventlog"),
+    (("-P", "/mnt/other", "-E", "/mnt/other/log"), SOCKET),
+], ids=["both", "configuration", "log", "socket"])
+def test_a_second_instance_ends_and_names_what_the_first_one_uses(ready, options, what):
+    ready.make_directory("/mnt/other")
+    supervisor, worker = ready.supervisor_pid, ready.worker_pid
+    ready.write_file("/mnt/other/Account", ACCOUNT)
+    expected = f"{what} is in use by another service, process {supervisor}"
+    assert second_start(ready, *options) == [expected]
+    assert (ready.supervisor_pid, ready.worker_pid) == (supervisor, worker)
+    assert ready.request(USERNAME) == ADMIN
+    assert ready.semaphore(530) == 0
+
+
+@pytest.mark.fault("P5")
+def test_a_second_instance_ends_where_the_first_one_has_lost_its_socket(ready):
+    ready.outside(SOCKET).unlink()
+    assert second_start(ready) == [f"{CONFIGURATION} is in use by another service"]
+
+
+def test_a_log_in_the_directory_of_the_configuration_does_not_lock_its_own_service_out(device):
+    device.write_document("Account", ACCOUNT)
+    device.start("-E", f"{CONFIGURATION}/log")
+    assert device.request(USERNAME) == ADMIN
+
+
+def test_directories_without_the_right_to_write_are_locked_too(device):
+    device.mount_tmpfs("/mnt/still")
+    device.set_read_only("/mnt/still")
+    device.start("-P", "/mnt/still")
+    assert second_start(device, "-P", "/mnt/still", "-E", "/mnt/other/log")[0].startswith(
+        "/mnt/still is in use by another service")
+
+
+@pytest.mark.fault("P5")
+def test_an_instance_that_is_just_ending_is_waited_for(device):
+    """Stopped processes stand for one that takes its time."""
+    device.write_document("Account", ACCOUNT)
+    device.start()
+    supervisor, worker = device.supervisor_pid, device.worker_pid
+    for pid in (supervisor, worker):
+        device.send_signal(pid, signal.SIGSTOP)
+        device.send_signal(pid, signal.SIGTERM)
+    starter = device.start(ready=False)
+    assert starter.status(0.5) is None
+    for pid in (supervisor, worker):
+        device.send_signal(pid, signal.SIGCONT)
+    device.wait_ready()
+    assert device.request(USERNAME) == ADMIN
+
+
+@pytest.mark.fault("P5")
+def test_a_program_that_the_service_started_does_not_keep_the_next_one_out(device):
+    device.write_document("Account", '<Account><Name DispatchW="/tmp/hook.sh">x</Name></Account>')
+    device.install_script("/tmp/hook.sh", "#!/bin/sh\necho > /tmp/seen\nexec sleep 1000\n")
+    device.start()
+    assert device.request("write:Account.Name=y").code == 1
+    device.wait_for_file("/tmp/seen")
+    device.stop()
+    device.start()
+    assert device.request("readvalue:Account.Name").text == "y"
+
+
+def test_a_starter_that_waits_in_vain_does_not_keep_the_next_one_out(device):
+    device.write_file(f"{SOCKET}/file", "x")
+    device.start(ready=False)
+    device.wait_for_stderr("create local server socket error!!\n")
+    device.outside(f"{SOCKET}/file").unlink()
+    device.start(ready=False)  # the first starter is released before this one
+    wait_until(lambda: device.semaphore(530) is not None and device.outside(SOCKET).is_socket(),
+               "the socket is there")
+    assert device.request("read:*") == (-4, b"")
 
 
 # ---- a directory that is not there ------------------------------------------------------------
@@ -219,6 +336,19 @@ def test_with_restart_a_new_worker_serves_on_the_same_socket(service, option):
     assert EXITING not in device.stderr()
     assert device.outside(SOCKET).stat().st_ino == inode
     assert device.open_descriptors(supervisor) == listening
+
+
+def test_a_worker_that_ends_at_once_is_not_started_again_at_once(device):
+    """Hundreds a second would be tried where none can do its work."""
+    device.write_document("Account", ACCOUNT)
+    device.start_traced("-l", calls="clock_nanosleep,nanosleep,clone,fork,vfork")
+    supervisor = device.supervisor_pid
+    for _ in range(3):
+        device.kill_worker()
+        assert device.request(USERNAME) == ADMIN
+    calls = [line for line in device.trace() if line.startswith(f"{supervisor} ")]
+    sleeps = [line for line in calls if "nanosleep" in line and "tv_sec=1," in line]
+    assert sleeps, calls
 
 
 def test_a_new_worker_loads_the_files_again(restarting):

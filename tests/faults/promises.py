@@ -62,6 +62,7 @@ PROMISES = {
     "P2": "processes are terminated under load",
     "P3": "start, kill, start, with semaphores left over",
     "P4": "many events that start a script",
+    "P5": "a second instance beside the first, and one that follows at once",
     "C1": "slow, half and hostile clients",
     "C2": "steps of the clock",
     "C3": "each stated bound, one below, at and one above it",
