@@ -11,6 +11,7 @@ from account_text import element_name
 from secret import enc_form, plain_form
 
 NOT_FOUND, BAD_ARGUMENT, STORE_FAILED = -4, -7, -11
+MAX_SECRET = 255  # characters of a plain secret that is shown; a file may hold a longer one
 
 
 class Element:
@@ -149,7 +150,7 @@ class StoreModel:
             text = child.text()
             if text is not None:
                 secret = child.name.lower() == "password"
-                lines += f"{key}={plain_form(text) if secret else text}\n"
+                lines += f"{key}={plain_form(text)[:MAX_SECRET] if secret else text}\n"
         return lines
 
     def read(self, path):
@@ -173,7 +174,7 @@ class StoreModel:
         if element is None or element.text() is None:
             return NOT_FOUND
         stored = element.text()
-        text = plain_form(stored) if components[-1].lower() == "password" else stored
+        text = plain_form(stored)[:MAX_SECRET] if components[-1].lower() == "password" else stored
         return len(stored), text.ljust(len(stored), "\0")
 
     def readsingleattr(self, path):
@@ -316,3 +317,88 @@ class StoreModel:
         for name in list(self.changed):
             self._save(name)
         return 0
+
+    # ---- exchange files: their argument is the text of the file ----
+
+    def _exchanged(self, text):
+        root = parse(text)
+        return None if root is None else root.elements()
+
+    def _create(self, root):
+        self.files[root.name] = plain(root)
+        self.documents[root.name] = plain(root)
+        self.changed.pop(root.name, None)
+
+    def upload(self, text):
+        for root in self._exchanged(text):
+            self._create(root)
+        return 0
+
+    def restore(self, text):
+        for root in self._exchanged(text):
+            held = self.documents.get(root.name)
+            if held is not None:
+                merge_held(root, held)
+            self._create(root)
+        return 0
+
+    def syncxml(self, text):
+        for root in self._exchanged(text):
+            if root.name not in self.documents:
+                self._create(root)
+                continue
+            texts = texts_of(root, [])
+            for path, value in texts:
+                self._put(path, value)
+            self._mark(root.name, "flash")
+        return 0
+
+    def _put(self, path, value):
+        """Sets a text at the place of these names, the first of each."""
+        if self.documents[path[0]] is None:
+            self.documents[path[0]] = Element(path[0])
+        element = self.documents[path[0]]
+        for name in path[1:]:
+            below = next((e for e in element.elements() if e.name == name), None)
+            if below is None:
+                below = Element(name)
+                element.children.append(below)
+            element = below
+        if path[-1].lower() == "password" and not value.startswith("enc:"):
+            value = enc_form(value)
+        if element.text() is not None:
+            element.children[0] = value
+        else:
+            element.children = element.children[1:] + [value]
+
+    def download(self, _):
+        return 0
+
+
+def texts_of(element, above):
+    """(names, text) of each element that begins with a text, in the order of the file."""
+    path = [*above, element.name]
+    found = [] if element.text() is None else [(path, element.text())]
+    for child in element.elements():
+        found += texts_of(child, path)
+    return found
+
+
+def merge_held(into, held):
+    """What is held wins: its texts replace those of the same place, what only it has is added."""
+    for child in held.elements():
+        there = next((e for e in into.elements() if e.name == child.name), None)
+        text = child.text()
+        if there is None:
+            made = Element(child.name)
+            if text is not None:
+                made.children, made.attributes = [text], dict(child.attributes)
+            else:
+                merge_held(made, child)
+            into.children.append(made)
+        elif text is not None and there.text() is not None:
+            there.children[0] = text
+        elif text is not None and not there.children:
+            there.children.append(text)
+        else:
+            merge_held(there, child)

@@ -8,7 +8,7 @@ import random
 import pytest
 
 from device import CONFIGURATION, Device
-from store_model import StoreModel, parse, same
+from store_model import StoreModel, parse, plain, same
 
 pytestmark = pytest.mark.fault("Z2")
 
@@ -19,12 +19,14 @@ TEXTS = {
     "Small": "<Small />",
 }
 NAMES = ["A", "A", "B", "B", "User", "Password", "a b", "a_b", "password"]
+FILE_NAMES = ["A", "A", "B", "B", "User", "a_20b", "Password"]
 ATTRIBUTES = ["Level", "x", "AllowToShow"]
 VALUES = ["", "1", "two words", "a<b>&c;", '"quoted"', "it's", "a=b", "x" * 300, "YES", "&amp;",
           "  blanks  within  "]
 LEVELS = ["0", "1", "2", "3"]
 
 READING = ["read", "read", "readvalue", "readwithlevel", "readattr", "readsingleattr"]
+EXCHANGING = ["upload", "restore", "syncxml", "download"]
 CHANGING = ["write", "write", "writedbmem", "writeattr", "remove", "syncmemtoflash"]
 
 
@@ -42,10 +44,31 @@ def random_line(chance, command):
     return f"{path}={chance.choice(VALUES)}"
 
 
+def random_element(chance, name, depth=0):
+    """The text of an element as a client's exchange file may hold it."""
+    attributes = {chance.choice(ATTRIBUTES): chance.choice(LEVELS + ["a&amp;b"])
+                  for _ in range(chance.choice([0, 0, 1, 2]))}
+    head = name + "".join(f' {key}="{value}"' for key, value in attributes.items())
+    text = chance.choice(["", "", "1", "two words", "a&lt;b", "  blanks  within  ", "x" * 300])
+    below = "".join(random_element(chance, chance.choice(FILE_NAMES), depth + 1)
+                    for _ in range(0 if depth == 3 else chance.choice([0, 0, 1, 2, 3])))
+    return f"<{head}>{text}{below}</{name}>" if text or below else f"<{head} />"
+
+
+def random_exchange(chance):
+    roots = [random_element(chance, chance.choice(["Account", "Network", "Small", "Fresh"]))
+             for _ in range(chance.choice([0, 1, 1, 2, 3]))]
+    return "<ROOT>\n" + "\n".join(roots) + "</ROOT>"
+
+
 def random_command(chance):
     """A command and its argument."""
-    if chance.random() < 0.01:
-        return "restart", ""
+    share = chance.random()
+    if share < 0.01:
+        return chance.choice(["restart", "power cut"]), ""
+    if share < 0.05:
+        command = chance.choice(EXCHANGING)
+        return command, "" if command == "download" else random_exchange(chance)
     command = chance.choice(READING + CHANGING)
     if command in ("write", "writedbmem", "writeattr"):
         lines = [random_line(chance, command) for _ in range(chance.choice([1, 1, 1, 2, 3]))]
@@ -77,20 +100,48 @@ def difference(commands, device):
     touched = set()
     for number, (command, argument) in enumerate(commands):
         step = f"step {number}, {command}:{argument!r}"
-        if command == "restart":
+        if command in ("restart", "power cut"):
+            if command == "power cut":
+                device.power_cut()
             device.restart()
             model.restart("")
         else:
             before = dict(model.files)
             code, body = model(command, argument)
-            reply = device.request(f"{command}:{argument}")
+            reply = device.request(f"{command}:{as_sent(device, command, argument)}")
             if (reply.code, reply.text) != (code, body):
                 return f"{step}: {(reply.code, reply.text)}, but the model says {(code, body)}"
-            touched |= {name for name in model.files if model.files[name] is not before[name]}
+            if command == "download" and downloaded(device) != held(model):
+                return f"{step}: {downloaded(device)}, but the model holds {held(model)}"
+            touched |= {name for name in model.files if model.files[name] is not before.get(name)}
         wrong = wrong_file(device, model, touched)
         if wrong:
             return f"{step}: {wrong}"
     return None
+
+
+def as_sent(device, command, argument):
+    """The argument of the request: of what exchanges a file, its path."""
+    if command not in EXCHANGING:
+        return argument
+    if command != "download":
+        device.write_file("/tmp/exchange", argument)
+    return "/tmp/exchange"
+
+
+def downloaded(device):
+    """The documents of the file, each as what can be compared."""
+    root = parse(device.read_file("/tmp/exchange"))
+    return sorted(map(comparable, root.elements()))
+
+
+def held(model):
+    return sorted(comparable(plain(root)) for root in model.documents.values() if root)
+
+
+def comparable(element):
+    return repr((element.name, list(element.attributes.items()),
+                 [child if isinstance(child, str) else comparable(child) for child in element.children]))
 
 
 def wrong_file(device, model, touched):

@@ -68,6 +68,7 @@ PROMISES = {
     "C3": "each stated bound, one below, at and one above it",
     "Z1": "what was ever made up by fuzzing, once more",
     "Z2": "random commands against small models",
+    "Z3": "all commands over the socket, on a database that is as bad as can be",
     "X1": "memory and descriptors counted by valgrind",
     "H1": "hardening of the program's file",
     "L1": "a long life under mixed load",

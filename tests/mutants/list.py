@@ -78,7 +78,7 @@ MUTANTS = [
     Mutant("accepted sockets travel into programs", "F2", "src/server/listener.cpp",
            "SOCK_NONBLOCK | SOCK_CLOEXEC));",
            "SOCK_NONBLOCK));",
-           (("unit:server_test", "*ccept*:*isten*"),)),
+           (("unit:server_test", "*Accept*:*Listen*"),)),
     Mutant("no descriptor in reserve", "F3", "src/server/listener.cpp",
            "        case EMFILE:\n        case ENFILE:\n            turn_away(server);\n            break;\n",
            "        case EMFILE:\n        case ENFILE:\n            static_cast<void>(&turn_away);\n"
@@ -99,7 +99,7 @@ MUTANTS = [
     Mutant("restore forgets what it cannot look at", "S2", "src/store/document_set.cpp",
            "::stat(path, &status) != 0 && (errno == ENOENT || errno == ENOTDIR)",
            "::stat(path, &status) != 0",
-           (("unit:store_test", "*pruning*"),)),
+           (("unit:store_test", "*Pruning*"),)),
     Mutant("what is not saved is forgotten", "S3", "src/update/saving.cpp",
            "    g_flashSaveDue = still_due;",
            "    g_flashSaveDue = still_due && false;",
