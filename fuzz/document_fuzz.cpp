@@ -1,40 +1,15 @@
 // Loading and writing XML documents: against the library's own parser and printer.
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
 #include "fuzz_target.h"
 #include "xml/document.h"
-#include "xml/nesting.h"
 #include "xml/syntax.h"
 #include "xml/text.h"
 
 namespace veltrancord::fuzz {
 namespace {
-
-// Elements within elements, the outermost counting as 1; without recursion.
-int depth_of(const TiXmlNode& document) {
-    int deepest = 0;
-    int depth = 0;
-    const TiXmlNode* node = document.FirstChild();
-    while (node != nullptr) {
-        if (node->ToElement() != nullptr) {
-            deepest = std::max(deepest, depth + 1);
-        }
-        if (node->FirstChild() != nullptr) {
-            node = node->FirstChild();
-            ++depth;
-            continue;
-        }
-        while (node != &document && node->NextSibling() == nullptr) {
-            node = node->Parent();
-            --depth;
-        }
-        node = node == &document ? nullptr : node->NextSibling();
-    }
-    return deepest;
-}
 
 std::string printed_by_library(const TiXmlDocument& document) {
     char* text = nullptr;
@@ -76,30 +51,13 @@ bool holds_whole_text(const TiXmlNode& node) {
     return true;
 }
 
-void check_nesting(const std::string& text) {
-    const std::string padded = text + std::string(xml_text_padding, '\0');
-    TiXmlDocument document;
-    document.Parse(padded.c_str(), nullptr, TIXML_ENCODING_UNKNOWN);
-    const int depth = depth_of(document);
-    for (const int limit : {1, 2, 3, 5, 20}) {
-        const bool deeper = NestsDeeper(padded.c_str(), limit);
-        require(deeper || depth <= limit, "deeper than measured");
-        require(!deeper || depth > limit || document.Error(), "measured deeper than it is");
-    }
-}
-
 }  // namespace
 
 void try_input(input_reader& input) {
     const std::string text(up_to_nul(input.rest()));
-    if (!NestsDeeper((text + std::string(xml_text_padding, '\0')).c_str(), max_xml_nesting)) {
-        check_nesting(text);
-    }
-
     XmlDocument document("D");
     const bool parsed = document.LoadXMLFile(text.c_str());
     require(parsed == !document.Error(), "what loading returns");
-    require(depth_of(document) <= max_xml_nesting, "the bound of nesting");
     std::string printed;
     PrintXml(document, 0, printed);
     require(printed == printed_by_library(document), "printed as the library prints");

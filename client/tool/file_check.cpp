@@ -7,15 +7,17 @@
 #include <cerrno>
 #include <memory>
 #include <set>
+#include <utility>
 
 #include "directory_check.h"
 #include "encoding/secret.h"
 #include "leaf/file_replacer.h"
+#include "leaf/file_text.h"
 #include "quiet_output.h"
 #include "store/document_set.h"
 #include "store/value.h"
 #include "veltrancord/client.h"
-#include "xml/nesting.h"
+#include "xml/document.h"
 
 namespace veltrancord::tool {
 namespace {
@@ -91,8 +93,7 @@ class element_check {
 };
 
 // What keeps the file from being loaded. Empty: nothing, it is in the store now.
-std::string load(const std::string& directory, const std::string& name, XmlDocument*& document,
-                 file_text& text) {
+std::string load(const std::string& directory, const std::string& name, XmlDocument*& document) {
     const std::string path = directory + "/" + name;
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) {
@@ -113,35 +114,39 @@ std::string load(const std::string& directory, const std::string& name, XmlDocum
         return "is empty";
     }
     const quiet_output quiet;
+    std::string text;
     if (LoadFile2Buf(path.c_str(), text) != 0) {
         return "cannot be opened for reading and writing";
     }
     auto parsed = std::make_unique<XmlDocument>(name.c_str());
     document = parsed.get();
-    static_cast<void>(parsed->LoadXMLFile(text.get()));
+    static_cast<void>(parsed->LoadXMLFile(std::move(text)));
     AddXmlDocNode(name, path, std::move(parsed));
     return {};
 }
 
-// The reason in words, and the line, which documents of the service are parsed without counting.
-std::string parse_error(const char* text) {
-    if (NestsDeeper(text, max_xml_nesting)) {
-        return "elements stand more than " + std::to_string(max_xml_nesting) + " deep";
+// What keeps the file from being read to its end.
+finding damage(const std::string& name, const XmlDocument& document) {
+    const std::string line = std::to_string(document.DamagedLine());
+    if (!document.Error()) {
+        return {name, "", "damaged",
+                "is not read from line " + line + " on: a zero byte, or no element"};
     }
-    TiXmlDocument document;
-    document.Parse(text, nullptr, TIXML_ENCODING_UNKNOWN);
-    return std::string(document.ErrorDesc()) + " (line " + std::to_string(document.ErrorRow()) +
-           ")";
+    const std::string reason =
+        document.NestsTooDeep()
+            ? "elements stand more than " + std::to_string(max_xml_nesting) + " deep"
+            : document.ErrorDesc();
+    return {name, "", "unparsable", "does not parse: " + reason + " (line " + line + ")"};
 }
 
-void check_document(const std::string& name, const XmlDocument& document, const char* text,
+void check_document(const std::string& name, const XmlDocument& document,
                     std::vector<finding>& findings) {
-    if (document.Error()) {
-        findings.push_back({name, "", "unparsable", "does not parse: " + parse_error(text)});
+    if (document.DamagedLine() != 0) {
+        findings.push_back(damage(name, document));
     }
     const TiXmlElement* root = document.RootElement();
     if (root == nullptr) {
-        if (!document.Error()) {
+        if (document.DamagedLine() == 0) {
             findings.push_back({name, "", "no-root", "has no root element: it counts as empty"});
         }
         return;
@@ -187,8 +192,7 @@ bool check_files(const std::string& directory, std::vector<finding>& findings) {
             continue;
         }
         XmlDocument* document = nullptr;
-        file_text text;
-        const std::string obstacle = load(directory, name, document, text);
+        const std::string obstacle = load(directory, name, document);
         if (!obstacle.empty()) {
             findings.push_back({name, "", "skipped", "would be skipped: " + obstacle});
             continue;
@@ -197,7 +201,7 @@ bool check_files(const std::string& directory, std::vector<finding>& findings) {
             findings.push_back(
                 {name, "", "dotted-name", "has a dot in its name, so that no path reaches it"});
         }
-        check_document(name, *document, text.get(), findings);
+        check_document(name, *document, findings);
     }
     return readable;
 }

@@ -7,6 +7,7 @@
 #include "eventlog/log_capacity.h"
 #include "leaf/bounded_text.h"
 #include "leaf/file_replacer.h"
+#include "leaf/file_text.h"
 #include "leaf/message.h"
 #include "leaf/result.h"
 #include "leaf/termination.h"
@@ -61,12 +62,12 @@ int32_t event_log::start_with_capacity(const char* path, int32_t capacity) {
 }
 
 std::unique_ptr<log_document> event_log::load(const char* path) const {
-    file_text text;
+    std::string text;
     if (LoadFile2Buf(path, text) < 0) {
         return nullptr;
     }
     auto document = std::make_unique<log_document>(ring_.capacity);
-    document->load(text.get());
+    document->load(std::move(text));
     return document;
 }
 

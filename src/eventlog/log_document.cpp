@@ -73,8 +73,8 @@ log_document::slot& log_document::hold(int32_t position) {
     return slot_at(position);
 }
 
-void log_document::load(const char* text) {
-    document_->LoadXMLFile(text);
+void log_document::load(std::string text) {
+    document_->LoadXMLFile(std::move(text));
     forget_file_text();
     build_index();
 }

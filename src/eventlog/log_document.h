@@ -45,7 +45,7 @@ class log_document {
 
     // Parses the text of a log file in place of what the document held. Text that does not parse
     // gives an empty or partial log.
-    void load(const char* text);
+    void load(std::string text);
 
     // The number of elements in the root element, whatever their names are.
     [[nodiscard]] int32_t element_count() const;

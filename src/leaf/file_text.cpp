@@ -4,9 +4,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <limits>
+#include <new>
+#include <string>
 
 #include "leaf/message.h"
 #include "leaf/owned_fd.h"
@@ -15,10 +15,28 @@ namespace veltrancord {
 
 namespace {
 
+// Whoever parses the text appends a few bytes, for which it should not have to be copied.
+constexpr std::size_t spare = 8;
+
 // Messages of one file go to two streams; what is printed must not come out later than the rest.
 int32_t Fail(const char* message) {
     print_output("%s", message);
     return -1;
+}
+
+// Return: false when memory could not be had.
+bool Resize(std::string& buf, uint64_t size) {
+    if (size > buf.max_size() - spare) {
+        return false;
+    }
+    try {
+        buf.clear();
+        buf.reserve(static_cast<std::size_t>(size) + spare);
+        buf.resize(static_cast<std::size_t>(size));
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 // Reads up to `size` bytes. Return: the bytes read, with errno telling why they are fewer.
@@ -38,11 +56,7 @@ std::size_t ReadUpTo(int fd, char* text, std::size_t size) {
 
 }  // namespace
 
-void free_file_text::operator()(char* text) const {
-    std::free(text);
-}
-
-int32_t LoadFile2Buf(const char* path, file_text& buf) {
+int32_t LoadFile2Buf(const char* path, std::string& buf) {
     // Opened for writing too, so that a file which could never be saved is not served either.
     const owned_fd fd(::open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600));
     if (fd.get() <= 0) {
@@ -53,19 +67,13 @@ int32_t LoadFile2Buf(const char* path, file_text& buf) {
         return Fail("(ifilesize <= 0)");
     }
     static_cast<void>(::lseek(fd.get(), 0, SEEK_SET));
-    const auto wanted = static_cast<uint64_t>(end);
-    const auto size = static_cast<std::size_t>(wanted);
-    buf.reset(wanted < std::numeric_limits<std::size_t>::max()
-                  ? static_cast<char*>(std::malloc(size + 1))
-                  : nullptr);
-    if (!buf) {
+    const auto size = static_cast<uint64_t>(end);
+    if (!Resize(buf, size)) {
         return Fail("*buf = (char*)malloc(ifilesize + 1);");
     }
-    const std::size_t done = ReadUpTo(fd.get(), buf.get(), size);
-    if (done < size) {
+    if (ReadUpTo(fd.get(), buf.data(), buf.size()) < buf.size()) {
         print_error("%s error %s\n", "LoadFile2Buf", std::strerror(errno));
     }
-    std::memset(buf.get() + done, 0, size + 1 - done);
     return 0;
 }
 

@@ -1,4 +1,5 @@
 // Loading the files of the configuration directory: which ones, under which name, with which words.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -113,7 +114,13 @@ TEST_F(DocumentSet, FileThatDoesNotParseIsKeptUnderItsName) {
     Write("Worse", "no markup at all");
     Write("Nul", std::string_view("\0<Nul/>", 7));
     const printed text = Load();
-    EXPECT_EQ(text.out + text.err, "");
+    EXPECT_EQ(text.out, "");
+    for (const char* const name : {"Bad", "Worse", "Nul"}) {
+        EXPECT_THAT(text.err, testing::HasSubstr("LoadXmlDir damaged, not read from line 1 on, "
+                                                 "strxmlPath=" +
+                                                 Path(name) + "\n"));
+        EXPECT_TRUE(FindXmlDocNode(name)->damaged) << name;
+    }
     EXPECT_EQ(Names().size(), 3U);
     ASSERT_NE(FindXmlDoc("Worse"), nullptr);
     EXPECT_TRUE(FindXmlDoc("Worse")->NoChildren());
@@ -121,6 +128,22 @@ TEST_F(DocumentSet, FileThatDoesNotParseIsKeptUnderItsName) {
     ASSERT_NE(FindXmlDoc("Nul"), nullptr);
     EXPECT_TRUE(FindXmlDoc("Nul")->NoChildren());
     EXPECT_NE(FindXmlDoc("Bad"), nullptr);
+}
+
+TEST_F(DocumentSet, FileOfWhiteSpaceAloneIsEmptyAndNotDamaged) {
+    Write("Blank", " \r\n\t\n");
+    const printed text = Load();
+    EXPECT_EQ(text.out + text.err, "");
+    ASSERT_NE(FindXmlDocNode("Blank"), nullptr);
+    EXPECT_FALSE(FindXmlDocNode("Blank")->damaged);
+    EXPECT_TRUE(FindXmlDoc("Blank")->NoChildren());
+}
+
+TEST_F(DocumentSet, TheLineOfADamageIsTold) {
+    Write("A", std::string_view("<A>\n<B>1</B>\n<C>2\0</C>\n</A>", 30));
+    EXPECT_EQ(Load().err,
+              "LoadXmlDir damaged, not read from line 3 on, strxmlPath=" + Path("A") + "\n");
+    EXPECT_EQ(Value("A.B"), "1");
 }
 
 TEST_F(DocumentSet, TextBehindANulIsIgnored) {

@@ -7,12 +7,14 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
 
 #include "leaf/bounded_text.h"
 #include "leaf/file_replacer.h"
+#include "leaf/file_text.h"
 #include "leaf/message.h"
 
 namespace veltrancord {
@@ -74,6 +76,27 @@ void Forget(const XmlDocNode& node) {
     }
 }
 
+// A file that does not parse keeps its place in the set, so that its settings can be written anew.
+void LoadFile(const char* name, const char* path) {
+    std::string text;
+    if (LoadFile2Buf(path, text) != 0) {
+        print_error("skip strxmlPath=%s\n", path);
+        return;
+    }
+    auto doc = std::make_unique<XmlDocument>(name);
+    static_cast<void>(doc->LoadXMLFile(std::move(text)));
+    const std::size_t damaged_line = doc->DamagedLine();
+    XmlDocNode* const node = AddXmlDocNode(name, path, std::move(doc));
+    if (node == nullptr) {
+        throw std::bad_alloc();
+    }
+    if (damaged_line != 0) {
+        node->damaged = true;
+        print_error("%s damaged, not read from line %zu on, strxmlPath=%s\n", "LoadXmlDir",
+                    damaged_line, path);
+    }
+}
+
 void LoadEntry(const char* name) {
     char path[sizeof(g_configDir) + sizeof(dirent::d_name)];
     std::snprintf(path, sizeof(path), "%s/%s", g_configDir, name);
@@ -84,16 +107,11 @@ void LoadEntry(const char* name) {
         print_error("%s name too long, skip strxmlPath=%s\n", "LoadXmlDir", path);
         return;
     }
-    file_text text;
-    if (LoadFile2Buf(path, text) != 0) {
-        print_error("skip strxmlPath=%s\n", path);
-        return;
+    try {
+        LoadFile(name, path);
+    } catch (const std::bad_alloc&) {
+        print_error("%s no memory, skip strxmlPath=%s\n", "LoadXmlDir", path);
     }
-    auto doc = std::make_unique<XmlDocument>(name);
-    // A file that does not parse keeps its place in the set, so that its settings can be written
-    // anew.
-    static_cast<void>(doc->LoadXMLFile(text.get()));
-    AddXmlDocNode(name, path, std::move(doc));
 }
 
 // A file that merely cannot be looked at (an input/output error, no memory) is still there, and
@@ -199,6 +217,7 @@ void PruneXmlDocs() {
             copy_bounded(node->path, "");
             copy_bounded(node->name, "");
             node->saveFlags = 0;
+            node->damaged = false;
         } else {
             Unlink(*node);
             delete node;

@@ -8,7 +8,6 @@
 #include <memory>
 #include <string_view>
 
-#include "leaf/file_text.h"
 #include "xml/document.h"
 
 namespace veltrancord {
@@ -28,6 +27,8 @@ struct XmlDocNode {
     char path[128] = {};               // full path of the file
     char name[64] = {};                // the file name, by which documents are found
     uint32_t saveFlags = 0;            // bits of save_flag
+    bool damaged = false;              // its file holds more than the document does: the file must
+                                       // be kept aside before it is replaced
 };
 
 // Head of the list; null when nothing is loaded. New records are always put at the head.
@@ -44,12 +45,12 @@ struct store_hooks {
 extern store_hooks g_storeHooks;
 
 // Loads every file of the directory, which is also remembered as the configuration directory. A
-// file that cannot be read is reported and skipped; one that does not parse is kept, empty or
-// partial, under its name. What an interrupted replacement left behind is swept first, and never
-// loaded. A file whose name is over 63 bytes or whose path is over 127 is reported and skipped: a
-// cut name could hide another document, and a cut path be saved over another file. A directory that
-// cannot be opened is reported on standard error and
-// gives an empty set.
+// file that cannot be read, or that memory does not suffice for, is reported and skipped; one that
+// does not parse is reported and kept, empty or partial, under its name. What an interrupted
+// replacement left behind is swept first, and never loaded. A file whose name is over 63 bytes or
+// whose path is over 127 is reported and skipped: a cut name could hide another document, and a cut
+// path be saved over another file. A directory that cannot be opened is reported on standard error
+// and gives an empty set.
 //
 // Return: 0.
 int32_t LoadXmlDir(const char* dir);

@@ -2,11 +2,12 @@
 
 #include <unistd.h>
 
-#include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "leaf/file_replacer.h"
+#include "leaf/file_text.h"
 #include "leaf/result.h"
 #include "leaf/whole_io.h"
 #include "xml/text.h"
@@ -19,13 +20,13 @@ namespace {
 // document that was read back in part would be saved over its file later.
 std::unique_ptr<XmlDocument> read_back(const char* path, const std::string& name,
                                        const std::string& written) {
-    file_text text;
-    if (LoadFile2Buf(path, text) < 0 || std::strcmp(text.get(), written.c_str()) != 0) {
+    std::string text;
+    if (LoadFile2Buf(path, text) < 0 || text != written) {
         return nullptr;
     }
     auto doc = std::make_unique<XmlDocument>(name.c_str());
     // What was printed parses; were it not to, the document would be kept as a loaded file's is.
-    static_cast<void>(doc->LoadXMLFileOrNothing(text.get()));
+    static_cast<void>(doc->LoadXMLFile(std::move(text)));
     return doc;
 }
 

@@ -67,7 +67,7 @@ bool load_exchange_file(const char* path, XmlDocument& exchange) {
         return false;
     }
     const auto text = read_text(file.get(), static_cast<std::size_t>(status.st_size));
-    return text != nullptr && exchange.LoadXMLFileOrNothing(text.get());
+    return text != nullptr && exchange.LoadXMLFile(text.get());
 }
 
 int32_t write_exchange_file(const char* path) {

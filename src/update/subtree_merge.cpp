@@ -74,7 +74,7 @@ void merge_text(merge_place& place, const TiXmlElement& from) {
     }
 }
 
-// As deep as documents may nest (xml/nesting.h).
+// As deep as documents may nest (xml/document.h).
 void merge_element(merge_place& above, const TiXmlElement& from) {
     merge_place place(above, from.ValueStr());
     merge_text(place, from);

@@ -4,6 +4,7 @@
 
 #include <tinyxml.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -11,24 +12,33 @@
 
 namespace veltrancord {
 
+// Elements within elements, the root counting as 1; deeper text does not load. The XML library
+// prints, walks and frees an element by calling itself for each child, so nesting without bound
+// would run any stack over.
+inline constexpr int max_xml_nesting = 512;
+
 class XmlDocument : public TiXmlDocument {
   public:
     // `name` becomes the document's value; for configuration documents it is the file name.
     explicit XmlDocument(const char* name);
 
-    // Parses the NUL-terminated text into the document in place of what it held. "\r\n" and "\r"
-    // count as "\n". Never touches a file, and leaves the name as it was.
+    // Parses the text up to its first NUL into the document in place of what it held. "\r\n" and
+    // "\r" count as "\n". Never touches a file, and leaves the name as it was. The text is changed
+    // where it lies: who moves it in needs no second one.
     //
     // Return: false when the text is empty (error TIXML_ERROR_DOCUMENT_EMPTY) or does not parse;
-    // the document is then empty or holds what was parsed before the error. Text nested deeper than
-    // max_xml_nesting (xml/nesting.h) is not parsed at all.
-    bool LoadXMLFile(const char* text);
+    // the document then holds what was parsed before the error, or nothing when the text nests
+    // deeper than max_xml_nesting. Where memory runs out the document is empty, nothing of what was
+    // parsed stays allocated, and std::bad_alloc leaves here.
+    bool LoadXMLFile(std::string text);
 
-    // As above, but where memory runs out the document is empty and nothing of what was parsed
-    // stays allocated when std::bad_alloc leaves here; the library alone loses the elements that
-    // were open. For text that clients bring in while the service lives: it takes a sixth longer,
-    // which the start, whose failure ends the process anyway, does without.
-    bool LoadXMLFileOrNothing(const char* text);
+    // The line of the text loaded last, counted from 1, from which on it is not in the document: it
+    // does not parse there, or more than white space follows the last element or a NUL. 0: all of
+    // it is. Text of white space alone is whole.
+    [[nodiscard]] std::size_t DamagedLine() const { return damaged_line_; }
+
+    // Whether that is because it nests deeper than max_xml_nesting.
+    [[nodiscard]] bool NestsTooDeep() const { return nests_too_deep_; }
 
     // Whether the text began with a UTF-8 byte order mark, which a saved document repeats.
     [[nodiscard]] bool HasByteOrderMark() const { return has_byte_order_mark_; }
@@ -45,13 +55,19 @@ class XmlDocument : public TiXmlDocument {
     [[nodiscard]] child_indexes& ChildIndexes() { return child_indexes_; }
 
   private:
-    bool PrepareText(const char* text, std::string& normalised);
+    class reader;
 
     static uint64_t last_edition_;
 
     child_indexes child_indexes_;
     uint64_t edition_ = ++last_edition_;
+    std::size_t damaged_line_ = 0;
+    bool nests_too_deep_ = false;
     bool has_byte_order_mark_ = false;
 };
+
+// Whether a document with this declaration at its top is read as UTF-8: it names that encoding or
+// none.
+[[nodiscard]] bool DeclaresUtf8(const TiXmlDeclaration& declaration);
 
 }  // namespace veltrancord

@@ -1,11 +1,10 @@
 #include "xml/syntax.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <cstddef>
 
 #include "xml/document.h"
+#include "xml/text.h"
 
 namespace veltrancord {
 
@@ -35,12 +34,6 @@ bool EndsWithinCharacter(std::string_view text) {
     return false;
 }
 
-// Whether the printer writes this byte as an entity.
-bool IsEscaped(char c) {
-    return static_cast<unsigned char>(c) < 32 ||
-           std::string_view("&<>\"'").find(c) != std::string_view::npos;
-}
-
 // Whether a character is cut short before an entity, whose "&" the parser would then take for a
 // part of that character: "\xE9&" is read back as "\xE9&amp;", one "amp;" longer at each start.
 bool CutsCharacterBeforeEntity(std::string_view text) {
@@ -49,7 +42,7 @@ bool CutsCharacterBeforeEntity(std::string_view text) {
         const auto announced =
             static_cast<std::size_t>(std::max(1, TiXmlBase::utf8ByteTable[byte]));
         const std::string_view rest = text.substr(at + 1, announced - 1);
-        if (std::any_of(rest.begin(), rest.end(), IsEscaped)) {
+        if (std::any_of(rest.begin(), rest.end(), IsWrittenAsEntity)) {
             return true;
         }
         at += announced;
@@ -67,9 +60,7 @@ bool IsUtf8(const TiXmlDocument& document) {
     for (const TiXmlNode* node = document.FirstChild(); node != nullptr;
          node = node->NextSibling()) {
         if (const TiXmlDeclaration* const declaration = node->ToDeclaration()) {
-            const char* const encoding = declaration->Encoding();
-            return *encoding == '\0' || strncasecmp(encoding, "UTF-8", 5) == 0 ||
-                   strncasecmp(encoding, "UTF8", 4) == 0;
+            return DeclaresUtf8(*declaration);
         }
     }
     return false;

@@ -60,7 +60,7 @@ std::size_t PlainLength(std::string_view text) {
         !AnyEncoded(text.data() + text.size() - word_size)) {
         return text.size();
     }
-    while (at < text.size() && !encoded_table[static_cast<unsigned char>(text[at])]) {
+    while (at < text.size() && !IsWrittenAsEntity(text[at])) {
         ++at;
     }
     return at;
@@ -300,6 +300,10 @@ void printer::Print(const TiXmlNode& node, int depth) {
 }
 
 }  // namespace
+
+bool IsWrittenAsEntity(char c) {
+    return encoded_table[static_cast<unsigned char>(c)];
+}
 
 bool PrintXml(const TiXmlNode& node, int depth, std::string& out) {
     printer printer(out);

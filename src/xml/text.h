@@ -14,6 +14,9 @@ namespace veltrancord {
 // Blanks that an element's line begins with for each element around it.
 inline constexpr std::size_t xml_indentation = 4;
 
+// Whether this byte of a text, of an attribute or of its name is written as an entity.
+[[nodiscard]] bool IsWrittenAsEntity(char c);
+
 // Appends to `out` what node.Print(file, depth) would write.
 //
 // Return: whether each line feed begins the line of an element, of its end, or of a comment or the

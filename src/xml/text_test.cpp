@@ -45,7 +45,9 @@ std::string Text(const TiXmlNode& node, int depth) {
 std::string Reprint(const char* xml) {
     XmlDocument document("D");
     static_cast<void>(document.LoadXMLFile(xml));
-    EXPECT_EQ(SerialiseXmlDoc(document), LibrarySave(document)) << xml;
+    TiXmlDocument expected;
+    expected.Parse(xml);
+    EXPECT_EQ(SerialiseXmlDoc(document), LibrarySave(expected)) << xml;
     return SerialiseXmlDoc(document);
 }
 
@@ -88,7 +90,11 @@ TEST(XmlText, ByteOrderMarkIsWrittenAgainOnceItWasRead) {
     XmlDocument document("D");
     EXPECT_TRUE(document.LoadXMLFile("\xEF\xBB\xBF<A/>"));
     EXPECT_TRUE(document.LoadXMLFile("<B/>"));
-    EXPECT_EQ(SerialiseXmlDoc(document), LibrarySave(document));
+    TiXmlDocument expected;
+    expected.Parse("\xEF\xBB\xBF<A/>");
+    expected.Clear();
+    expected.Parse("<B/>");
+    EXPECT_EQ(SerialiseXmlDoc(document), LibrarySave(expected));
     EXPECT_TRUE(document.HasByteOrderMark());
 }
 

@@ -38,6 +38,7 @@ FILES = {
     "Twice": "<Twice><A>1</A><A>2</A></Twice>",
     "Lines": "<Lines><A><![CDATA[a\nb]]></A></Lines>",
     "Deep": "<Deep>" + "<a>" * 512 + "</a>" * 512 + "</Deep>",
+    "Cut": "<Cut>\n<A>1</A>\n</Cut>\n\0<B/>",
     "Comment": "<!-- nothing -->",
     "Roots": "<Roots><A>1</A></Roots><Second/>",
     "Path": "<Path>" + ("<" + "p" * 251 + ">") + "1" + ("</" + "p" * 251 + ">") + "</Path>",
@@ -56,6 +57,7 @@ FILES = {
 EXPECTED = {
     ("Broken", "", "unparsable"),
     ("Deep", "", "unparsable"),
+    ("Cut", "", "damaged"),
     ("Comment", "", "no-root"),
     ("Roots", "", "second-root"),
     ("Path", "Path." + "p" * 251, "long-path"),
@@ -96,7 +98,8 @@ def test_every_kind_of_finding(tool):
     assert text.status == 10
     assert "Empty: would be skipped: is empty [skipped]\n" in text.stdout
     assert "Broken: does not parse: Error reading end tag. (line 1) [unparsable]\n" in text.stdout
-    assert "Deep: does not parse: elements stand more than 512 deep [unparsable]\n" in text.stdout
+    assert "Deep: does not parse: elements stand more than 512 deep (line 1) [unparsable]\n" in text.stdout
+    assert "Cut: is not read from line 4 on: a zero byte, or no element [damaged]\n" in text.stdout
     assert text.stderr == ""
 
 
@@ -107,14 +110,14 @@ def test_fsck_agrees_with_the_service_on_what_is_loaded(tool):
     skipped = {name for name, _, kind in kinds(tool, CONFIGURATION) if kind == "skipped"}
     device.start()
     log = device.stderr()
-    assert skipped == {name for name in FILES if f"{CONFIGURATION}/{name}\n" in log}
+    assert skipped == {name for name in FILES if f"skip strxmlPath={CONFIGURATION}/{name}\n" in log}
     assert not device.file_exists(f"{CONFIGURATION}/.veltrancord-new.Network")  # swept, as was told
 
 
 def test_every_kind_that_there_is_is_tested_here():
     sources = "".join((REPOSITORY / f"client/tool/{name}").read_text()
                       for name in ("file_check.cpp", "setting_check.cpp"))
-    kinds_there_are = set(re.findall(r'"([a-z]+(?:-[a-z]+)+|unparsable|leftover|skipped)",', sources))
+    kinds_there_are = set(re.findall(r'"([a-z]+(?:-[a-z]+)+|unparsable|damaged|leftover|skipped)",', sources))
     tested = {kind for _, _, kind in EXPECTED} | {"rule-permit"}
     assert kinds_there_are == tested
 
