@@ -20,6 +20,7 @@ struct call_plan {
     bool watched = false;
     int allocations = 0;
     bool refuse_memory = false;
+    int allocations_allowed = -1;    // those behind so many are refused; below 0: none
     std::vector<std::size_t> sends;  // how many bytes each was asked to send
     std::size_t longest_send = SIZE_MAX;
     int interruptions = 0;  // how many of the next calls are interrupted
@@ -42,7 +43,8 @@ bool may_allocate() {
         return true;
     }
     ++g_plan.allocations;
-    return !g_plan.refuse_memory;
+    return !g_plan.refuse_memory &&
+           (g_plan.allocations_allowed < 0 || g_plan.allocations <= g_plan.allocations_allowed);
 }
 
 }  // namespace
@@ -196,6 +198,22 @@ TEST_F(Calls, MemoryThatCannotBeHadIsAFailureOfThisCall) {
     g_plan.refuse_memory = false;
     EXPECT_EQ(veltrancord_read(&client_, "A.*", &reply_), 1000);
     veltrancord_reply_release(&reply_);
+}
+
+TEST_F(Calls, AWatchThatGetsNoMemoryIsAFailureAndLeavesNothing) {
+    const fake_service service(path_, reply_frame(6, "A.x=1\n"));
+    const char* path = "A.*";
+    veltrancord_watcher* watcher = nullptr;
+    for (int allowed = 0; allowed < 3; ++allowed) {
+        start_counting();
+        g_plan.allocations_allowed = allowed;
+        EXPECT_EQ(veltrancord_watch(&client_, &path, 1, "/", 100, &watcher), VELTRANCORD_NO_MEMORY);
+        EXPECT_EQ(watcher, nullptr);
+    }
+    start_counting();
+    g_plan.allocations_allowed = 3;
+    EXPECT_EQ(veltrancord_watch(&client_, &path, 1, "/", 100, &watcher), VELTRANCORD_OK);
+    veltrancord_watch_end(watcher);
 }
 
 TEST_F(Calls, InterruptedCallsAreMadeAgain) {

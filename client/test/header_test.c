@@ -19,6 +19,8 @@ static void ask_everything(struct veltrancord_client* client) {
     struct veltrancord_reply reply = VELTRANCORD_REPLY_INIT(NULL, 0, 4096);
     struct veltrancord_setting setting = {"A.B", "1"};
     struct veltrancord_log_record record;
+    struct veltrancord_watcher* watcher = NULL;
+    const char* path = "A.*";
     const int32_t usual = VELTRANCORD_DEFAULT_LIFETIME;
     char text[16];
     int32_t results[32];
@@ -52,6 +54,9 @@ static void ask_everything(struct veltrancord_client* client) {
     results[count++] = veltrancord_set_session(client, "s");
     results[count++] = veltrancord_check_session(client, "s", usual);
     results[count++] = veltrancord_compare_captcha(client, "v", "c", 0, usual);
+    results[count++] = veltrancord_watch(client, &path, 1, "/", 4096, &watcher);
+    expect(watcher == NULL, "a watch that fails gives no watcher");
+    veltrancord_watch_end(watcher);
     for (index = 0; index < count; ++index) {
         expect(results[index] == VELTRANCORD_UNREACHABLE, "a missing service is unreachable");
     }

@@ -218,6 +218,61 @@ VELTRANCORD_API int32_t veltrancord_download(struct veltrancord_client* client, 
  * reads it: never pass on what came from outside. */
 VELTRANCORD_API int32_t veltrancord_backup(struct veltrancord_client* client, const char* text);
 
+/* ---- Watching ----
+ *
+ * The service tells nobody of changes. But it replaces a document's file with each save, which the
+ * kernel tells who watches the directory; what changed is then found by reading again and
+ * comparing. So the caller must run on the service's machine and be allowed to read its directory,
+ * and
+ *  - what is changed in memory only is told when it is saved;
+ *  - changes that follow closely are told as one, and a value that was changed and changed back in
+ *    the meantime is not told at all;
+ *  - an element without text is told as if it were not there.
+ * There is no thread: changes are found in veltrancord_watch_next(). What is held is the text of
+ * each path once, and twice while it is compared. */
+
+#define VELTRANCORD_DEFAULT_DIRECTORY "/mnt/database/xml"
+
+struct veltrancord_watcher; /* made by veltrancord_watch(), ended by veltrancord_watch_end() */
+
+struct veltrancord_change {
+    const char* path;   /* as veltrancord_read() tells it */
+    const char* before; /* null: there was none */
+    const char* after;  /* null: there is none any more */
+};
+
+/* Begins to watch `count` paths, each as for veltrancord_read(): a value, all below an element
+ * ("A.B.*"), or everything ("*"). What does not exist yet may come. `directory`: where the service
+ * keeps its documents; null: the default. `cap`: the longest text that one path may have. The
+ * client is borrowed until the end of the watch, and may be used for other calls in between; paths
+ * and directory are copied.
+ *
+ * Return: VELTRANCORD_OK with the watcher, or a failure with null: VELTRANCORD_SYSTEM_ERROR names a
+ * directory that is missing or may not be read. */
+VELTRANCORD_API int32_t veltrancord_watch(struct veltrancord_client* client,
+                                          const char* const* paths, size_t count,
+                                          const char* directory, size_t cap,
+                                          struct veltrancord_watcher** watcher);
+
+/* Waits at most `timeout_ms` (negative: for ever) for the next change. Changes that were found
+ * together come one by one, those of one path sorted. The texts hold until the next call with the
+ * same watcher. A read that fails is tried again by the next call, so nothing is missed while the
+ * service restarts; pause before that call.
+ *
+ * Return: 1 with the change, 0 when the time is over, or a failure; VELTRANCORD_SYSTEM_ERROR with
+ * the system's ENOENT when the directory itself has gone, which ends the watch. */
+VELTRANCORD_API int32_t veltrancord_watch_next(struct veltrancord_watcher* watcher,
+                                               int32_t timeout_ms,
+                                               struct veltrancord_change* change);
+
+/* For a program that waits for other things as well, or wants to be able to stop waiting: a
+ * descriptor that poll() finds readable when there may be changes. Call veltrancord_watch_next()
+ * with a time-out of 0 until it gives 0 before each wait. It stays the watcher's. */
+VELTRANCORD_API int veltrancord_watch_descriptor(const struct veltrancord_watcher* watcher);
+
+/* Ends the watch and releases the watcher; null is harmless. */
+VELTRANCORD_API void veltrancord_watch_end(struct veltrancord_watcher* watcher);
+
 /* ---- Event log ---- */
 
 #define VELTRANCORD_LOG_RECORD_SIZE 32

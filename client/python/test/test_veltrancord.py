@@ -1,6 +1,8 @@
 """The Python module against a service that answers as each test says."""
 
+import os
 import re
+import select
 import shutil
 import socket
 import struct
@@ -335,6 +337,124 @@ def test_numbers_and_truth_values_are_written(serve):
         with pytest.raises(TypeError):
             client_of(service).set("A.B", value)
     assert len(service.requests) == 4
+
+
+class Held:
+    """A service that holds settings, each read answered from `texts`, and their directory."""
+
+    def __init__(self, serve, directory):
+        self.texts = {}
+        self.reads = 0
+        self.directory = directory
+        directory.mkdir()
+        self.service = serve(serve=self.answer)
+
+    def answer(self, connection):
+        head = connection.recv(5, socket.MSG_WAITALL)
+        (length,) = struct.unpack("<I", head[1:])
+        path = connection.recv(length, socket.MSG_WAITALL).decode().partition(":")[2]
+        self.reads += 1
+        text = self.texts.get(path)
+        connection.sendall(reply(-4) if text is None else reply(len(text), text.encode()))
+
+    def save(self, document):
+        """As the service does: under another name first."""
+        helper = self.directory / f".veltrancord-new.{document}"
+        helper.write_text("<x/>")
+        helper.rename(self.directory / document)
+
+    def watch(self, *paths):
+        return client_of(self.service).watch(*paths, directory=str(self.directory))
+
+
+@pytest.fixture
+def held(serve, tmp_path):
+    return Held(serve, tmp_path / "xml")
+
+
+def changes(watch):
+    return list(iter(lambda: watch.next(0), None))
+
+
+def test_watch_tells_what_came_changed_and_went(held):
+    held.texts["Net.*"] = "Net.Name=a\nNet.Mtu=1500\nNet.Old=x\nNet.u=1\nNet.u=2\n"
+    with held.watch("Net.*") as watch:
+        assert changes(watch) == []
+        held.texts["Net.*"] = "Net.Name=a\nNet.Mtu=1400\nNet.New=\nNet.u=1\nNet.u=3\nNet.u=4\n"
+        held.save("Net")
+        assert changes(watch) == [
+            ("Net.Mtu", "1500", "1400"), ("Net.New", None, ""), ("Net.Old", "x", None),
+            ("Net.u", "2", "3"), ("Net.u", None, "4")]
+        held.save("Net")
+        assert changes(watch) == []
+        held.texts.clear()
+        (held.directory / "Net").unlink()
+        assert len(changes(watch)) == 6
+
+
+def test_watch_reads_only_what_a_save_may_concern(held):
+    with held.watch("A.x", "B.x", "*", "With_other.x") as watch:
+        for file, reads in (("A", 3), ("C", 2)):
+            held.reads = 0
+            held.save(file)
+            assert changes(watch) == []
+            assert held.reads == reads
+        (held.directory / ".veltrancord-new.A").write_text("cut off")
+        assert changes(watch) == [] and held.reads == 2
+
+
+def test_watch_is_waited_for_and_iterated_over(held):
+    held.texts["A.x"] = "A.x=1"
+    with held.watch("A.x") as watch:
+        assert select.select([watch], [], [], 0)[0] == []
+        assert watch.next(0.001) is None
+        held.texts["A.x"] = "A.x=2"
+        threading.Timer(0.01, held.save, ["A"]).start()
+        assert watch.next() == veltrancord.Change("A.x", "1", "2")
+        held.texts["A.x"] = "A.x=3"
+        held.save("A")
+        assert select.select([watch], [], [])[0] == [watch]
+        assert next(iter(watch)).after == "3"
+    with pytest.raises(ValueError):
+        watch.next(0)
+
+
+def test_watch_misses_nothing_when_a_read_fails(held, serve, tmp_path):
+    held.texts["A.x"] = "A.x=1"
+    client = client_of(held.service)
+    with client.watch("A.x", directory=str(held.directory)) as watch:
+        client.socket_path = str(tmp_path / "missing")
+        held.save("A")
+        with pytest.raises(veltrancord.Unreachable):
+            watch.next()
+        held.texts["A.x"] = "A.x=2"
+        client.socket_path = held.service.path
+        assert changes(watch) == [("A.x", "1", "2")]
+
+
+def test_watch_ends_when_its_directory_goes(held):
+    with held.watch("A.x") as watch:
+        held.directory.rmdir()
+        for _ in range(2):
+            with pytest.raises(veltrancord.Error) as caught:
+                watch.next()
+            assert (caught.value.code, caught.value.subject) == (
+                Result.SYSTEM_ERROR, str(held.directory))
+
+
+def test_what_cannot_be_watched_is_refused_and_nothing_is_left_behind(held, tmp_path):
+    before = os.listdir("/proc/self/fd")
+    for paths, code in (((), Result.INVALID_USE), (("A.x", "A=B"), Result.PATH_HAS_EQUALS)):
+        with pytest.raises(veltrancord.Refused) as refused:
+            held.watch(*paths)
+        assert refused.value.code is code and refused.value.subject == (paths or (None,))[-1]
+    with pytest.raises(veltrancord.Error) as caught:
+        Client(held.service.path).watch("A.x", directory="/nonexistent/folder")
+    assert str(caught.value) == (
+        "/nonexistent/folder: a system call failed: No such file or directory (-106)")
+    with pytest.raises(veltrancord.Unreachable):
+        Client(str(tmp_path / "missing")).watch("A.x", directory=str(held.directory))
+    assert os.listdir("/proc/self/fd") == before
 
 
 def test_refused_connection_is_tried_again_until_the_deadline(tmp_path):

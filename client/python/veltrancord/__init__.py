@@ -16,9 +16,12 @@ from .client import Client, Permit
 from .errors import Denied, Error, NotFound, Refused, Result, TimedOut, Unreachable, WrongKind
 from .event_log import LogMode, LogRecord
 from .exchange import DEFAULT_SOCKET, Reply
+from .watching import DEFAULT_DIRECTORY, Change, Watch
 
 __all__ = [
+    "DEFAULT_DIRECTORY",
     "DEFAULT_SOCKET",
+    "Change",
     "Client",
     "Denied",
     "Error",
@@ -31,5 +34,6 @@ __all__ = [
     "Result",
     "TimedOut",
     "Unreachable",
+    "Watch",
     "WrongKind",
 ]

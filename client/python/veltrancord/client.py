@@ -14,6 +14,7 @@ from .bounds import decode, field_bytes
 from .errors import Error, NotFound, Result, error_of
 from .event_log import RECORD_SIZE, LogMode, LogRecord
 from .exchange import DEFAULT_SOCKET, Reply, exchange
+from .watching import DEFAULT_DIRECTORY, Watch
 
 Lines = List[Tuple[str, str]]
 Value = bounds.Value
@@ -246,6 +247,21 @@ class Client:
             data = bounds.encode(path) if path == ".*" else bounds.path_bytes(
                 path, bounds.MAX_READ_PATH)
             self._code("remove", data)
+
+    def watch(self, *paths: str, directory: str = DEFAULT_DIRECTORY) -> Watch:
+        """What changes at these paths, each as for `read`; what does not exist yet may come:
+
+            with service.watch("Network.*") as watch:
+                for change in watch:
+                    print(change.path, change.before, change.after)
+
+        The service tells nobody of changes. But it replaces a document's file in `directory` with
+        each save, which the kernel tells; what changed is then found by reading again. So this works
+        on the service's machine only, for who may read its directory. What is changed in memory only
+        is told when it is saved; changes that follow closely are told as one, and a value that was
+        changed and changed back in the meantime is not told at all; an element without text is told
+        as if it were not there. What is held is each path's settings."""
+        return Watch(self, paths, directory)
 
     # ---- attributes -------------------------------------------------------------------------
 
