@@ -17,6 +17,7 @@
 #include "difference.h"
 #include "directory_check.h"
 #include "leaf/file_replacer.h"
+#include "leaf/trusted_program.h"
 #include "process_facts.h"
 #include "service.h"
 #include "store/document_set.h"
@@ -147,15 +148,22 @@ void diagnose_files(const doctor_options& options, diagnosis_list& list) {
     diagnose_room("/tmp", list);
 }
 
-void diagnose_scripts(diagnosis_list& list) {
-    for (const char* script :
+void diagnose_scripts(const context& tool, diagnosis_list& list) {
+    // The socket is the service's own.
+    struct stat socket {};
+    const uid_t service_user =
+        stat(tool.socket_path.c_str(), &socket) == 0 ? socket.st_uid : geteuid();
+    for (const std::string script :
          {"/tmp/BackupXmlDB.sh", "/tmp/trigger/EventLogCallBack.sh", "/bin/PermitSyncCb.sh"}) {
-        const bool present = access(script, F_OK) == 0;
-        const bool runs = present && access(script, X_OK) == 0;
-        list.push_back({"script", present && !runs ? state::warning : state::info,
-                        std::string(script) + (!present ? ": absent"
-                                               : runs   ? ": executable"
-                                                        : ": is not executable")});
+        if (access(script.c_str(), F_OK) != 0) {
+            list.push_back({"script", state::info, script + ": absent"});
+        } else if (access(script.c_str(), X_OK) != 0) {
+            list.push_back({"script", state::warning, script + ": is not executable"});
+        } else {
+            const std::string why = why_not_trusted(script.c_str(), service_user);
+            list.push_back({"script", why.empty() ? state::info : state::warning,
+                            script + (why.empty() ? ": executable" : ": is not run: " + why)});
+        }
     }
 }
 

@@ -33,7 +33,7 @@ void diagnose_semaphores(diagnosis_list& list);
 void diagnose_files(const doctor_options& options, diagnosis_list& list);
 
 // Scripts of the device that the service starts.
-void diagnose_scripts(diagnosis_list& list);
+void diagnose_scripts(const context& tool, diagnosis_list& list);
 
 // Settings of the running service that are not in its files yet.
 void diagnose_saves(context& tool, const doctor_options& options, diagnosis_list& list);

@@ -46,7 +46,7 @@ int run_doctor(context& tool, const doctor_options& options) {
     const bool alive = diagnose_service(tool, list);
     diagnose_semaphores(list);
     diagnose_files(options, list);
-    diagnose_scripts(list);
+    diagnose_scripts(tool, list);
     {
         const quiet_output quiet;  // scanning prints what it cannot read
         diagnose_limits(tool, options, alive, list);

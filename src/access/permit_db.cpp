@@ -4,6 +4,7 @@
 #include "leaf/child_program.h"
 #include "leaf/message.h"
 #include "leaf/result.h"
+#include "leaf/trusted_program.h"
 #include "store/document_set.h"
 #include "store/read_query.h"
 
@@ -43,7 +44,7 @@ void save_permit_db() {
     }
     // Also when there was nothing to write and the file is the old one: the script still learns
     // that the lists were built anew.
-    if (XmlFileExists(sync_script) == 1) {
+    if (XmlFileExists(sync_script) == 1 && is_trusted_program(sync_script)) {
         start_sync_script();
     }
 }

@@ -11,6 +11,7 @@
 #include "leaf/bounded_text.h"
 #include "leaf/child_program.h"
 #include "leaf/message.h"
+#include "leaf/trusted_program.h"
 
 namespace veltrancord {
 
@@ -37,7 +38,7 @@ struct script_argument {
 int32_t trigger_event_callback(int32_t type, const char* time_text, uint8_t first_detail,
                                const char* detail_text, uint8_t second_detail) {
     stored_notification_settings settings;
-    if (!should_notify(type, settings) || !has_script()) {
+    if (!should_notify(type, settings) || !has_script() || !is_trusted_program(script)) {
         return 1;
     }
     std::string path = script;

@@ -42,7 +42,9 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -53,6 +55,7 @@
 #include <utility>
 
 #include "leaf/message.h"
+#include "leaf/path_walk.h"
 #include "leaf/result.h"
 #include "leaf/whole_io.h"
 
@@ -61,7 +64,6 @@ namespace veltrancord {
 namespace {
 
 constexpr std::string_view helper_prefix = ".veltrancord-new.";
-constexpr int max_links = 40;  // as many as the kernel follows
 constexpr mode_t permission_bits = 07777;
 
 // Whether an error in making a helper file or in renaming it means that this place allows no
@@ -121,6 +123,34 @@ bool reserve(int fd, off_t size, std::size_t length) {
            (errno != ENOSPC && errno != EDQUOT && errno != EIO && errno != EFBIG);
 }
 
+// As the kernel's protected_symlinks, which not every kernel has switched on: in a directory where
+// everybody may put files, a link of somebody else's would give away what he chooses.
+bool may_follow(const struct stat& directory, const struct stat& entry) {
+    return !S_ISLNK(entry.st_mode) || (directory.st_mode & S_ISVTX) == 0 ||
+           (directory.st_mode & (S_IWGRP | S_IWOTH)) == 0 || entry.st_uid == directory.st_uid ||
+           entry.st_uid == ::geteuid();
+}
+
+constexpr int directory_flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+
+// The usual way to a directory has no link on it, and is opened in one call. Where it has, or the
+// kernel has no such call, each step is judged.
+//
+// Return: the directory, or nothing with errno set.
+owned_fd open_judged_directory(const char* place) {
+    open_how how{};
+    how.flags = directory_flags;
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    owned_fd directory(static_cast<int>(
+        uninterrupted([&] { return ::syscall(SYS_openat2, AT_FDCWD, place, &how, sizeof how); })));
+    path_walk walk;
+    if (!directory && walk.follow(place, may_follow)) {
+        directory.reset(
+            uninterrupted([&] { return ::openat(walk.descriptor(), ".", directory_flags); }));
+    }
+    return directory;
+}
+
 // Return: false with errno set.
 bool overwrite(int fd, std::string_view content) {
     return ::lseek(fd, 0, SEEK_SET) == 0 && write_whole(fd, content) &&
@@ -131,9 +161,22 @@ bool overwrite(int fd, std::string_view content) {
 
 }  // namespace
 
+// Looked at, judged and read through one descriptor, so that it cannot be exchanged in between.
 bool file_replacement::follow_link() {
+    const owned_fd opened(uninterrupted(
+        [this] { return ::openat(directory_.get(), name_, O_PATH | O_NOFOLLOW | O_CLOEXEC); }));
+    struct stat directory {};
+    struct stat entry {};
+    if (!opened || ::fstat(directory_.get(), &directory) != 0 ||
+        ::fstat(opened.get(), &entry) != 0) {
+        return false;
+    }
+    if (!may_follow(directory, entry)) {
+        errno = EACCES;
+        return false;
+    }
     char link[PATH_MAX];
-    const ssize_t count = ::readlinkat(directory_.get(), name_, link, sizeof link);
+    const ssize_t count = ::readlinkat(opened.get(), "", link, sizeof link);
     if (count < 0) {
         return false;
     }
@@ -156,8 +199,7 @@ bool file_replacement::open_directory() {
     char* const name = slash != nullptr ? slash + 1 : target_;
     const char first = std::exchange(*name, '\0');
     const char* const place = slash != nullptr ? target_ : ".";
-    directory_.reset(
-        uninterrupted([&] { return ::open(place, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    directory_ = open_judged_directory(place);
     *name = first;
     name_ = name;
     return static_cast<bool>(directory_);
@@ -179,6 +221,10 @@ bool file_replacement::find_target() {
         struct stat status {};
         if (::fstatat(directory_.get(), name_, &status, AT_SYMLINK_NOFOLLOW) != 0) {
             return errno == ENOENT;
+        }
+        if (use_ == name_use::taken_over) {
+            errno = EISDIR;
+            return !S_ISDIR(status.st_mode);
         }
         if (!S_ISLNK(status.st_mode)) {
             exists_ = true;
@@ -227,7 +273,8 @@ bool file_replacement::make_helper() {
     };
     file_.reset(uninterrupted(create));
     if (!file_ && errno == EEXIST) {
-        if (!remove_leftover(directory_.get(), helper)) {
+        if (!remove_leftover(directory_.get(), helper) &&
+            !(use_ == name_use::taken_over && ::unlinkat(directory_.get(), helper, 0) == 0)) {
             errno = EEXIST;
             return false;
         }
@@ -254,9 +301,10 @@ int32_t file_replacement::fail(int error) {
     return result_failed;
 }
 
-int32_t file_replacement::prepare(const char* path, std::string_view content) {
+int32_t file_replacement::prepare(const char* path, std::string_view content, name_use use) {
     path_ = path;
     content_ = content;
+    use_ = use;
     if (!find_target()) {
         creation_failed_ = true;
         return fail(errno);

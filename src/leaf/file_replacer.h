@@ -15,6 +15,14 @@
 
 namespace veltrancord {
 
+// What becomes of the name that a replacement is given.
+enum class name_use : uint8_t {
+    kept,       // the file is what the name leads to, links followed, and keeps mode and owner
+    taken_over  // the name: whatever had it, a link included, is gone (but for a directory). For a
+                // directory where everybody may put files: the new file is the service's own, and
+                // nothing of anybody else's is opened or written
+};
+
 // One replacement: prepare() writes the new content aside, commit() puts it in place in one step.
 // What was prepared and not committed vanishes with the object. Nothing is printed but by
 // report_failure(): whether a failure is worth a line is the caller's to say.
@@ -26,14 +34,17 @@ class file_replacement {
     ~file_replacement() { discard(); }
 
     // Writes `content`, as the future content of the file at `path`, into a helper file beside it
-    // and flushes it to the device. A symbolic link is followed: its target is what will be
-    // replaced. Mode and owner are those of the file that is there. Where that is no regular file
-    // (a device, a FIFO) nothing is written aside: commit() writes it as it stands, and never waits
-    // for a reader. `path` and `content` must stay until commit(). To be called once.
+    // and flushes it to the device. A symbolic link is followed (its target is what will be
+    // replaced), but in a sticky directory that others may write to only one of the directory's
+    // owner or of the service's own user; the same goes for each step of the path. Mode and owner
+    // are those of the file that is there. Where that is no regular file (a device, a FIFO) nothing
+    // is written aside: commit() writes it as it stands, and never waits for a reader. `path` and
+    // `content` must stay until commit(). To be called once.
     //
     // Return: result_ok, or result_failed when the content cannot be written: nothing has changed
     // and nothing is left behind.
-    [[nodiscard]] int32_t prepare(const char* path, std::string_view content);
+    [[nodiscard]] int32_t prepare(const char* path, std::string_view content,
+                                  name_use use = name_use::kept);
 
     // Return: the path of the helper file, to read the content back from before it is committed;
     // empty when no helper file can be made in that place, so that the content can only be read
@@ -72,6 +83,7 @@ class file_replacement {
 
     const char* path_ = nullptr;  // as the caller gave it
     std::string_view content_;
+    name_use use_ = name_use::kept;
     // Neither array is cleared beyond its first byte: it would be 4 KB for each save.
     char target_[PATH_MAX];       // path_ with symbolic links followed
     const char* name_ = target_;  // the file's name, within target_

@@ -70,8 +70,10 @@ int openat(int directory, const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    return fails("openat") ? -1
-                           : static_cast<int>(syscall(SYS_openat, directory, path, flags, mode));
+    const bool looking = (flags & O_PATH) != 0;  // on the way to a directory
+    return !looking && fails("openat")
+               ? -1
+               : static_cast<int>(syscall(SYS_openat, directory, path, flags, mode));
 }
 
 // As the kernel does it: a change of owner takes set-id bits away. Where a file only seems to have
@@ -208,6 +210,29 @@ TEST_F(FileReplacerFault, WritesWhereRoomCannotBeReserved) {
 }
 
 // A file that cannot be looked at may have a mode and an owner to keep, or be a link to follow.
+// Where others may put files, what is in the way goes only when the new file is whole.
+TEST_F(FileReplacerFault, KeepsWhatHadANameThatCannotBeTakenOver) {
+    const std::string file = path("Permit.db");
+    for (const char* call : {"openat", "fallocate", "write", "fsync", "renameat"}) {
+        for (const int error : {ENOSPC, EACCES, EROFS}) {
+            if (std::string_view(call) == "fallocate" && error != ENOSPC) {
+                continue;
+            }
+            put("Permit.db", "old");
+            plan_failure(call, error);
+            file_replacement replacement;
+            EXPECT_FALSE(replacement.prepare(file.c_str(), "new", name_use::taken_over) ==
+                             result_ok &&
+                         replacement.commit() == result_ok)
+                << call;
+            g_plan.recording = false;
+            EXPECT_FALSE(replacement.replaced());
+            EXPECT_EQ(get("Permit.db"), "old");
+            EXPECT_EQ(names(), std::vector<std::string>{"Permit.db"});
+        }
+    }
+}
+
 TEST_F(FileReplacerFault, TakesOnlyAMissingFileForMissing) {
     for (const int error : {EACCES, EIO, ENOMEM}) {
         put("Account", "old");

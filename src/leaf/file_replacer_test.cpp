@@ -125,6 +125,68 @@ TEST_F(FileReplacer, CreatesTheTargetOfADanglingLink) {
     EXPECT_TRUE(fs::is_symlink(dir_ / "Account"));
 }
 
+TEST_F(FileReplacer, FollowsLinksOnTheWayToTheDirectory) {
+    fs::create_directories(dir_ / "flash/xml");
+    fs::create_symlink("flash", dir_ / "database");
+    fs::create_symlink(dir_ / "database/xml", dir_ / "documents");
+    put("flash/xml/Account", "old");
+    EXPECT_EQ(replace("documents/Account", "new"), result_ok);
+    EXPECT_EQ(get("flash/xml/Account"), "new");
+    EXPECT_TRUE(fs::is_symlink(dir_ / "documents"));
+}
+
+// As root's log in a directory where everybody may put files, with a stranger's link in its place.
+TEST_F(FileReplacer, FollowsNoStrangersLinkInAStickyDirectory) {
+    constexpr uid_t stranger = 54321;
+    fs::create_directories(dir_ / "open");
+    fs::create_directories(dir_ / "etc");
+    put("etc/passwd", "old");
+    fs::create_symlink("../etc/passwd", dir_ / "open/log");
+    fs::create_symlink("../etc", dir_ / "open/directory");
+    const auto replaceable = [&](const char* name) { return replace(name, "new") == result_ok; };
+    ASSERT_EQ(chmod(path("open").c_str(), 01777), 0);
+    EXPECT_TRUE(replaceable("open/log"));  // our own
+    put("etc/passwd", "old");
+    if (geteuid() != 0 || lchown(path("open/log").c_str(), stranger, stranger) != 0 ||
+        lchown(path("open/directory").c_str(), stranger, stranger) != 0) {
+        GTEST_SKIP() << "only the superuser gives links away";
+    }
+    for (const char* name : {"open/log", "open/directory/passwd", "open/directory/fresh"}) {
+        EXPECT_FALSE(replaceable(name)) << name;
+        EXPECT_EQ(printed_, line(name, EACCES));
+    }
+    EXPECT_EQ(get("etc/passwd"), "old");
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir_ / "etc"), fs::directory_iterator()), 1);
+    // The directory's owner could put the file itself there.
+    ASSERT_EQ(chown(path("open").c_str(), stranger, stranger), 0);
+    EXPECT_TRUE(replaceable("open/log"));
+    EXPECT_TRUE(replaceable("open/directory/passwd"));
+    // And where others cannot put anything, a link is its owner's to lay.
+    ASSERT_EQ(chown(path("open").c_str(), 0, 0), 0);
+    ASSERT_EQ(chmod(path("open").c_str(), 0755), 0);
+    EXPECT_TRUE(replaceable("open/log"));
+}
+
+TEST_F(FileReplacer, TakesANameOverWithoutFollowingIt) {
+    put("victim", "untouched");
+    ASSERT_EQ(chmod(path("victim").c_str(), 0666), 0);
+    fs::create_symlink("victim", dir_ / "Permit.db");
+    fs::create_symlink("victim", dir_ / ".veltrancord-new.Permit.db");
+    const std::string file = path("Permit.db");
+    umask(027);
+    for (int i = 0; i < 2; ++i) {  // a link, then a file
+        file_replacement replacement;
+        ASSERT_EQ(replacement.prepare(file.c_str(), "new", name_use::taken_over), result_ok);
+        ASSERT_EQ(replacement.commit(), result_ok);
+        EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(file)));
+        EXPECT_EQ(get("Permit.db"), "new");
+        EXPECT_EQ(mode("Permit.db"), 0640U);
+        ASSERT_EQ(chmod(file.c_str(), 0666), 0);
+    }
+    EXPECT_EQ(get("victim"), "untouched");
+    EXPECT_EQ(names(), (std::vector<std::string>{"Permit.db", "victim"}));
+}
+
 TEST_F(FileReplacer, RefusesLinksInACircle) {
     fs::create_symlink("Other", dir_ / "Account");
     fs::create_symlink("Account", dir_ / "Other");

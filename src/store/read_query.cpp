@@ -1,16 +1,13 @@
 #include "store/read_query.h"
 
-#include <fcntl.h>
 #include <strings.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
 #include "leaf/decimal_number.h"
+#include "leaf/file_replacer.h"
 #include "leaf/message.h"
-#include "leaf/owned_fd.h"
 #include "leaf/result.h"
 #include "store/document_set.h"
 #include "store/reply_capacity.h"
@@ -123,18 +120,6 @@ int32_t ReadByPath(std::string_view path, reply_text& out, uint32_t capacity, in
                            level);
 }
 
-bool WriteAll(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t count = ::write(fd, text.data(), text.size());
-        if (count >= 0) {
-            text.remove_prefix(static_cast<std::size_t>(count));
-        } else if (errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
-}
-
 }  // namespace
 
 bool open_read_reply(reply_text& reply) {
@@ -173,16 +158,17 @@ int32_t DumpXmlToFile(const char* path, const char* file) {
         print_error("read xml error %d!!\n", result);
         return result;
     }
-    // Where the file's directory is open to everybody, a link or a FIFO may have been laid in the
-    // way: the first is not followed, the second not waited for.
-    const owned_fd fd(::open(
-        file, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0666));
-    if (!fd) {
-        print_error("can't open %s\n", file);
-        return result_too_large;
-    }
-    if (!WriteAll(fd.get(), text.view())) {
-        print_error("can't write %s : %s\n", file, std::strerror(errno));
+    // Everybody may put files where this one is: what others have laid in its way goes.
+    file_replacement replacement;
+    if (replacement.prepare(file, text.view(), name_use::taken_over) < 0 ||
+        replacement.commit() < 0) {
+        if (!replacement.creation_failed()) {
+            replacement.report_failure();
+        }
+        if (!replacement.replaced()) {
+            print_error("can't open %s\n", file);
+            return result_too_large;
+        }
     }
     return result;
 }

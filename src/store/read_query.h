@@ -42,11 +42,11 @@ inline constexpr uint32_t reply_key_slack = 512;
 [[nodiscard]] int32_t ReadXmlTree(std::string_view path, reply_text& out, int32_t level,
                                   hidden_prefixes filter);
 
-// Writes what a read of `path` returns into `file` (created or truncated; a symbolic link in its
-// place is not followed). Messages go to standard error.
+// Puts a file with what a read of `path` returns in place of `file`, in one step: whatever had that
+// name, a link included, is replaced and not followed. Messages go to standard error.
 //
 // Return: the read's result, or result_too_large when nothing could be allocated or the file could
-// not be opened.
+// not be written: what was there stays then.
 int32_t DumpXmlToFile(const char* path, const char* file);
 
 }  // namespace veltrancord

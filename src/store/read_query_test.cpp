@@ -323,9 +323,22 @@ TEST_F(ReadQuery, DumpIntoAFileThatCannotBeOpenedIsReported) {
     };
     dump(dir_ + "/missing/file");
     dump(dir_);
+}
+
+// Everybody may put files where the dump of a running service goes.
+TEST_F(ReadQuery, DumpTakesTheNameOfWhateverHasIt) {
+    LoadAccount();
+    const auto dump = [&](const std::string& file) {
+        EXPECT_EQ(DumpXmlToFile("Account.Open", file.c_str()), 14);
+        EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(file)));
+        EXPECT_EQ(Content(std::filesystem::path(file).filename()), "Account.Open=1");
+    };
     std::ofstream(dir_ + "/victim") << "mine";
     std::filesystem::create_symlink("victim", dir_ + "/link");
     dump(dir_ + "/link");
+    EXPECT_EQ(Content("victim"), "mine");
+    std::filesystem::create_hard_link(dir_ + "/victim", dir_ + "/name");
+    dump(dir_ + "/name");
     EXPECT_EQ(Content("victim"), "mine");
     ASSERT_EQ(::mkfifo((dir_ + "/fifo").c_str(), 0600), 0);
     dump(dir_ + "/fifo");

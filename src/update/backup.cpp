@@ -8,6 +8,7 @@
 #include "leaf/clock.h"
 #include "leaf/message.h"
 #include "leaf/result.h"
+#include "leaf/trusted_program.h"
 #include "store/document_set.h"
 #include "store/reply_capacity.h"
 
@@ -32,6 +33,9 @@ int32_t XMLDBCallBack(std::string_view text) {
     }
     if (text.size() > max_script_text) {
         print_error("input parameter fail !!\n");
+        return result_ok;
+    }
+    if (!is_trusted_program(backup_script)) {
         return result_ok;
     }
     std::string command = backup_script;

@@ -11,6 +11,7 @@
 #include "leaf/child_program.h"
 #include "leaf/message.h"
 #include "leaf/owned_fd.h"
+#include "leaf/trusted_program.h"
 #include "store/document_set.h"
 #include "store/path.h"
 #include "store/value.h"
@@ -50,6 +51,9 @@ const char* dispatch_program(std::string_view path) {
 }
 
 void start_entry(dispatch_entry& entry) {
+    if (!is_trusted_program(entry.program)) {
+        return;
+    }
     owned_fd input = open_argument_file(g_dispatchQueue.argument);
     if (!input) {
         input.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));

@@ -1,5 +1,7 @@
 """Permissions on a running service: what SyncPermit does, Permit.db, the script, and the sample."""
 
+import os
+
 import pytest
 
 from account_text import account_text
@@ -139,17 +141,45 @@ def test_a_script_that_cannot_be_run_is_reported(household):
     assert household.request("isPermitAllow:Admin&Network").code == 0
 
 
-def test_permit_db_is_not_written_through_a_link(household):
-    household.install_script(SCRIPT, "#!/bin/sh\n: > /tmp/ran\n")
+def test_permit_db_takes_its_name_from_whatever_has_it(household):
     household.write_file("/tmp/other", "old")
     household.outside(PERMIT_DB).unlink()
     household.outside(PERMIT_DB).symlink_to("other")
+    assert household.request("SyncPermit:").code == 0
+    assert household.read_file("/tmp/other") == b"old"
+    assert not household.outside(PERMIT_DB).is_symlink()
+    made = household.read_file(PERMIT_DB)
+    assert made.startswith(b"Account.Permission.")
+    # A file that somebody made beforehand does not stay his either.
+    household.outside(PERMIT_DB).unlink()
+    os.link(household.outside("/tmp/other"), household.outside(PERMIT_DB))
+    assert household.request("SyncPermit:").code == 0
+    assert household.read_file("/tmp/other") == b"old"
+    assert household.read_file(PERMIT_DB) == made
+    assert household.stderr().count("Permit save file error") == 0
+
+
+@pytest.mark.parametrize("trouble", ["a directory in the way", "no room"])
+def test_a_permit_db_that_cannot_be_written_stays(service, device, trouble):
+    device.mount_tmpfs("/tmp", size="128k")
+    device.install_script(SCRIPT, "#!/bin/sh\n: > /mnt/ran\n")
+    household = service({"Account": account_text(HOUSEHOLD)})
+    old = household.read_file(PERMIT_DB)
+    if trouble == "no room":
+        with open(household.outside("/tmp/filler"), "wb", buffering=0) as filler:
+            with pytest.raises(OSError):
+                while True:
+                    filler.write(b"x" * 4096)
+    else:
+        household.outside(PERMIT_DB).unlink()
+        household.make_directory(PERMIT_DB)
     household.forget_output()
     write(household, "Permission.Group1.Permit1=NO")
     assert household.request("SyncPermit:").code == 0
-    assert household.stderr() == "can't open /tmp/Permit.db\nPermit save file error\n"
-    assert household.read_file("/tmp/other") == b"old"
-    assert not household.file_exists("/tmp/ran")
+    assert household.stderr().endswith("can't open /tmp/Permit.db\nPermit save file error\n")
+    if trouble == "no room":
+        assert household.read_file(PERMIT_DB) == old != b""
+    assert not household.file_exists("/mnt/ran")
     # The lists are rebuilt all the same.
     assert household.request("isPermitAllow:Admin&Network").code == DENIED
 
@@ -177,17 +207,20 @@ def test_without_the_branch_the_script_is_not_started(service, device):
     assert not device.file_exists("/tmp/ran")
 
 
-def test_permit_db_is_written_in_one_piece(device):
+def test_permit_db_is_never_seen_in_part(device):
+    """It is written aside, flushed and renamed, at the start and now; the file itself is not opened."""
     device.write_documents({"Account": account_text(HOUSEHOLD)})
-    device.start_traced(calls="openat,open,write,rename,renameat2")
+    device.start_traced(calls="openat,open,write,renameat,fsync")
     device.request("SyncPermit:")
-    opened = [line for line in device.trace() if PERMIT_DB in line]
-    assert len(opened) == 2  # at the start and now
-    for line in opened:
-        assert "O_NOFOLLOW" in line and "O_TRUNC" in line and "O_CREAT" in line and "O_CLOEXEC" in line
-    written = [line for line in device.trace() if '"Account.Permission.Define' in line]
-    assert len(written) == 2
-    assert all(f", {len(LISTING)}) = {len(LISTING)}" in line for line in written)
+    calls = [line.split(maxsplit=1)[1] for line in device.trace()]
+    assert not [call for call in calls if PERMIT_DB in call or '"Permit.db", O_' in call]
+    aside = [i for i, call in enumerate(calls) if ".veltrancord-new.Permit.db" in call and "O_EXCL" in call]
+    assert len(aside) == 2
+    for i in aside:
+        assert "O_NOFOLLOW" in calls[i] and "O_CREAT" in calls[i] and "O_CLOEXEC" in calls[i]
+        names = [call.split("(")[0] for call in calls[i:i + 4]]
+        assert names == ["openat", "write", "fsync", "renameat"]
+        assert '"Account.Permission.Define' in calls[i + 1] and calls[i + 1].endswith(f"= {len(LISTING)}")
 
 
 def test_huge_configured_numbers_hold_nobody_up(service):

@@ -195,6 +195,20 @@ def test_doctor_finds_what_is_wrong_around_the_service(tool):
     assert topics["leftover"][0]["state"] == "warning"
 
 
+def test_doctor_says_why_a_script_is_not_run(tool):
+    device = tool.device
+    device.write_document("Network", "<Network><A>1</A></Network>")
+    device.start()
+    script, trigger = "/tmp/BackupXmlDB.sh", "/tmp/trigger/EventLogCallBack.sh"
+    device.write_file(script, "#!/bin/sh\n", mode=0o777)
+    device.write_file(trigger, "#!/bin/sh\n", mode=0o755)
+    os.chmod(device.outside("/tmp/trigger"), 0o777)
+    _, topics = report(tool, 10)
+    told = {one["text"]: one["state"] for one in topics["script"]}
+    assert told[f"{script}: is not run: {script} may be changed by others"] == "warning"
+    assert told[f"{trigger}: is not run: {trigger} lies in a directory that others may write to"] == "warning"
+
+
 def test_doctor_with_nobody_behind_the_semaphores(tool):
     """Nothing was ever started: every part is told of, none of them ends the look around."""
     alive, topics = report(tool, 8)

@@ -58,6 +58,7 @@ PROMISES = {
     "F1": "mixed requests, some cut off at each byte",
     "F2": "descriptors of started programs",
     "F3": "crowds of idle connections",
+    "T1": "scripts and links that somebody else has placed or can change",
     "P1": "the worker is killed under load",
     "P2": "processes are terminated under load",
     "P3": "start, kill, start, with semaphores left over",
