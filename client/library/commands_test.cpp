@@ -302,6 +302,7 @@ TEST_F(Commands, SessionsAndCaptchas) {
     EXPECT_EQ(request_of(reply_frame(1), VELTRANCORD_CAPTCHA_EXPIRED,
                          [](auto* c) { return veltrancord_compare_captcha(c, "v", "c", 9, 60); }),
               "CompareCaptcha:v&c&1&60");
+    EXPECT_EQ(client_.error.code, VELTRANCORD_CAPTCHA_EXPIRED);
     EXPECT_EQ(request_of(done, 0, [](auto* c) { return veltrancord_refresh_captcha(c, "v", "c"); }),
               "UpdateCaptchaTime:v&c");
     EXPECT_EQ(request_of(reply_frame(-4), 0,
@@ -313,6 +314,16 @@ TEST_F(Commands, SessionsAndCaptchas) {
             [](auto* c) { return veltrancord_set_session(c, "a&9"); });
     refused(VELTRANCORD_FIELD_HAS_SEPARATOR,
             [](auto* c) { return veltrancord_set_captcha(c, "v", "a&1"); });
+}
+
+// A program that forgets about the two answers of their own, and takes what is not below 0 for yes.
+TEST_F(Commands, NoAnswerButAMatchPassesForOne) {
+    for (const int32_t answer : {1, 2, 3, 1000000, -4, -9, -12}) {
+        const fake_service service(path_, reply_frame(answer));
+        const int32_t result = veltrancord_compare_captcha(&client_, "v", "c", 1, 30);
+        EXPECT_LT(result, 0) << answer;
+        EXPECT_EQ(client_.error.code, result);
+    }
 }
 
 TEST_F(Commands, LinesOfAReply) {

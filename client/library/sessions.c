@@ -77,6 +77,17 @@ int32_t veltrancord_refresh_captcha(struct veltrancord_client* client, const cha
     return send_captcha(client, "UpdateCaptchaTime", verify_code, captcha);
 }
 
+/* The service's answers to a comparison: 0 is the only one that lets somebody in. */
+static int32_t comparison_result(struct veltrancord_client* client, int32_t answer) {
+    if (answer <= 0) {
+        return answer;
+    }
+    if (answer == 1) {
+        return fail(client, VELTRANCORD_CAPTCHA_EXPIRED);
+    }
+    return fail(client, answer == 2 ? VELTRANCORD_CAPTCHA_WRONG : VELTRANCORD_BROKEN_REPLY);
+}
+
 int32_t veltrancord_compare_captcha(struct veltrancord_client* client, const char* verify_code,
                                     const char* captcha, int remove, int32_t lifetime) {
     struct request request;
@@ -88,7 +99,7 @@ int32_t veltrancord_compare_captcha(struct veltrancord_client* client, const cha
     if (lifetime != VELTRANCORD_DEFAULT_LIFETIME) {
         append_number(&request, lifetime);
     }
-    return request_code(client, "CompareCaptcha", &request);
+    return comparison_result(client, request_code(client, "CompareCaptcha", &request));
 }
 
 int32_t veltrancord_delete_captcha(struct veltrancord_client* client, const char* verify_code,

@@ -306,6 +306,18 @@ TEST(SessionHandlers, ReportMissingMemoryWithoutTheToken) {
     }
 }
 
+TEST(SessionHandlers, RefuseTextBeyondTheBoundAsMissingMemory) {
+    handler_call call;
+    call.sessions.max_text_size = 8;
+    EXPECT_EQ(call(SetSession_handle, "123456789"), result_too_large);
+    EXPECT_EQ(call.printed(), "SetSession_handle: allocate fail !!\n");
+    EXPECT_EQ(call(SetCaptcha_handle, "id&1234567"), result_too_large);
+    EXPECT_EQ(call.printed(), "SetCaptcha_handle: strdup VerifyCode fail !!\n");
+    EXPECT_EQ(call(SetCaptcha_handle, "id&123456789"), result_too_large);
+    EXPECT_EQ(call.printed(), "SetCaptcha_handle: strdup Captcha fail !!\n");
+    EXPECT_EQ(call(SetSession_handle, "12345678"), result_ok);
+}
+
 TEST(SessionHandlers, WipeTheirArgument) {
     handler_call call;
     const std::string token = "secret-token&60";

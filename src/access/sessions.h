@@ -7,6 +7,7 @@
 // Every rule takes the time as an argument, in seconds since the epoch. Server thread only.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -21,6 +22,10 @@ inline constexpr int32_t max_captchas = 60;
 inline constexpr int32_t default_session_lifetime = 60;  // seconds
 inline constexpr int32_t default_captcha_lifetime = 30;  // seconds
 inline constexpr int32_t min_captcha_lifetime = 5;       // seconds
+
+// What both lists hold of texts together, in bytes: a build setting (VELTRANCORD_SESSION_TEXT_MIB,
+// 32). The text that would exceed it is refused, as if memory for it could not be had.
+extern const std::size_t max_session_text;
 
 struct SessionItem {
     tail_queue_link<SessionItem> link;
@@ -41,6 +46,8 @@ struct session_lists {
     tail_queue<SessionItem> session_list;
     int32_t captcha_count = 0;
     int32_t session_count = 0;
+    std::size_t text_size = 0;  // bytes of all their texts
+    std::size_t max_text_size = max_session_text;
 };
 
 // Empties both lists; called once by the worker, after the permission lists are built.
@@ -49,7 +56,8 @@ void init_session_lists(session_lists& lists);
 // Keeps a token, also one that is kept already; the oldest goes when there are more than
 // max_sessions.
 //
-// Return: false when memory could not be had; the list is then as it was.
+// Return: false when memory could not be had, or the text is over the bound; the list is then as it
+// was.
 [[nodiscard]] bool add_session(session_lists& lists, std::string_view session, int64_t now);
 
 // Return: whether the token was set less than `lifetime` seconds ago.
@@ -60,7 +68,7 @@ void init_session_lists(session_lists& lists);
 enum class captcha_addition : uint8_t { added, no_item, no_captcha, no_verify_code };
 
 // Keeps a captcha; the oldest goes when there are more than max_captchas. The lists are as they
-// were when memory could not be had.
+// were when memory could not be had, or where a text is over the bound.
 [[nodiscard]] captcha_addition add_captcha(session_lists& lists, std::string_view verify_code,
                                            std::string_view captcha, int64_t now);
 

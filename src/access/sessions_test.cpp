@@ -122,6 +122,56 @@ TEST(SessionList, AFailedAllocationChangesNothing) {
     }
 }
 
+// Also of what must not be told apart by accident: equal lengths, equal halves, equal ends.
+TEST(SessionList, TokensOfOneLengthAreToldApart) {
+    session_lists lists;
+    const std::string token = "0123456789abcdef0123456789abcdef";
+    ASSERT_TRUE(add_session(lists, token, t));
+    for (std::size_t at = 0; at < token.size(); ++at) {
+        std::string other = token;
+        other[at] ^= 1;
+        EXPECT_FALSE(is_session_valid(lists, other, lifetime, t)) << at;
+    }
+    EXPECT_TRUE(is_session_valid(lists, token, lifetime, t));
+}
+
+TEST(SessionList, TextBeyondTheBoundOfBothListsIsRefused) {
+    session_lists lists;
+    EXPECT_EQ(lists.max_text_size, 32U << 20U);
+    lists.max_text_size = 100;
+    ASSERT_EQ(add_captcha(lists, "id", std::string(58, 'c'), t), captcha_addition::added);
+    EXPECT_FALSE(add_session(lists, std::string(41, 's'), t));
+    ASSERT_TRUE(add_session(lists, std::string(40, 's'), t));
+    EXPECT_EQ(lists.text_size, 100U);
+    EXPECT_FALSE(add_session(lists, "x", t));
+    EXPECT_TRUE(add_session(lists, "", t));
+    EXPECT_EQ(add_captcha(lists, "", "x", t), captcha_addition::no_captcha);
+    EXPECT_EQ(add_captcha(lists, "x", "", t), captcha_addition::no_verify_code);
+    EXPECT_EQ(length(lists.captcha_list), 1);
+    EXPECT_TRUE(is_session_valid(lists, std::string(40, 's'), lifetime, t));
+
+    // What goes makes room, on every way on which a captcha goes.
+    EXPECT_EQ(compare_captcha(lists, {"id", std::string(58, 'c'), true}, t), result_ok);
+    ASSERT_EQ(add_captcha(lists, "i", std::string(59, 'c'), t), captcha_addition::added);
+    remove_captchas(lists, "i", std::string(59, 'c'));
+    EXPECT_EQ(lists.text_size, 40U);
+    EXPECT_TRUE(add_session(lists, std::string(60, 's'), t));
+    init_session_lists(lists);
+    EXPECT_TRUE(add_session(lists, std::string(100, 's'), t));
+}
+
+TEST(SessionList, TheOldestOfAFullListMakesRoom) {
+    session_lists lists;
+    lists.max_text_size = 50;
+    for (int number = 1; number <= max_sessions; ++number) {
+        ASSERT_TRUE(add_session(lists, "x", t));
+    }
+    EXPECT_TRUE(add_session(lists, "y", t));
+    EXPECT_FALSE(add_session(lists, "yy", t)) << "the oldest gives one byte back";
+    EXPECT_EQ(lists.text_size, 50U);
+    EXPECT_EQ(lists.session_count, max_sessions);
+}
+
 TEST(SessionList, ADroppedTokenIsWiped) {
     session_lists lists;
     const std::string secret = "a-token-of-some-length";

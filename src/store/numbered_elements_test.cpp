@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
 
 #include "support/account_document.h"
@@ -43,6 +44,27 @@ TEST(NumberedElements, AreFoundBelowEveryElementOfTheParentsNames) {
 
 TEST(NumberedElements, AreNoneWithoutTheDocument) {
     EXPECT_TRUE(numbers(20).empty());
+}
+
+// Of many that all count, each is looked at once: a walk for each handful of them would take a
+// client's question with many users half a second and more.
+TEST(NumberedElements, AreLookedAtOnceHoweverManyThereAre) {
+    constexpr int32_t count = 1000;
+    std::string content;
+    for (int32_t number = count; number > 0; --number) {
+        content += "<N" + std::to_string(number) + "/>";
+    }
+    const account_document account("<Part>" + content + "</Part>");
+    int32_t looks = 0;
+    const auto found =
+        element_numbers({"Account", "Part"}, "N", count, [&looks](const TiXmlElement&) {
+            ++looks;
+            return true;
+        });
+    EXPECT_EQ(looks, count);
+    ASSERT_EQ(found.size(), static_cast<std::size_t>(count));
+    EXPECT_EQ(found.front(), 1);
+    EXPECT_EQ(found.back(), count);
 }
 
 TEST(NumberedElements, OnlyThoseThatCountAreFound) {

@@ -371,10 +371,11 @@ VELTRANCORD_API int32_t veltrancord_check_session(struct veltrancord_client* cli
 VELTRANCORD_API int32_t veltrancord_set_captcha(struct veltrancord_client* client,
                                                 const char* verify_code, const char* captcha);
 
-/* A match is refreshed, or with `remove` not 0 forgotten.
+/* A match is refreshed, or with `remove` not 0 forgotten. A wrong answer forgets nothing: whoever
+ * may go on guessing will find it, so delete the captcha after the first one.
  *
- * Return: VELTRANCORD_OK, VELTRANCORD_CAPTCHA_WRONG, VELTRANCORD_CAPTCHA_EXPIRED or
- * VELTRANCORD_NOT_FOUND. */
+ * Return: VELTRANCORD_OK for a match and for nothing else. VELTRANCORD_CAPTCHA_WRONG,
+ * VELTRANCORD_CAPTCHA_EXPIRED and VELTRANCORD_NOT_FOUND (an unknown code) are below 0. */
 VELTRANCORD_API int32_t veltrancord_compare_captcha(struct veltrancord_client* client,
                                                     const char* verify_code, const char* captcha,
                                                     int remove, int32_t lifetime);

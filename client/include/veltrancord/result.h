@@ -18,10 +18,6 @@ extern "C" {
 enum veltrancord_result {
     VELTRANCORD_OK = 0,
 
-    /* veltrancord_compare_captcha() alone gives these two. */
-    VELTRANCORD_CAPTCHA_EXPIRED = 1,
-    VELTRANCORD_CAPTCHA_WRONG = 2,
-
     /* Answered by the service. */
     VELTRANCORD_FAILED = -1,          /* a file could not be created, written or read back */
     VELTRANCORD_UNPARSABLE = -3,      /* an exchange file that is missing or does not parse */
@@ -40,6 +36,11 @@ enum veltrancord_result {
     VELTRANCORD_REPLY_OVER_CAP = -104, /* the reply is larger than the caller accepts */
     VELTRANCORD_NO_MEMORY = -105,      /* the library could not allocate */
     VELTRANCORD_SYSTEM_ERROR = -106,   /* a system call failed; system_error tells which way */
+
+    /* veltrancord_compare_captcha() alone gives these two. The service answers 1 and 2; here they
+     * are below 0 as every failure is, so that a program that only looks for one lets nobody in. */
+    VELTRANCORD_CAPTCHA_EXPIRED = -110, /* the right answer, too late */
+    VELTRANCORD_CAPTCHA_WRONG = -111,
 
     /* Refused by the library before it connects. */
     VELTRANCORD_INVALID_USE = -120,         /* a null pointer or an empty list */

@@ -119,9 +119,11 @@ CALLS = [
     (lambda c: c.check_session("s", 90), reply(0), b"CheckSession:s&90", True),
     (lambda c: c.set_captcha("v", "c"), reply(0), b"SetCaptcha:v&c", None),
     (lambda c: c.compare_captcha("v", "c", remove=True, lifetime=9), reply(2),
-     b"CompareCaptcha:v&c&1&9", Result.CAPTCHA_WRONG),
-    (lambda c: c.compare_captcha("v", "c"), reply(-4), b"CompareCaptcha:v&c&0",
-     Result.NOT_FOUND),
+     b"CompareCaptcha:v&c&1&9", False),
+    (lambda c: c.compare_captcha("v", "c"), reply(1), b"CompareCaptcha:v&c&0", False),
+    (lambda c: c.compare_captcha("v", "c"), reply(-4), b"CompareCaptcha:v&c&0", False),
+    (lambda c: c.compare_captcha("v", "c"), reply(0), b"CompareCaptcha:v&c&0", True),
+    (lambda c: c.require_captcha("v", "c", lifetime=9), reply(0), b"CompareCaptcha:v&c&0&9", None),
     (lambda c: c.refresh_captcha("v", "c"), reply(0), b"UpdateCaptchaTime:v&c", None),
     (lambda c: c.delete_captcha("v", "c"), reply(-4), b"DelCaptchaItem:v&c", None),
     (lambda c: c.ping(), reply(-4), b"ping:", None),
@@ -134,6 +136,20 @@ def test_each_call_sends_and_understands(serve, call, answer, request_, result):
     service = serve(answer)
     assert call(client_of(service)) == result
     assert service.requests == [request_]
+
+
+@pytest.mark.parametrize("answer, code", [
+    (1, Result.CAPTCHA_EXPIRED), (2, Result.CAPTCHA_WRONG), (-4, Result.NOT_FOUND),
+    (3, Result.BROKEN_REPLY), (-12, Result.DENIED)])
+def test_no_answer_but_a_match_passes_for_one(serve, answer, code):
+    if code in (Result.CAPTCHA_EXPIRED, Result.CAPTCHA_WRONG, Result.NOT_FOUND):
+        assert client_of(serve(reply(answer))).compare_captcha("v", "c") is False
+    else:
+        with pytest.raises(veltrancord.Error):
+            client_of(serve(reply(answer))).compare_captcha("v", "c")
+    with pytest.raises(veltrancord.Error) as caught:
+        client_of(serve(reply(answer))).require_captcha("v", "c")
+    assert caught.value.code is code
 
 
 REFUSED = [

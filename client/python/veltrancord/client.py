@@ -401,15 +401,29 @@ class Client:
         self._code("SetCaptcha", self._captcha(verify_code, captcha))
 
     def compare_captcha(self, verify_code: str, captcha: str, *, remove: bool = False,
-                        lifetime: Optional[int] = None) -> Result:
-        """Return: `Result.OK`, `CAPTCHA_WRONG`, `CAPTCHA_EXPIRED` or `NOT_FOUND`."""
+                        lifetime: Optional[int] = None) -> bool:
+        """Whether the answer is right: false for one that is wrong or late, and for an unknown code.
+
+        A wrong answer forgets nothing: delete the captcha after the first one.
+        """
+        try:
+            self.require_captcha(verify_code, captcha, remove=remove, lifetime=lifetime)
+        except Error as error:
+            if error.code in (Result.CAPTCHA_WRONG, Result.CAPTCHA_EXPIRED, Result.NOT_FOUND):
+                return False
+            raise
+        return True
+
+    def require_captcha(self, verify_code: str, captcha: str, *, remove: bool = False,
+                        lifetime: Optional[int] = None) -> None:
+        """Raises `Error` with the reason in its `code` unless the answer is right."""
         argument = self._captcha(verify_code, captcha) + b"&%d" % remove
         if lifetime is not None:
             argument += b"&%d" % lifetime
         code = self.exchange("CompareCaptcha", argument, has_text=False).code
-        if code < 0 and code != Result.NOT_FOUND:
-            raise error_of(code)
-        return Result(code)
+        if code != Result.OK:
+            answers = {1: Result.CAPTCHA_EXPIRED, 2: Result.CAPTCHA_WRONG}
+            raise error_of(code if code < 0 else answers.get(code, Result.BROKEN_REPLY))
 
     def refresh_captcha(self, verify_code: str, captcha: str) -> None:
         self._code("UpdateCaptchaTime", self._captcha(verify_code, captcha))

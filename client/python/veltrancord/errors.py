@@ -10,9 +10,6 @@ class Result(enum.IntEnum):
     """What a command gives; the names and numbers of the C library."""
 
     OK = 0
-    CAPTCHA_EXPIRED = 1
-    CAPTCHA_WRONG = 2
-
     FAILED = -1
     UNPARSABLE = -3
     NOT_FOUND = -4
@@ -28,6 +25,9 @@ class Result(enum.IntEnum):
     BROKEN_REPLY = -103
     REPLY_OVER_CAP = -104
     SYSTEM_ERROR = -106
+
+    CAPTCHA_EXPIRED = -110
+    CAPTCHA_WRONG = -111
 
     INVALID_USE = -120
     PATH_EMPTY = -121
