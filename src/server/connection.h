@@ -1,6 +1,8 @@
 // One accepted client: its request, its reply, and the events that call for it.
 #pragma once
 
+#include <string.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -25,8 +27,15 @@ enum class next_step {
     over,           // served, or failed: the client is to be ended
 };
 
+// Frees a payload, which may hold a secret: what was received of it is wiped, and no more, since
+// one that is announced and not sent has not even got its memory.
 struct free_payload {
-    void operator()(char* payload) const noexcept { std::free(payload); }
+    std::size_t used = 0;  // bytes received
+
+    void operator()(char* payload) const noexcept {
+        ::explicit_bzero(payload, used);
+        std::free(payload);
+    }
 };
 
 // Owned by request_server::clients from the accept to the end; all others borrow it for a call.

@@ -38,9 +38,12 @@
 //
 // Waiting for a timer costs a pass nothing: an alarm that stays set ends the wait (wait_alarm.h).
 //
-// Timers go by the wall clock, as everything does that clients and logs can see. When the clock is
-// set, an idle connection lives shorter or longer, and a client whose connection went away connects
-// again; no request in progress depends on a timer.
+// Timers go by the wall clock, as everything does that clients and logs can see. When it is set
+// forward, an idle client is let go sooner, and connects again; no request in progress depends on a
+// timer. When it is set back, all idle clients would stay for as long as the step, and keep others
+// out: so each timer has its moment by the steady clock as well, and is due when either has come.
+// The waits, and which timer is the nearest, go by the steady clock, which puts them in one order
+// whatever becomes of the other.
 #include "server/event_loop.h"
 
 #include <algorithm>
@@ -88,7 +91,7 @@ loop_event* event_loop::add_timer(int32_t interval, bool one_shot, event_callbac
     loop_event* const event = add(timers_, callback, argument);
     if (event != nullptr) {
         event->interval = interval;
-        event->expiry = later_by(now_(), interval);
+        event->expiry = moment_later_by(now_(), interval);
         event->flags |= one_shot ? loop_event::one_shot : 0U;
     }
     return event;
@@ -134,15 +137,15 @@ void event_loop::run_pass() {
     sweep();
 }
 
-// Return: when the nearest timer is due; null when there is none.
+// Return: when the nearest timer is due by the steady clock; null when there is none.
 const loop_time* event_loop::arm_timers() {
     const loop_time* nearest = nullptr;
     for (loop_event& timer : timers_) {
         timer.flags &= ~loop_event::armed;
         if ((timer.flags & loop_event::active) != 0) {
             timer.flags |= loop_event::armed;
-            if (nearest == nullptr || timer.expiry < *nearest) {
-                nearest = &timer.expiry;
+            if (nearest == nullptr || timer.expiry.steady < *nearest) {
+                nearest = &timer.expiry.steady;
             }
         }
     }
@@ -169,7 +172,7 @@ int event_loop::limit_wait(const loop_time* nearest) {
     if (nearest == nullptr || alarm_.rings_by(*nearest)) {
         return wait_without_end;
     }
-    const int64_t left = milliseconds_left(*nearest, now_());
+    const int64_t left = milliseconds_left(*nearest, now_().steady);
     if (left > 0 && alarm_.set(*nearest, left)) {
         return wait_without_end;
     }
@@ -196,13 +199,13 @@ void event_loop::fire_timers() {
     if (timers_.empty()) {
         return;
     }
-    const loop_time now = now_();
+    const loop_moment now = now_();
     for (loop_event& timer : timers_) {
         if (stopped_) {
             return;
         }
-        if ((timer.flags & loop_event::armed) != 0 && milliseconds_left(timer.expiry, now) == 0) {
-            timer.expiry = later_by(timer.expiry, timer.interval);
+        if ((timer.flags & loop_event::armed) != 0 && is_due(timer.expiry, now)) {
+            timer.expiry = moment_later_by(timer.expiry, timer.interval);
             fire(timer);
         }
     }

@@ -33,7 +33,7 @@ struct loop_event {
     event_callback callback = nullptr;
     void* argument = nullptr;
 
-    loop_time expiry;      // timers
+    loop_moment expiry;    // timers; due when either clock is there
     int32_t interval = 0;  // timers; milliseconds
 
     int fd = -1;  // watched descriptors; not owned
@@ -43,12 +43,13 @@ struct loop_event {
 
 class event_loop {
   public:
-    // `now` is the clock that timers go by.
-    explicit event_loop(loop_time (*now)() = wall_clock_now) : now_(now) {}
+    // `now` gives the clocks that timers go by.
+    explicit event_loop(loop_moment (*now)() = clocks_now) : now_(now) {}
     event_loop(const event_loop&) = delete;
     event_loop& operator=(const event_loop&) = delete;
 
-    // Fires `interval` milliseconds from now: once, or again and again.
+    // Fires `interval` milliseconds from now, once, or again and again; sooner when the wall clock
+    // is set forward, but not later when it is set back.
     //
     // Return: the event, or null when memory could not be had.
     [[nodiscard]] loop_event* add_timer(int32_t interval, bool one_shot, event_callback callback,
@@ -88,7 +89,7 @@ class event_loop {
     void fire_descriptors();
     void sweep();
 
-    loop_time (*now_)();
+    loop_moment (*now_)();
     event_list timers_;
     event_list descriptors_;
     wait_alarm alarm_;

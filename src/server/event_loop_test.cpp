@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "leaf/owned_fd.h"
@@ -15,16 +16,18 @@
 namespace veltrancord {
 namespace {
 
-loop_time g_now;  // what the loops under test take for the time
+loop_moment g_now;  // what the loops under test take for the time
 
-loop_time test_clock() {
+loop_moment test_clocks() {
     return g_now;
 }
 
 void advance(int64_t milliseconds) {
-    g_now.microseconds += milliseconds * 1000;
-    g_now.seconds += g_now.microseconds / 1'000'000;
-    g_now.microseconds %= 1'000'000;
+    for (loop_time* clock : {&g_now.wall, &g_now.steady}) {
+        clock->microseconds += milliseconds * 1000;
+        clock->seconds += clock->microseconds / 1'000'000;
+        clock->microseconds %= 1'000'000;
+    }
 }
 
 // Counts its calls and does what the test wants meanwhile.
@@ -60,8 +63,20 @@ struct socket_pair {
 
 class EventLoopTime : public testing::Test {
   protected:
-    EventLoopTime() { g_now = {1'000'000, 999'000}; }
-    event_loop loop_{test_clock};
+    EventLoopTime() { g_now = {{1'000'000, 999'000}, {5'000, 999'000}}; }
+
+    // A pass that does not wait for the timers.
+    void pass_without_waiting() {
+        const socket_pair pair;
+        probe reader;
+        pair.make_readable();
+        loop_event* ready =
+            loop_.add_descriptor(pair.near.get(), watch_direction::read, probe::call, &reader);
+        loop_.run_pass();
+        loop_.remove(ready);
+    }
+
+    event_loop loop_{test_clocks};
 };
 
 TEST_F(EventLoopTime, OneShotTimerFiresOnceWhenLessThan5MsAreLeft) {
@@ -94,6 +109,54 @@ TEST_F(EventLoopTime, PeriodicTimerKeepsItsBeat) {
     advance(2);
     loop_.run_pass();
     EXPECT_EQ(timer.calls, 2);
+}
+
+TEST_F(EventLoopTime, TimerFiresEarlierWhenTheClockIsSetForward) {
+    probe timer;
+    ASSERT_NE(loop_.add_timer(30'000, true, probe::call, &timer), nullptr);
+    g_now.wall.seconds += 30;
+    pass_without_waiting();
+    EXPECT_EQ(timer.calls, 1);
+}
+
+TEST_F(EventLoopTime, TimerFiresNoLaterWhenTheClockIsSetBack) {
+    probe timer;
+    ASSERT_NE(loop_.add_timer(30'000, true, probe::call, &timer), nullptr);
+    advance(29'000);
+    g_now.wall.seconds -= 3600;
+    pass_without_waiting();
+    EXPECT_EQ(timer.calls, 0);
+    // One that is made after the step is due later, though it comes first by the wall clock.
+    probe later;
+    ASSERT_NE(loop_.add_timer(30'000, true, probe::call, &later), nullptr);
+    advance(1'000);
+    loop_.run_pass();
+    EXPECT_EQ(timer.calls, 1);
+    EXPECT_EQ(later.calls, 0);
+    advance(29'000);
+    loop_.run_pass();
+    EXPECT_EQ(later.calls, 1);
+}
+
+// By the true clocks: the first pass waits for the first timer and not for the second.
+TEST(EventLoopAlarm, IsSetForTheTimerThatIsDueFirstThoughTheClockWasSetBack) {
+    static int64_t step;
+    step = 0;
+    event_loop loop([] {
+        loop_moment now = clocks_now();
+        now.wall.seconds += step;
+        return now;
+    });
+    static event_loop* stopped;
+    stopped = &loop;
+    probe late;
+    ASSERT_NE(loop.add_timer(
+                  20, true, [](void* /*argument*/) { stopped->stop(); }, nullptr),
+              nullptr);
+    step = -3600;
+    ASSERT_NE(loop.add_timer(600'000, true, probe::call, &late), nullptr);
+    loop.run();
+    EXPECT_EQ(late.calls, 0);
 }
 
 TEST_F(EventLoopTime, RemovedTimerDoesNotFire) {
@@ -165,6 +228,31 @@ TEST(EventLoopAlarm, EndsTheWaitForEachTimer) {
     }
     EXPECT_LE(passes, 2);
     EXPECT_EQ(silent.calls, 1);
+}
+
+// An alarm that has ended one wait leaves the next ones alone, though it repeats itself.
+TEST(EventLoopAlarm, IsSilencedWhenItHasRung) {
+    event_loop loop;
+    probe timer;
+    ASSERT_NE(loop.add_timer(20, true, probe::call, &timer), nullptr);
+    while (timer.calls == 0) {
+        loop.run_pass();
+    }
+    const socket_pair pair;
+    probe reader;
+    ASSERT_NE(loop.add_descriptor(pair.near.get(), watch_direction::read, probe::call, &reader),
+              nullptr);
+    std::thread later([&] {
+        ::usleep(1'000'000);  // ten repetitions
+        pair.make_readable();
+    });
+    int passes = 0;
+    for (; reader.calls == 0; ++passes) {
+        loop.run_pass();
+    }
+    later.join();
+    // The alarm may have rung once more while nobody waited.
+    EXPECT_LE(passes, 2);
 }
 
 TEST(EventLoopAlarm, IsNotNeededForATimerToFire) {

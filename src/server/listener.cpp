@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <utility>
 
@@ -18,8 +20,10 @@ namespace {
 
 constexpr const char* log_name = "do_accept";
 
-// Milliseconds for which the listening socket is left alone after a newcomer could be neither taken
-// nor turned away: long enough not to spin, short enough not to be felt.
+constexpr int kept_free = 8;  // descriptors
+
+// Milliseconds for which the listening socket is left alone after an accept has failed: long enough
+// not to spin, short enough not to be felt.
 constexpr int32_t pause_length = 100;
 
 owned_fd accept_client(const request_server& server) {
@@ -28,16 +32,9 @@ owned_fd accept_client(const request_server& server) {
     return owned_fd(::accept4(server.listener.fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
 }
 
-void open_reserve(request_server& server) {
-    if (!server.reserve) {
-        server.reserve.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    }
-}
-
 void resume_accepting(void* argument) {
     request_server& server = *static_cast<request_server*>(argument);
     server.pause_timer = nullptr;  // it has fired
-    open_reserve(server);
     if (!start_listening(server)) {
         server.pause_timer = server.loop.add_timer(pause_length, true, resume_accepting, &server);
     }
@@ -51,17 +48,6 @@ void pause_accepting(request_server& server) {
     }
 }
 
-// No descriptor is left for a newcomer. One is kept in reserve to accept it with and close it at
-// once: left in the backlog it would wake the loop for ever.
-void turn_away(request_server& server) {
-    server.reserve.reset();
-    const bool turned_away = static_cast<bool>(accept_client(server));
-    open_reserve(server);
-    if (!turned_away) {
-        pause_accepting(server);
-    }
-}
-
 // Whether a process that shares the listening socket has shut it down. The error does not say so:
 // without waiting, accept fails on such a socket as it does when nobody wants to connect, while
 // poll calls it readable for ever.
@@ -71,7 +57,7 @@ bool is_shut_down(int fd) {
 }
 
 // This process has shut the socket down itself when it is being terminated: no failure then.
-void report_accept_failure(request_server& server, int error) {
+void report_refusal(request_server& server, int error) {
     if (!server.refusal_reported && !g_terminating.load()) {
         print_error("%s accept: %s!!\n", log_name, std::strerror(error));
         server.refusal_reported = true;
@@ -79,16 +65,13 @@ void report_accept_failure(request_server& server, int error) {
 }
 
 void accept_failed(request_server& server, int error) {
-    report_accept_failure(server, error);
+    report_refusal(server, error);
     if (is_shut_down(server.listener.fd)) {
-        server.loop.remove(server.accept_event);  // nobody can come any more
+        server.loop.remove(server.accept_event);
+        finish_clients(server);
         return;
     }
     switch (error) {
-        case EMFILE:
-        case ENFILE:
-            turn_away(server);
-            break;
         case EAGAIN:
         case EINTR:
         case ECONNABORTED:
@@ -100,12 +83,25 @@ void accept_failed(request_server& server, int error) {
 
 }  // namespace
 
+int highest_client_fd() {
+    rlimit limit = {};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) < 0 || limit.rlim_cur > INT_MAX) {
+        return INT_MAX;
+    }
+    return static_cast<int>(limit.rlim_cur) - 1 - kept_free;
+}
+
 // A client whose request is there already, as is usual, is served at once and needs no events.
 void do_accept(void* argument) {
     request_server& server = *static_cast<request_server*>(argument);
     owned_fd fd = accept_client(server);
     if (!fd) {
         accept_failed(server, errno);
+        return;
+    }
+    // A newcomer that nothing could be done for would only hold what the others need: it is closed.
+    if (fd.get() > server.highest_fd) {
+        report_refusal(server, EMFILE);
         return;
     }
     server.refusal_reported = false;
@@ -128,17 +124,20 @@ void* server_thread(void* argument) {
     }
     request_server server;
     server.listener.fd = start.fd;
+    server.highest_fd = highest_client_fd();
     server.listener.change_counter = start.change_counter;
     server.listener.sessions = start.sessions;
     server.commands = start.commands;
     server.follow_ups = start.follow_ups;
     start.lists_ready.wait();
-    open_reserve(server);
     if (!start_listening(server)) {
         print_error("%s Allocate memory fail!!\n", log_name);
         return nullptr;
     }
     server.loop.run();
+    if (start.socket_gone != nullptr) {
+        start.socket_gone();
+    }
     return nullptr;
 }
 

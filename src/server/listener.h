@@ -10,6 +10,10 @@
 
 namespace veltrancord {
 
+// The highest number that a client's descriptor may have: 8 above it stay free for what requests
+// open, a save or a program's input. Numbers are given out from the lowest on.
+[[nodiscard]] int highest_client_fd();
+
 // Accepts one client and serves it as far as it goes. `argument` is the request_server.
 void do_accept(void* argument);
 
@@ -26,10 +30,14 @@ struct server_start {
     std::span<const command_row> commands;   // outlives the thread, as the follow-ups do
     std::span<follow_up* const> follow_ups;  // serving.h tells when they run
     std::latch lists_ready{1};  // counted down when handlers may run; clients wait until then
+
+    // Called by the server thread when somebody has shut the socket down, and the clients that it
+    // had are done with; null: nothing is.
+    void (*socket_gone)() = nullptr;
 };
 
 // The server thread; `argument` is its server_start. Returns at once when the listening descriptor
-// is below 1, else never.
+// is below 1, else when the socket was shut down and socket_gone has been called.
 void* server_thread(void* argument);
 
 }  // namespace veltrancord

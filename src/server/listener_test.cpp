@@ -9,10 +9,13 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
-#include <string_view>
+#include <thread>
 #include <vector>
 
 #include "leaf/termination.h"
@@ -153,41 +156,73 @@ TEST_F(Listener, AcceptedSocketsNeitherBlockNorTravelIntoChildren) {
     EXPECT_NE(::fcntl(expected, F_GETFD) & FD_CLOEXEC, 0);
 }
 
-TEST_F(Listener, TurnsNewcomersAwayWhenNoDescriptorIsLeft) {
+int next_descriptor() {
+    const owned_fd next(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    return next.get();
+}
+
+TEST_F(Listener, TurnsNewcomersAwayWhileSomeDescriptorsAreFree) {
     listen();
-    server_.reserve.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     const owned_fd first = connect();
     const owned_fd second = connect();
-    const owned_fd third = connect();
-    EXPECT_EQ(accept_without_descriptors(), "do_accept accept: Too many open files!!\n");
+    server_.highest_fd = next_descriptor() - 1;
+    EXPECT_EQ(accept_and_capture(), "do_accept accept: Too many open files!!\n");
     EXPECT_TRUE(is_closed_by_server(first));
-    EXPECT_TRUE(server_.reserve);
-    EXPECT_EQ(accept_without_descriptors(), "");  // one line for as long as it lasts
+    EXPECT_EQ(accept_and_capture(), "");  // one line for as long as it lasts
     EXPECT_TRUE(is_closed_by_server(second));
-    EXPECT_FALSE(is_closed_by_server(third));
+    const owned_fd third = connect();
+    server_.highest_fd = next_descriptor() + 1;  // what captures the output takes one
     EXPECT_EQ(accept_and_capture(), "");
     EXPECT_FALSE(is_closed_by_server(third));
     const owned_fd fourth = connect();
-    EXPECT_EQ(accept_without_descriptors(), "do_accept accept: Too many open files!!\n");
+    EXPECT_EQ(accept_and_capture(), "do_accept accept: Too many open files!!\n");
+    EXPECT_TRUE(is_closed_by_server(fourth));
 }
 
-TEST_F(Listener, PausesWhenANewcomerCannotEvenBeTurnedAway) {
+TEST_F(Listener, LeavesEightDescriptorsToRequests) {
+    rlimit limit = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit before = limit;
+    limit.rlim_cur = 100;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(highest_client_fd(), 91);  // of 0 to 99
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+}
+
+TEST_F(Listener, PausesWhenNoDescriptorIsLeftAtAll) {
     listen();
     const owned_fd client = connect();
-    // and nothing is in reserve
     EXPECT_EQ(accept_without_descriptors(), "do_accept accept: Too many open files!!\n");
     EXPECT_EQ(server_.accept_event, nullptr);
     ASSERT_NE(server_.pause_timer, nullptr);
     server_.loop.run_pass();  // waits for the end of the pause
     EXPECT_NE(server_.accept_event, nullptr);
     EXPECT_EQ(server_.pause_timer, nullptr);
-    EXPECT_TRUE(server_.reserve);
     const std::string frame = request_frame_of("nothing:");
     ASSERT_EQ(::send(client.get(), frame.data(), frame.size(), 0),
               static_cast<ssize_t>(frame.size()));
     server_.loop.run_pass();
     char reply[32];
     EXPECT_EQ(::recv(client.get(), reply, sizeof reply, 0), 4);
+}
+
+// Else nobody would be let in any more.
+TEST_F(Listener, PausesAgainWhenThereIsNoMemoryToGoOn) {
+    listen();
+    const owned_fd client = connect();
+    accept_without_descriptors();
+    ASSERT_NE(server_.pause_timer, nullptr);
+    // What the loop does when the pause is over; only the next timer finds memory.
+    const event_callback resume = server_.pause_timer->callback;
+    server_.loop.remove(server_.pause_timer);
+    g_failing_allocations = 1;
+    resume(&server_);
+    g_failing_allocations = 0;
+    EXPECT_EQ(server_.accept_event, nullptr);
+    ASSERT_NE(server_.pause_timer, nullptr);
+    while (server_.accept_event == nullptr) {
+        server_.loop.run_pass();
+    }
 }
 
 TEST_F(Listener, StaysWatchedWhenSomebodyHasGoneAgain) {
@@ -238,6 +273,91 @@ TEST(ServerThread, ReturnsAtOnceWithoutAListeningSocket) {
     server_start start;
     start.fd = 0;
     EXPECT_EQ(server_thread(&start), nullptr);
+}
+
+// Runs the thread as a worker does.
+class RunningServer : public testing::Test {
+  protected:
+    RunningServer() {
+        g_gone = false;
+        g_seen = {};
+        char name[] = "/tmp/server_thread_test-XXXXXX";
+        directory_ = ::mkdtemp(name);
+        socket_.reset(create_local_server((directory_ + "/socket").c_str()));
+        start_.fd = socket_.get();
+        start_.commands = rows_;
+        start_.socket_gone = [] { g_gone = true; };
+        g_start = &start_;
+        thread_ = std::thread([this] { server_thread(&start_); });
+    }
+    ~RunningServer() override { std::filesystem::remove_all(directory_); }
+
+    [[nodiscard]] owned_fd connect() const {
+        owned_fd client(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        (directory_ + "/socket").copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(
+            ::connect(client.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
+            0);
+        return client;
+    }
+
+    static std::string receive(const owned_fd& client) {
+        char reply[32];
+        const ssize_t count = ::recv(client.get(), reply, sizeof reply, 0);
+        return {reply, static_cast<std::size_t>(count > 0 ? count : 0)};
+    }
+
+    // Tells whether the lists were there when it ran.
+    static int32_t lists_are_ready(connection_record& /*connection*/, command_argument /*argument*/,
+                                   int32_t /*row*/) {
+        return g_start->lists_ready.try_wait() ? 1 : 0;
+    }
+
+    inline static std::atomic<bool> g_gone;
+    inline static server_start* g_start;
+    static constexpr std::array<command_row, 1> rows_ = {{{"ready", lists_are_ready, ""}}};
+
+    std::string directory_;
+    owned_fd socket_;
+    server_start start_;
+    std::thread thread_;
+};
+
+TEST_F(RunningServer, ServesNobodyBeforeTheListsAreReady) {
+    const owned_fd client = connect();
+    const std::string frame = request_frame_of("ready:");
+    ASSERT_EQ(::send(client.get(), frame.data(), frame.size(), 0),
+              static_cast<ssize_t>(frame.size()));
+    ::usleep(100'000);  // long enough to be served wrongly
+    start_.lists_ready.count_down();
+    EXPECT_EQ(receive(client), code_of(1));
+    testing::internal::CaptureStderr();
+    ::shutdown(socket_.get(), SHUT_RDWR);
+    thread_.join();
+    testing::internal::GetCapturedStderr();
+}
+
+// As when the supervisor is ended alone: nothing may be left behind it.
+TEST_F(RunningServer, EndsWhenSomebodyHasShutTheSocketDown) {
+    const owned_fd idle = connect();
+    const owned_fd asking = connect();
+    const owned_fd half = connect();
+    const std::string frame = request_frame_of("ready:");
+    ASSERT_GT(::send(asking.get(), frame.data(), frame.size(), 0), 0);
+    ASSERT_GT(::send(half.get(), frame.data(), frame.size() - 1, 0), 0);
+    testing::internal::CaptureStderr();
+    ::shutdown(socket_.get(), SHUT_RDWR);
+    EXPECT_FALSE(g_gone);
+    start_.lists_ready.count_down();
+    EXPECT_EQ(receive(asking), code_of(1));
+    ASSERT_GT(::send(half.get(), ":", 1, 0), 0);
+    EXPECT_EQ(receive(half), code_of(1));
+    EXPECT_EQ(receive(idle), "");
+    thread_.join();
+    testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(g_gone);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "server/loop_time.h"
 
 #include <sys/time.h>
+#include <time.h>
 
 namespace veltrancord {
 
@@ -11,10 +12,12 @@ constexpr int32_t microseconds = 1'000'000;  // of a second
 
 }  // namespace
 
-loop_time wall_clock_now() {
-    timeval now = {};
-    ::gettimeofday(&now, nullptr);
-    return {now.tv_sec, now.tv_usec};
+loop_moment clocks_now() {
+    timeval wall = {};
+    ::gettimeofday(&wall, nullptr);
+    timespec steady = {};
+    ::clock_gettime(CLOCK_MONOTONIC, &steady);
+    return {{wall.tv_sec, wall.tv_usec}, {steady.tv_sec, steady.tv_nsec / 1000}};
 }
 
 int64_t milliseconds_left(const loop_time& expiry, const loop_time& now) {
@@ -32,6 +35,15 @@ loop_time later_by(const loop_time& from, int32_t milliseconds) {
         sum.microseconds -= microseconds;
     }
     return sum;
+}
+
+loop_moment moment_later_by(const loop_moment& from, int32_t milliseconds) {
+    return {later_by(from.wall, milliseconds), later_by(from.steady, milliseconds)};
+}
+
+bool is_due(const loop_moment& expiry, const loop_moment& now) {
+    return milliseconds_left(expiry.wall, now.wall) == 0 ||
+           milliseconds_left(expiry.steady, now.steady) == 0;
 }
 
 }  // namespace veltrancord

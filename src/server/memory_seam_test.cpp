@@ -7,8 +7,9 @@
 // Those that the standard library builds the others on.
 void* operator new(std::size_t size) {
     veltrancord::g_largest_allocation = std::max(veltrancord::g_largest_allocation, size);
-    void* const block =
-        veltrancord::g_no_memory ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
+    const bool fails = veltrancord::g_failing_allocations > 0;
+    veltrancord::g_failing_allocations -= fails ? 1 : 0;
+    void* const block = fails ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
     if (block == nullptr) {
         throw std::bad_alloc();
     }

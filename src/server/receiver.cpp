@@ -1,6 +1,7 @@
 #include "server/receiver.h"
 
 #include <poll.h>
+#include <string.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -20,6 +21,7 @@ namespace {
 constexpr const char* log_name = "do_read";
 
 constexpr int length_attempts = 4;
+constexpr int length_wait = 10;  // milliseconds; before each attempt but the first
 
 // A number that this message has always carried; scripts that watch the log look for it.
 constexpr int length_message_number = 1932;
@@ -33,12 +35,23 @@ std::nullopt_t length_failed(int error) {
     return std::nullopt;
 }
 
+constexpr int without_end = -1;
+
+void wait_until_readable(int fd, int milliseconds) {
+    pollfd wanted = {fd, POLLIN, 0};
+    ::poll(&wanted, 1, milliseconds);  // an interrupted wait only leads to another try
+}
+
 // The length when nothing of it has arrived with the start code. It has to come in one piece and
-// practically together with the start code: a handful of attempts without a pause.
+// soon: a client that sends its request in pieces may lose the processor between them, but one that
+// sends the start code alone must not hold all others up.
 std::optional<uint32_t> read_length(int fd) {
     char bytes[length_size];
     int error = 0;
     for (int attempt = 0; attempt < length_attempts; ++attempt) {
+        if (attempt > 0) {
+            wait_until_readable(fd, length_wait);
+        }
         const ssize_t count = ::recv(fd, bytes, sizeof bytes, MSG_DONTWAIT);
         error = count < 0 ? errno : 0;
         if (count == static_cast<ssize_t>(sizeof bytes)) {
@@ -80,15 +93,10 @@ std::optional<uint32_t> find_length(int fd, const received_request& request,
     }
 }
 
-void wait_until_readable(int fd) {
-    pollfd wanted = {fd, POLLIN, 0};
-    ::poll(&wanted, 1, -1);  // an interrupted wait only leads to another try
-}
-
-// Reads until the payload holds all its bytes; `have` of them are there already.
+// Reads until the payload holds all its bytes; `have`, which is kept up to date, are there already.
 //
 // Return: false at the end of the stream or after an error.
-bool fill_payload(int fd, std::span<char> payload, std::size_t have) {
+bool fill_payload(int fd, std::span<char> payload, std::size_t& have) {
     while (have < payload.size()) {
         const ssize_t count =
             ::recv(fd, payload.data() + have, payload.size() - have, MSG_DONTWAIT);
@@ -97,7 +105,7 @@ bool fill_payload(int fd, std::span<char> payload, std::size_t have) {
         } else if (count == 0 || !try_again(errno)) {
             return false;
         } else {
-            wait_until_readable(fd);
+            wait_until_readable(fd, without_end);
         }
     }
     return true;
@@ -121,6 +129,11 @@ char* allocate_payload(connection& client, std::size_t size) {
 // Return: false after a failure, which is printed.
 bool complete_payload(connection& client, received_request& request, std::span<char> arrived,
                       std::size_t size) {
+    if (size == 0) {
+        // It cannot be told from the end of the stream, and counts as one.
+        print_error("%s read command fail!!\n", log_name);
+        return false;
+    }
     if (arrived.size() >= size) {
         request.payload = arrived.first(size);
     } else {
@@ -131,11 +144,12 @@ bool complete_payload(connection& client, received_request& request, std::span<c
         }
         std::copy(arrived.begin(), arrived.end(), block);
         request.payload = {block, size};
-    }
-    // A payload of no bytes cannot be told from the end of the stream, and counts as one.
-    if (size == 0 || !fill_payload(client.fd.get(), request.payload, arrived.size())) {
-        print_error("%s read command fail!!\n", log_name);
-        return false;
+        std::size_t& have = client.payload_block.get_deleter().used;
+        have = arrived.size();
+        if (!fill_payload(client.fd.get(), request.payload, have)) {
+            print_error("%s read command fail!!\n", log_name);
+            return false;
+        }
     }
     request.payload.data()[size] = '\0';
     return true;
@@ -159,6 +173,10 @@ next_step read_request(connection& client, received_request& request, const fram
 
 }  // namespace
 
+received_request::~received_request() {
+    ::explicit_bzero(bytes, used);
+}
+
 next_step do_read(connection& client, received_request& request) {
     for (;;) {
         const ssize_t count =
@@ -171,6 +189,7 @@ next_step do_read(connection& client, received_request& request) {
             return next_step::over;
         }
         request.size = static_cast<std::size_t>(count);
+        request.used = std::max(request.used, request.size);
         const frame_head head = find_frame_head({request.bytes, request.size});
         if (head.state != frame_head_state::no_start_code) {
             return read_request(client, request, head);

@@ -15,9 +15,13 @@ struct received_request {
     static constexpr std::size_t capacity = 4096;
 
     received_request() noexcept {}  // the bytes are deliberately not cleared
+    received_request(const received_request&) = delete;
+    received_request& operator=(const received_request&) = delete;
+    ~received_request();  // they may hold a secret, and are wiped as far as they were used
 
     char bytes[capacity + 1];  // with room for a NUL behind the payload
     std::size_t size = 0;      // of what the last call took in
+    std::size_t used = 0;      // of the bytes
 
     // Complete, with a NUL behind it; in `bytes`, or in the connection's payload block.
     std::span<char> payload;

@@ -1,20 +1,59 @@
 #include "server/receiver.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 
+#include <cstring>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "support/client_fixture.h"
+
+namespace {
+
+int g_watched_fd = -1;                        // waits for it are noted,
+std::vector<int> g_time_outs;                 // here,
+std::function<void()> g_meanwhile = nullptr;  // and something happens before they begin
+
+}  // namespace
+
+// The C library's declaration says that a call writes to the places; it does not say that it reads.
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+
+// The program's own stands before the C library's.
+extern "C" int poll(pollfd* places, nfds_t count, int time_out) {
+    if (count == 1 && places[0].fd == g_watched_fd) {
+        g_time_outs.push_back(time_out);
+        if (g_meanwhile) {
+            g_meanwhile();
+        }
+    }
+    const timespec wait = {time_out / 1000, time_out % 1000 * 1'000'000L};
+    return static_cast<int>(
+        ::syscall(SYS_ppoll, places, count, time_out < 0 ? nullptr : &wait, nullptr, 0));
+}
 
 namespace veltrancord {
 namespace {
 
 using namespace std::string_literals;
 
-class RequestReader : public one_client {};
+class RequestReader : public one_client {
+  protected:
+    RequestReader() {
+        g_time_outs.clear();
+        g_watched_fd = server_end_;
+    }
+    ~RequestReader() override {
+        g_watched_fd = -1;
+        g_meanwhile = nullptr;
+    }
+};
 
 TEST_F(RequestReader, ServesAWholeFrame) {
     EXPECT_EQ(request("echo:hello"), code_of(5) + "hello");
@@ -76,6 +115,50 @@ TEST_F(RequestReader, ReportsAnErrorBeforeAStartCode) {
 TEST_F(RequestReader, GivesUpALengthThatDoesNotComeAtOnce) {
     EXPECT_EQ(failure_of("?"),
               "do_read 1932 read length fail, error: Resource temporarily unavailable!!\n");
+}
+
+TEST_F(RequestReader, WaitsABitBeforeEachFurtherAttemptAtTheLength) {
+    failure_of("?");
+    EXPECT_EQ(g_time_outs, std::vector<int>({10, 10, 10}));
+}
+
+TEST_F(RequestReader, TakesARequestInThreePieces) {
+    g_meanwhile = [this] { send(g_time_outs.size() == 1 ? "\6\0\0\0"s : "echo:x"); };
+    EXPECT_EQ(reply_to("?"), code_of(1) + "x");
+    EXPECT_EQ(g_time_outs, std::vector<int>({10, -1}));
+}
+
+TEST_F(RequestReader, TakesALengthThatComesWithTheLastAttempt) {
+    g_meanwhile = [this] {
+        if (g_time_outs.size() == 3) {
+            send("\6\0\0\0echo:x"s);
+        }
+    };
+    EXPECT_EQ(reply_to("?"), code_of(1) + "x");
+    EXPECT_EQ(g_time_outs.size(), 3U);
+}
+
+// Requests hold passwords and tokens.
+TEST_F(RequestReader, WipesWhatItHasReceived) {
+    alignas(received_request) unsigned char memory[sizeof(received_request)] = {};
+    auto* const request = new (memory) received_request;
+    send("garbage" + request_frame_of("echo:a-secret-token"));
+    ASSERT_EQ(do_read(*connection_, *request), next_step::run_command);
+    EXPECT_NE(::memmem(memory, sizeof memory, "a-secret-token", 14), nullptr);
+    request->~received_request();
+    EXPECT_EQ(::memmem(memory, sizeof memory, "a-secret-token", 14), nullptr);
+}
+
+TEST_F(RequestReader, WipesTheFirstPieceOfAPayloadThatGoesElsewhere) {
+    alignas(received_request) unsigned char memory[sizeof(received_request)] = {};
+    auto* const request = new (memory) received_request;
+    const std::string frame = request_frame_of("echo:a-secret-token and more");
+    send(frame.substr(0, frame.size() - 5));
+    g_meanwhile = [&] { send(frame.substr(frame.size() - 5)); };
+    ASSERT_EQ(do_read(*connection_, *request), next_step::run_command);
+    EXPECT_EQ(connection_->payload_block.get_deleter().used, 28U);
+    request->~received_request();
+    EXPECT_EQ(::memmem(memory, sizeof memory, "a-secret-token", 14), nullptr);
 }
 
 TEST_F(RequestReader, GivesUpALengthOfWhichAPartIsThere) {

@@ -119,7 +119,7 @@ bool await_writable(connection& client) {
 //
 // Return: false when memory to wait could not be had.
 bool proceed(connection& client, next_step next) {
-    if (next == next_step::over) {
+    if (next == next_step::over || (next == next_step::wait_to_read && client.server->finishing)) {
         release_item(&client);
         return true;
     }
@@ -149,6 +149,21 @@ bool serve(connection& client) {
     return proceed(client, receive_and_answer(client));
 }
 
+void finish_clients(request_server& server) {
+    server.finishing = true;
+    for (auto at = server.clients.begin(); at != server.clients.end();) {
+        connection& client = *at++;  // which may end below
+        if (client.read_event != nullptr) {
+            static_cast<void>(serve(client));
+        }
+    }
+    const auto stop = [](void* loop) { static_cast<event_loop*>(loop)->stop(); };
+    if (server.clients.empty() ||
+        server.loop.add_timer(idle_limit, true, stop, &server.loop) == nullptr) {
+        server.loop.stop();
+    }
+}
+
 void release_item(connection* client) {
     if (client == nullptr) {
         print_error("%s NULL Pointer\n", "release_item");
@@ -160,6 +175,9 @@ void release_item(connection* client) {
     server.loop.remove(client->write_event);
     discard_unread(client->fd.get());
     server.clients.erase(client->place);
+    if (server.finishing && server.clients.empty()) {
+        server.loop.stop();
+    }
 }
 
 }  // namespace veltrancord

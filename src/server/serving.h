@@ -2,6 +2,7 @@
 // where it ends.
 #pragma once
 
+#include <climits>
 #include <list>
 #include <span>
 
@@ -20,8 +21,8 @@ using follow_up = void();
 
 // What one worker's server thread works with. Server thread only.
 struct request_server {
-    // `now` is the clock of the loop's timers.
-    explicit request_server(loop_time (*now)() = wall_clock_now) : loop(now) {}
+    // `now` gives the clocks of the loop's timers.
+    explicit request_server(loop_moment (*now)() = clocks_now) : loop(now) {}
 
     event_loop loop;
     listener_record listener;
@@ -32,10 +33,11 @@ struct request_server {
     std::span<const command_row> commands;
     std::span<follow_up* const> follow_ups;
 
+    int highest_fd = INT_MAX;  // that a client may have; newcomers above it are turned away
     loop_event* accept_event = nullptr;
     loop_event* pause_timer = nullptr;  // runs while the listening socket is left alone
-    owned_fd reserve;                   // given up to be able to turn a newcomer away
     bool refusal_reported = false;      // since the last newcomer that was taken
+    bool finishing = false;             // no more requests are waited for
 };
 
 // A client on the accepted socket `fd`, which must not block.
@@ -49,6 +51,10 @@ struct request_server {
 //
 // Return: false when memory to wait could not be had, which ends the client.
 [[nodiscard]] bool serve(connection& client);
+
+// Nobody can come any more: serves those whose requests have come, ends the others at once, and
+// stops the loop when the last reply is sent, or after the time that a silent client has.
+void finish_clients(request_server& server);
 
 // Ends the client: takes its events out of the loop, closes its socket and frees everything. The
 // pointer is dead afterwards. A null pointer prints "release_item NULL Pointer".

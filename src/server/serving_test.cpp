@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
+#include <utility>
 
 #include "support/client_fixture.h"
 #include "support/memory_seam.h"
@@ -11,9 +13,9 @@
 namespace veltrancord {
 namespace {
 
-loop_time g_now;
+loop_moment g_now;
 
-loop_time test_clock() {
+loop_moment test_clocks() {
     return g_now;
 }
 
@@ -65,10 +67,10 @@ TEST_F(ClientEnd, ComesWhenThereIsNoMemoryToWaitForARequest) {
 }
 
 TEST_F(ClientEnd, ComesWhenThereIsNoMemoryToWaitForTheRestOfAReply) {
-    follow_ups_[1] = [] { g_no_memory = true; };
+    follow_ups_[1] = [] { g_failing_allocations = INT_MAX; };
     send(request_frame_of("fill:3000000"));
     EXPECT_FALSE(serve(*connection_));
-    g_no_memory = false;
+    g_failing_allocations = 0;
     EXPECT_TRUE(is_released());
 }
 
@@ -85,23 +87,71 @@ TEST_F(ClientEnd, IsNotWaitedForWithTheRequestStillInMemory) {
 
 // The server's loop goes by the wall clock, so this one has a server of its own.
 TEST(IdleClient, IsReleasedAfter30SecondsWithoutAStartCode) {
-    g_now = {1'000'000, 0};
-    request_server server(test_clock);
+    g_now = {{1'000'000, 0}, {1'000, 0}};
+    request_server server(test_clocks);
     int ends[2] = {-1, -1};
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     const owned_fd client(ends[0]);
     connection* const idle = open_connection(server, owned_fd(ends[1]));
     ASSERT_NE(idle, nullptr);
     ASSERT_TRUE(serve(*idle));
-    g_now.seconds += 29;
-    g_now.microseconds = 995'000;
+    g_now.wall = {1'000'029, 995'000};
+    g_now.steady = {1'029, 995'000};
     server.loop.run_pass();
     EXPECT_GE(::fcntl(ends[1], F_GETFD), 0);
-    g_now = {1'000'030, 0};
+    g_now = {{1'000'030, 0}, {1'030, 0}};
     server.loop.run_pass();
     EXPECT_LT(::fcntl(ends[1], F_GETFD), 0);
     char byte = 0;
     EXPECT_EQ(::recv(client.get(), &byte, 1, MSG_DONTWAIT), 0);  // closed, and nothing was sent
+}
+
+// The listening socket is gone: who has asked is answered, who has not is let go.
+TEST_F(ClientEnd, ComesAtOnceForThoseWithoutARequestWhenTheServerFinishes) {
+    serve_client();
+    const owned_fd idle = std::move(client_);
+    connect_again();
+    serve_client();
+    const owned_fd asking = std::move(client_);
+    const std::string frame = request_frame_of("echo:hello");
+    ASSERT_EQ(::send(asking.get(), frame.data(), frame.size(), 0), 15);
+    finish_clients(server_);
+    EXPECT_TRUE(server_.clients.empty());
+    char reply[16];
+    EXPECT_EQ(::recv(idle.get(), reply, sizeof reply, MSG_DONTWAIT), 0);
+    EXPECT_EQ(::recv(asking.get(), reply, sizeof reply, MSG_DONTWAIT), 9);
+    server_.loop.run();  // it is stopped, so this returns
+}
+
+TEST_F(ClientEnd, WaitsForARepliesRestWhenTheServerFinishes) {
+    send(request_frame_of("fill:3000000"));
+    serve_client();
+    finish_clients(server_);
+    EXPECT_FALSE(is_released());
+    std::string received;
+    std::thread client([&] { received = receive_all(); });
+    server_.loop.run();
+    client.join();
+    EXPECT_EQ(received.size(), 4U + 3'000'000U);
+    EXPECT_TRUE(server_.clients.empty());
+}
+
+TEST(FinishingServer, WaitsNoLongerForARepliesRestThanForASilentClient) {
+    g_now = {{1'000'000, 0}, {1'000, 0}};
+    request_server server(test_clocks);
+    server.commands = test_handlers::rows;
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    const owned_fd client(ends[0]);
+    const std::string frame = request_frame_of("fill:3000000");
+    ASSERT_GT(::send(client.get(), frame.data(), frame.size(), 0), 0);
+    connection* const slow = open_connection(server, owned_fd(ends[1]));
+    ASSERT_NE(slow, nullptr);
+    ASSERT_TRUE(serve(*slow));
+    finish_clients(server);
+    g_now = {{1'000'030, 0}, {1'030, 0}};
+    server.loop.run();
+    EXPECT_EQ(server.clients.size(), 1U);
 }
 
 }  // namespace

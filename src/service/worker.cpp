@@ -30,6 +30,7 @@ namespace veltrancord {
 namespace {
 
 constexpr int thread_failed_status = 1;
+constexpr int socket_gone_status = 1;
 constexpr unsigned pass_seconds = 10;
 
 // Blocks of at least this many bytes are mapped by themselves.
@@ -156,6 +157,7 @@ int run_worker(const service_options& options) {
     state.server.sessions = &state.sessions;
     state.server.commands = command_table();
     state.server.follow_ups = command_follow_ups();
+    state.server.socket_gone = [] { ::_exit(socket_gone_status); };
     state.backup_interval = options.backup_interval;
     if (!start_thread(start_backups, &state, 0) ||
         !start_thread(server_thread, &state.server, server_stack_size)) {

@@ -8,6 +8,7 @@
 machine.py says what a machine is; everything that it offers, a device offers too.
 """
 
+import contextlib
 import os
 import shutil
 import signal
@@ -165,7 +166,8 @@ class Device(Machine):
         """Ends the service as a device does on shutdown: SIGTERM to supervisor and worker."""
         chain = self._chain()
         for pid in chain:
-            self.send_signal(pid, signal.SIGTERM)
+            with contextlib.suppress(ProcessLookupError):  # a worker ends when its supervisor has
+                self.send_signal(pid, signal.SIGTERM)
         wait_until(lambda: not set(chain) & {p.pid for p in self.processes()}, "the service ended",
                    self.patience)
 

@@ -164,7 +164,7 @@ def test_a_part_of_the_length_is_a_failure(ready, garbage, count):
     assert log.endswith("!!\n") and log.count("\n") == 1
 
 
-def test_a_length_that_is_not_there_is_tried_for_four_times(device):
+def test_a_length_that_is_not_there_is_waited_for_three_times(device):
     device.write_document("Account", ACCOUNT)
     device.start_traced(calls="read,recvfrom,poll,ppoll,select,pselect6")
     device.forget_output()
@@ -177,8 +177,25 @@ def test_a_length_that_is_not_there_is_tried_for_four_times(device):
     start = next(i for i, line in enumerate(lines) if '"?"' in line and line.endswith("= 1"))
     worker = lines[start].split()[0]
     behind = [line for line in lines[start + 1:] if line.split()[0] == worker]
-    assert all(re.search(r", 4[,)].* EAGAIN ", line) for line in behind[:4]), behind[:4]
-    assert not re.search(r", 4[,)].* EAGAIN ", behind[4])
+    attempt, wait = r", 4[,)].* EAGAIN ", r"poll\(\[\{fd=\d+, events=POLLIN\}\], 1, 10\) = 0"
+    for line, pattern in zip(behind, [attempt, wait, attempt, wait, attempt, wait, attempt]):
+        assert re.search(pattern, line), behind[:7]
+    assert not re.search(r", 4[,)].* EAGAIN |, 1, 10\)", behind[7])
+
+
+def test_a_request_may_come_in_three_pieces(ready):
+    """Nearly all of them: a busy machine may keep a client waiting between its pieces for longer."""
+    data = frame(USERNAME)
+    answered = 0
+    for _ in range(1000):
+        with ready.connect() as client:
+            try:
+                for piece in (data[:1], data[1:5], data[5:]):
+                    client.send(piece)
+                answered += client.receive_reply() == ADMIN
+            except (BrokenPipeError, ConnectionResetError):
+                pass  # it took too long
+    assert answered >= 980
 
 
 def test_an_end_after_the_start_code_is_a_failure(ready):

@@ -8,6 +8,7 @@ import pytest
 
 from device import wait_until
 from supervision import ADMIN, EXITING, RESTART, USERNAME
+from wire import NO_REPLY, frame
 
 RELEASE = "process release....\n"
 # What Linux says of an accept without waiting on a socket that has been shut down.
@@ -45,21 +46,25 @@ def test_a_terminated_starter_ends_with_1(device, number):
 
 @pytest.mark.fault("P2")
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP])
-def test_a_terminated_supervisor_ends_with_1_and_closes_the_socket(ready, number):
+def test_a_terminated_supervisor_ends_with_1_and_leaves_nothing_behind(ready, number):
+    """Its worker answers who has asked and those that have begun to, lets the others go, and ends."""
     supervisor, worker = ready.supervisor_pid, ready.worker_pid
-    with ready.connect() as client:
-        assert ready.request(USERNAME) == ADMIN  # the client is accepted by now
+    data = frame(USERNAME)
+    with ready.connect() as idle, ready.connect() as asking, ready.connect() as begun:
+        assert ready.request(USERNAME) == ADMIN  # they are accepted by now
+        ready.send_signal(worker, signal.SIGSTOP)
+        asking.send(data)
+        begun.send(data[:-1])
         ready.send_signal(supervisor, number)
         assert ready.wait_for_end(supervisor, ready.patience) == 1
         with pytest.raises(ConnectionRefusedError):
             ready.connect()
-        # The worker lives on and serves whom it had accepted, but looks at the socket no more.
-        client.send_request(USERNAME)
-        assert client.receive_reply() == ADMIN
-        assert ready.is_running(worker)
-        before = ready.processor_seconds(worker)
-        time.sleep(1)
-        assert ready.processor_seconds(worker) - before <= 0.3
+        ready.send_signal(worker, signal.SIGCONT)
+        begun.send(data[-1:])
+        assert begun.receive_reply() == ADMIN
+        assert asking.receive_reply() == ADMIN
+        assert idle.receive_reply() == NO_REPLY
+        assert ready.wait_for_end(worker, ready.patience) == 1
     assert ready.stderr() == termination(number) + SHUT
 
 

@@ -101,6 +101,26 @@ def test_a_crowd_of_idle_connections(device, crowd, limit, figure):
     figure("log lines", lines)
 
 
+@pytest.mark.fault("C1")
+def test_requests_in_three_pieces(working, long_form, figure):
+    """As the protocol's own steps may be written: start code, length, payload. On a busy machine a
+    client may be kept from sending the next piece for longer than the service waits."""
+    amount = 100_000 if long_form else 3_000
+    data = frame(PROBE)
+    lost = 0
+    for _ in range(amount):
+        with working.connect() as client:
+            try:
+                for piece in (data[:1], data[1:5], data[5:]):
+                    client.send(piece)
+                lost += client.receive_reply() != PROBE_REPLY
+            except (BrokenPipeError, ConnectionResetError):
+                lost += 1
+    figure("requests in three pieces", amount)
+    figure("lost", lost)
+    assert lost <= amount // 100
+
+
 def state(device):
     """All that a hostile client might have changed."""
     listing = device.request("read:*")

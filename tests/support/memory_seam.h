@@ -2,20 +2,21 @@
 // uses it has operators of its own that go by these.
 #pragma once
 
+#include <climits>
 #include <cstddef>
 
 namespace veltrancord {
 
-inline bool g_no_memory = false;
+inline int g_failing_allocations = 0;  // so many from now on fail
 inline std::size_t g_largest_allocation = 0;
 
 // While it lives, every operator new of the program fails.
 class no_memory_left {
   public:
-    no_memory_left() noexcept { g_no_memory = true; }
+    no_memory_left() noexcept { g_failing_allocations = INT_MAX; }
     no_memory_left(const no_memory_left&) = delete;
     no_memory_left& operator=(const no_memory_left&) = delete;
-    ~no_memory_left() { g_no_memory = false; }
+    ~no_memory_left() { g_failing_allocations = 0; }
 };
 
 }  // namespace veltrancord
