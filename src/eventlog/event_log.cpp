@@ -1,5 +1,8 @@
 #include "eventlog/event_log.h"
 
+#include <cerrno>
+#include <cstring>
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -36,6 +39,9 @@ int32_t event_log::start(const char* path) {
     int32_t size = 0;
     const int32_t result = read_log_file_system_size(directory_of(path_).c_str(), size);
     if (result < 0) {
+        print_error("no event log: the file system of %s cannot be measured : %s\n", path_,
+                    std::strerror(errno));
+        measured_ = false;
         return result;
     }
     const int32_t capacity = log_capacity_for_size(size);
@@ -85,7 +91,8 @@ void event_log::find_ring() {
         if (state == log_entry_state::missing) {
             break;
         }
-        if (state == log_entry_state::readable) {
+        // Decoding takes the entries that a mask of all bits selects, so none of type 0.
+        if (state == log_entry_state::readable && record.type != 0) {
             newest.consider(position, record);
         }
     }
@@ -97,13 +104,29 @@ int32_t event_log::add(const log_record& record, const log_time_text& time) {
         return result_denied;
     }
     const int32_t result =
-        document_->set(ring_.write_position(), format_log_entry(record, time).view());
+        document_->set(ring_.write_position(), entry_to_keep(record, time).view());
     if (result < 0) {
         return result;
     }
     ring_.advance();
-    static_cast<void>(save());
+    // From here on the entry is in, and nothing may tell the client that it is not.
+    try {
+        static_cast<void>(save());
+    } catch (const std::bad_alloc&) {
+        print_error("replace_file %s error : %s\n", path_, std::strerror(ENOMEM));
+    }
     return result_ok;
+}
+
+// The entry's text, with as much of the detail text as the file keeps.
+log_entry_text event_log::entry_to_keep(log_record record, const log_time_text& time) const {
+    log_entry_text entry = format_log_entry(record, time);
+    for (std::size_t length = record.detail().size(); length > 0 && !document_->keeps(entry.view());
+         --length) {
+        record.detail_text[length - 1] = '\0';
+        entry = format_log_entry(record, time);
+    }
+    return entry;
 }
 
 int32_t event_log::read(const log_request& request, reply_text& reply) {
@@ -112,7 +135,8 @@ int32_t event_log::read(const log_request& request, reply_text& reply) {
 
 int32_t event_log::clean() {
     file_replacement replacement;
-    if (replacement.prepare(path_, log_document::empty_file) < 0) {
+    if (replacement.prepare(path_, log_document::empty_file) < 0 &&
+        !replacement.settle_for_in_place()) {
         replacement.report_failure();
         return result_failed;
     }
@@ -137,6 +161,9 @@ int32_t event_log::clean() {
         if (!fresh) {
             return result_failed;
         }
+    }
+    if (!document_ && !measured_) {
+        print_error("the event log holds nothing until the service is started again\n");
     }
     document_ = std::move(fresh);
     ring_.clear();

@@ -21,8 +21,8 @@ class event_log {
   public:
     // Loads the log from the file at `path` (its first 63 characters count) and sizes the ring by
     // the file system that holds it. A missing, unreadable or empty file is created anew; one that
-    // does not parse gives an empty or partial log. Prints the capacity, and the messages of
-    // LoadFile2Buf. To be called once.
+    // does not parse gives an empty or partial log. Prints the capacity or why there is none, and
+    // the messages of LoadFile2Buf. To be called once.
     //
     // Return: 0, or a negative value: the log then has no document and answers accordingly.
     [[nodiscard]] int32_t start(const char* path);
@@ -30,8 +30,9 @@ class event_log {
     // As start(), with a capacity that is given.
     [[nodiscard]] int32_t start_with_capacity(const char* path, int32_t capacity);
 
-    // Stores an entry of that time and saves the file. A file that cannot be saved is reported by
-    // the file replacer; the entry is kept and saved with the next one.
+    // Stores an entry of that time and saves the file. A file that cannot be saved is reported; the
+    // entry is kept and saved with the next one. A detail text whose end would take in what follows
+    // the entry in the file is cut.
     //
     // Return: result_ok, result_denied (no document, or the process is terminating),
     // result_bad_argument or result_store_failed.
@@ -43,7 +44,9 @@ class event_log {
     [[nodiscard]] int32_t read(const log_request& request, reply_text& reply);
 
     // Empties the log and its file. The empty file is made aside and read back before it takes the
-    // place of the old one: where that is not possible the log stays as it is.
+    // place of the old one, or where there is no room aside written in place: where neither is
+    // possible the log stays as it is. Without a log it makes one; when the file system could not
+    // be measured at the start, its capacity is 0.
     //
     // Return: result_ok or result_failed.
     [[nodiscard]] int32_t clean();
@@ -58,11 +61,13 @@ class event_log {
   private:
     [[nodiscard]] std::unique_ptr<log_document> load(const char* path) const;
     void find_ring();
+    [[nodiscard]] log_entry_text entry_to_keep(log_record record, const log_time_text& time) const;
 
     char path_[64] = "";
     std::unique_ptr<log_document> document_;
     log_ring ring_;
     log_cursor cursor_;
+    bool measured_ = true;  // false: start() could not tell the capacity
 };
 
 // The service's log.

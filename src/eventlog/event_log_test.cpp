@@ -33,10 +33,20 @@ TEST_F(EventLog, AnswersWithoutADocument) {
 TEST_F(EventLog, FailsToStartWithoutItsDirectory) {
     event_log log;
     EXPECT_LT(log.start((directory_ + "/none/log").c_str()), 0);
-    EXPECT_EQ(messages(), "");
+    EXPECT_EQ(messages(), "no event log: the file system of " + directory_ +
+                              "/none/log cannot be measured : No such file or directory\n");
     EXPECT_EQ(log.capacity(), 0);
     EXPECT_EQ(log.count(), 0);
     EXPECT_EQ(add(log, 1, 0), result_denied);
+    // When the directory has come, cleaning makes a log without capacity, and says so once.
+    std::filesystem::create_directory(directory_ + "/none");
+    EXPECT_EQ(log.clean(), result_ok);
+    EXPECT_EQ(messages(), "the event log holds nothing until the service is started again\n");
+    EXPECT_EQ(log.capacity(), 0);
+    EXPECT_EQ(add(log, 1, 0), result_ok);
+    EXPECT_EQ(log.count(), 0);
+    EXPECT_EQ(log.clean(), result_ok);
+    EXPECT_EQ(messages(), "");
     for (const char* without_directory : {"log", "/log", ""}) {
         EXPECT_LT(event_log().start(without_directory), 0) << without_directory;
     }
@@ -231,14 +241,14 @@ TEST_F(EventLog, WithTheNewestInTheLastElementTheFirstIsNext) {
     EXPECT_NE(file().find("<E1>1:1970"), std::string::npos);
 }
 
-TEST_F(EventLog, EntriesOfTypeZeroCountForTheNewest) {
+TEST_F(EventLog, AnEntryOfTypeZeroIsNotTheNewest) {
     write_file(
         "<Log><E1>0:2024:5:2:0:0:0:1:d:2</E1><E2>1:2024:5:1:0:0:0:2:d:2</E2>"
         "<E3>1:2024:4:3:0:0:0:3:d:2</E3></Log>");
     event_log log;
     ASSERT_EQ(log.start_with_capacity(path_.c_str(), 3), 0);
     ASSERT_EQ(add(log, 1, 0, 9), result_ok);
-    EXPECT_NE(file().find("<E2>1:1970"), std::string::npos);
+    EXPECT_NE(file().find("<E3>1:1970"), std::string::npos);
 }
 
 TEST_F(EventLog, UnreadableElementsAreSkippedAndAMissingOneEndsTheSearch) {
@@ -334,6 +344,34 @@ TEST_F(EventLog, CleaningEmptiesLogAndFile) {
     ASSERT_EQ(add(log, 1, 0, 9), result_ok);
     EXPECT_EQ(log.count(), 1);
     EXPECT_EQ(newest(log), "9 ");
+}
+
+// A detail text is 15 bytes of a client's, and may end within a character.
+TEST_F(EventLog, ADetailTextNeverTakesInWhatFollowsIt) {
+    for (const char* declaration : {"<?xml version=\"1.0\" encoding=\"UTF-8\"?>", "\xEF\xBB\xBF"}) {
+        for (const std::string end : {"\xF0", "\xC3&", "\xE2\xF0", "\xF0<"}) {
+            write_file(declaration + std::string("<Log></Log>"));
+            event_log log;
+            ASSERT_EQ(log.start_with_capacity(path_.c_str(), 9), 0);
+            EXPECT_EQ(log.add(event(1, 1, "door" + end, 1), local_log_time(1)), result_ok);
+            EXPECT_EQ(log.add(event(1, 2, "caf\xC3\xA9", 2), local_log_time(2)), result_ok);
+            EXPECT_EQ(log.add(event(1, 3, "last", 3), local_log_time(3)), result_ok);
+            event_log again;
+            ASSERT_EQ(again.start_with_capacity(path_.c_str(), 9), 0);
+            EXPECT_EQ(again.count(), 3);
+            EXPECT_EQ(newest(again), "3 2 1 ");
+            EXPECT_EQ(read(again, 1, -1, 9), read(log, 1, -1, 9));
+            EXPECT_NE(file().find(":1:door"), std::string::npos);
+            EXPECT_NE(file().find(":2:caf\xC3\xA9:2<"), std::string::npos);
+        }
+    }
+}
+
+TEST_F(EventLog, ADetailTextOfAnotherEncodingStaysAsItIs) {
+    event_log log;
+    ASSERT_EQ(log.start_with_capacity(path_.c_str(), 9), 0);
+    EXPECT_EQ(log.add(event(1, 1, "door\xF0", 1), local_log_time(1)), result_ok);
+    EXPECT_NE(file().find(":1:door\xF0:1<"), std::string::npos);
 }
 
 TEST_F(EventLog, CleaningKeepsTheLastMode) {

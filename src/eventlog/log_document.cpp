@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <new>
 #include <optional>
 
 #include "eventlog/entry_text.h"
@@ -11,6 +12,7 @@
 #include "store/path.h"
 #include "store/value.h"
 #include "xml/child_index.h"
+#include "xml/syntax.h"
 #include "xml/text.h"
 
 namespace veltrancord {
@@ -155,6 +157,10 @@ int32_t log_document::set_by_path(int32_t position, std::string_view text) {
     return result;
 }
 
+bool log_document::keeps(std::string_view text) const {
+    return IsXmlTextWhole(*document_, text);
+}
+
 int32_t log_document::set(int32_t position, std::string_view text) {
     if (!indexed(position)) {
         return set_by_path(position, text);
@@ -165,7 +171,11 @@ int32_t log_document::set(int32_t position, std::string_view text) {
     }
     SetXmlElementText(*place.element, text);
     place.entry = read_entry(*place.element);
-    replace_in_file_text(position);
+    try {
+        replace_in_file_text(position);
+    } catch (const std::bad_alloc&) {
+        forget_file_text();  // the entry is in; the file's text can be built anew
+    }
     return result_ok;
 }
 

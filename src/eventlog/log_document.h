@@ -69,6 +69,10 @@ class log_document {
     // As stored(), with all of the text; missing beyond the index.
     [[nodiscard]] log_entry_state decode(int32_t position, log_record& record) const;
 
+    // Whether an entry with this text is read back at the next start, and what follows it in the
+    // file: in a file that declares itself UTF-8 a character cut short at its end is not.
+    [[nodiscard]] bool keeps(std::string_view text) const;
+
     // Sets the text of "Log.E<position>"; elements that are missing are created.
     //
     // Return: result_ok, result_bad_argument when the path cannot be formed, or

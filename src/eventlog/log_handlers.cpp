@@ -1,5 +1,8 @@
 #include "eventlog/log_handlers.h"
 
+#include <cerrno>
+#include <new>
+
 #include "eventlog/event_callback.h"
 #include "eventlog/event_log.h"
 #include "leaf/clock.h"
@@ -18,8 +21,13 @@ int32_t store_event(const log_record& record, int64_t seconds) {
         return result;
     }
     // The entry is stored, whatever becomes of telling somebody.
-    trigger_event_callback(record.type, time.text, record.first_detail, record.detail_text,
-                           record.second_detail);
+    try {
+        trigger_event_callback(record.type, time.text, record.first_detail, record.detail_text,
+                               record.second_detail);
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+        print_reason("fork");
+    }
     return result_ok;
 }
 

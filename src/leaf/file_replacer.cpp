@@ -325,6 +325,13 @@ int32_t file_replacement::prepare(const char* path, std::string_view content, na
     return fail(reason);
 }
 
+bool file_replacement::settle_for_in_place() {
+    struct stat status {};
+    return (error_ == ENOSPC || error_ == EDQUOT) && exists_ && regular_ &&
+           ::fstatat(directory_.get(), name_, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           status.st_size >= static_cast<off_t>(content_.size());
+}
+
 std::string file_replacement::prepared_path() const {
     if (helper_[0] == '\0') {
         return {};

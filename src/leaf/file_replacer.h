@@ -46,6 +46,13 @@ class file_replacement {
     [[nodiscard]] int32_t prepare(const char* path, std::string_view content,
                                   name_use use = name_use::kept);
 
+    // After a prepare() that has failed for want of room: makes commit() write the file in place,
+    // which needs none when the content is not longer than what is there. For a file that need not
+    // survive a power cut meanwhile, since its content is to go.
+    //
+    // Return: whether that can be done.
+    [[nodiscard]] bool settle_for_in_place();
+
     // Return: the path of the helper file, to read the content back from before it is committed;
     // empty when no helper file can be made in that place, so that the content can only be read
     // back from the file itself, after commit().

@@ -210,6 +210,33 @@ TEST_F(FileReplacerFault, WritesWhereRoomCannotBeReserved) {
 }
 
 // A file that cannot be looked at may have a mode and an owner to keep, or be a link to follow.
+TEST_F(FileReplacerFault, SettlesForWritingInPlaceWhereAShorterContentHasNoRoomAside) {
+    const std::string file = path("Account");
+    put("Account", "the old content");
+    for (const char* call : {"openat", "fallocate"}) {
+        plan_failure(call, ENOSPC, 1);
+        file_replacement replacement;
+        ASSERT_EQ(replacement.prepare(file.c_str(), "the new one"), result_failed);
+        ASSERT_TRUE(replacement.settle_for_in_place());
+        EXPECT_EQ(replacement.commit(), result_ok) << call;
+        EXPECT_EQ(get("Account"), "the new one");
+        put("Account", "the old content");
+    }
+    for (const auto& [content, error] : {std::pair("a content that is longer", ENOSPC),
+                                         std::pair("short", EIO), std::pair("short", EMFILE)}) {
+        plan_failure("openat", error, 1);
+        file_replacement replacement;
+        ASSERT_EQ(replacement.prepare(file.c_str(), content), result_failed);
+        EXPECT_FALSE(replacement.settle_for_in_place()) << content;
+    }
+    plan_failure("openat", ENOSPC, 1);
+    file_replacement missing;
+    const std::string other = path("missing");
+    ASSERT_EQ(missing.prepare(other.c_str(), ""), result_failed);
+    EXPECT_FALSE(missing.settle_for_in_place());
+    EXPECT_EQ(get("Account"), "the old content");
+}
+
 // Where others may put files, what is in the way goes only when the new file is whole.
 TEST_F(FileReplacerFault, KeepsWhatHadANameThatCannotBeTakenOver) {
     const std::string file = path("Permit.db");

@@ -160,7 +160,7 @@ class LogModel:
             if element is None:
                 break
             fields = [field for field in element[1].split(":") if field]
-            if len(fields) != 10:
+            if len(fields) != 10 or int(fields[0]) == 0:
                 continue
             when = [(int(fields[1]) + 48) % 256, *map(int, fields[2:7])]
             if when >= best_time:

@@ -293,12 +293,25 @@ def test_nothing_to_read(start):
     assert device.stderr() == "targetele is null\n"
 
 
+def test_a_detail_text_that_ends_within_a_character_costs_no_other_entry(start):
+    device = start(content=b'<?xml version="1.0" encoding="UTF-8"?>\n<Log></Log>\n')
+    for first, text in ((1, b"one"), (2, b"two\xf0"), (3, b"three\xc3&"), (4, b"caf\xc3\xa9")):
+        write(device, first=first, text=text)
+    device.restart()
+    found = read(device)
+    assert numbers(found) == [4, 3, 2, 1]
+    assert [entry.text for entry in found][0] == b"caf\xc3\xa9"
+    assert [entry.text for entry in found][2] == b"two"
+
+
 # ---- starting ---------------------------------------------------------------------------------
 
 
 def test_without_a_directory_there_is_no_log(service):
     device = service({"Account": "<Account><Name>x</Name></Account>"}, "-E", "/mnt/none/log")
     assert "event log max number" not in device.stderr()
+    reason = "no event log: the file system of /mnt/none/log cannot be measured : No such file or directory\n"
+    assert device.stderr().count(reason) == 1
     assert device.request(b"writelog:" + record(1)) == (-12, b"")
     assert device.request(b"writelogwithtime:" + record(1)) == (-12, b"")
     assert device.request("readlog:1&-1&10") == (-12, b"")
@@ -308,6 +321,18 @@ def test_without_a_directory_there_is_no_log(service):
     assert device.request("cleanlog:") == (-1, b"")
     assert device.request("SystemHaltEventLog:") == (-4, b"")
     assert device.request("readvalue:Account.Name") == (1, b"x")
+
+
+def test_a_directory_that_comes_later_is_measured_at_the_next_start(device):
+    device.start("-E", "/mnt/later/log")
+    device.make_directory("/mnt/later")
+    assert device.request("cleanlog:") == (0, b"")
+    assert device.stderr().count("the event log holds nothing until the service is started again\n") == 1
+    write(device)
+    assert count(device) == device.request("maxlogcount:").code == 0
+    device.restart("-E", "/mnt/later/log")
+    write(device)
+    assert (count(device), device.request("maxlogcount:").code) == (2, 1000)
 
 
 def test_where_no_file_can_be_made_there_is_no_log(device):
@@ -445,15 +470,29 @@ def test_on_a_full_file_system_entries_wait_for_room(start):
     assert device.read_file(EVENT_LOG) == saved
     assert count(device) == 4
     assert numbers(read(device)) == [3, 2, 1, 0]
-    assert device.request("cleanlog:") == (-1, b"")
-    assert device.read_file(EVENT_LOG) == saved
-    assert count(device) == 4
     assert sorted(os.listdir(device.outside(DIRECTORY))) == ["filler", "log"]
     device.outside(DIRECTORY + "/filler").unlink()
     write(device, first=4)
     device.power_cut()
     device.start(environment=UTC)
     assert numbers(read(device)) == [4, 3, 2, 1, 0]
+
+
+def test_a_full_file_system_lets_the_log_be_cleaned(start):
+    """What is shorter than the file needs no room, and may be what the file system is full of."""
+    device = start("256k")
+    fill(device, 3)
+    fill_file_system(device)
+    assert device.request("cleanlog:") == (0, b"")
+    assert device.read_file(EVENT_LOG) == EMPTY
+    assert count(device) == 0
+    assert "replace_file" not in device.stderr()
+    write(device, first=7)
+    assert numbers(read(device)) == [7]
+    device.outside(DIRECTORY + "/filler").unlink()
+    write(device, first=8)
+    device.restart()
+    assert numbers(read(device)) == [8, 7]
 
 
 def test_a_read_only_file_system_costs_only_the_saving(start):

@@ -92,6 +92,26 @@ def test_every_allocation_fails(starved, name, figure):
     assert lost == 0
 
 
+@pytest.mark.fault("M1")
+def test_no_entry_that_is_in_the_log_is_denied(starved):
+    """Whatever memory runs out for behind it: the save, the look at who wants to hear of it."""
+    faults, payload = starved.faults, COMMANDS["writelog"].payload
+    record = payload.partition(b":")[2]
+    starved.install_script("/tmp/trigger/EventLogCallBack.sh", "#!/bin/sh\n")
+    denied = 0
+    for number in range(1, 100):
+        numbered = b"writelog:" + record[:10] + bytes([number]) + record[11:]
+        with faults.failing(ALLOCATIONS, number, FOR_EVER):
+            reply = starved.request(numbered)
+        newest = starved.request("readlog:1&-1&1").body
+        if reply.code is not None:
+            assert (newest[10] == number) == (reply.code == 0), (number, reply)
+            denied += reply.code != 0
+        if not faults.failed:
+            break
+    assert denied > 0 and not faults.failed
+
+
 # ---- what the XML library is building when it is refused memory ----------------------------------
 
 EXCHANGING = ("upload", "restore", "syncxml")

@@ -129,7 +129,7 @@ class log_model {
                 break;
             }
             const std::vector<std::string> fields = fields_of(*text);
-            if (fields.size() != 10) {
+            if (fields.size() != 10 || std::atoi(fields[0].c_str()) == 0) {
                 continue;
             }
             std::array<int, 6> time{};
