@@ -11,6 +11,7 @@
 #include "eventlog/entry_text.h"
 #include "eventlog/log_record.h"
 #include "handler/reply_text.h"
+#include "store/change.h"
 #include "store/document_set.h"
 #include "store/path.h"
 #include "store/read_query.h"

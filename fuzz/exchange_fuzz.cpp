@@ -9,7 +9,7 @@
 #include "sandbox.h"
 #include "small_store.h"
 #include "store/document_set.h"
-#include "update/exchange_commands.h"
+#include "update/exchange_file.h"
 #include "update/saving.h"
 #include "xml/document.h"
 #include "xml/text.h"

@@ -9,9 +9,10 @@
 #include "store/document_set.h"
 #include "store/path.h"
 #include "store/value.h"
+#include "update/handlers.h"
 #include "update/lines.h"
 #include "update/program_queue.h"
-#include "update/write_handlers.h"
+#include "update/write_lines.h"
 
 namespace veltrancord::fuzz {
 namespace {

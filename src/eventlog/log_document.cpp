@@ -8,6 +8,7 @@
 
 #include "eventlog/entry_text.h"
 #include "leaf/result.h"
+#include "store/change.h"
 #include "store/numbered_elements.h"
 #include "store/path.h"
 #include "store/value.h"
@@ -152,9 +153,9 @@ int32_t log_document::set_by_path(int32_t position, std::string_view text) {
         return result_bad_argument;
     }
     forget_file_text();
-    const int32_t result = SetXmlValue(*document_, path, text);
+    const bool set = SetXmlValue(*document_, path, text) != nullptr;
     log_ = document_->FirstChildElement(log_name);
-    return result;
+    return set ? result_ok : result_store_failed;
 }
 
 bool log_document::keeps(std::string_view text) const {
@@ -169,7 +170,7 @@ int32_t log_document::set(int32_t position, std::string_view text) {
     if (place.element == nullptr || place.element->Parent() != log_) {
         create_entry(place, position);
     }
-    SetXmlElementText(*place.element, text);
+    WriteElementText(*place.element, text);
     place.entry = read_entry(*place.element);
     try {
         replace_in_file_text(position);

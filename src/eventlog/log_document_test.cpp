@@ -8,6 +8,7 @@
 
 #include "eventlog/entry_text.h"
 #include "leaf/result.h"
+#include "store/change.h"
 #include "store/path.h"
 #include "store/value.h"
 #include "xml/text.h"
@@ -31,7 +32,7 @@ class walked_document {
     void set(int32_t position, const std::string& text) {
         XmlPath path;
         EXPECT_TRUE(SplitXmlPath("Log.E" + std::to_string(position), path));
-        EXPECT_EQ(SetXmlValue(document_, path, text), result_ok);
+        EXPECT_NE(SetXmlValue(document_, path, text), nullptr);
     }
 
     std::string file_text() { return SerialiseXmlDoc(document_); }

@@ -6,10 +6,9 @@
 #include "eventlog/log_handlers.h"
 #include "store/attribute_handlers.h"
 #include "store/read_handlers.h"
-#include "update/persistence_handlers.h"
+#include "update/handlers.h"
 #include "update/program_queue.h"
 #include "update/saving.h"
-#include "update/write_handlers.h"
 
 namespace veltrancord {
 
@@ -69,7 +68,7 @@ constexpr bool names_are_unique() {
 static_assert(rows.size() == 35);
 static_assert(names_are_unique());
 
-constexpr std::array<follow_up*, 2> follow_ups = {save_changed_documents, run_dispatch_queue};
+constexpr std::array<follow_up*, 2> follow_ups = {save_changed_documents, run_program_queue};
 
 }  // namespace
 

@@ -1,9 +1,8 @@
 #include <tinyxml.h>
 
-#include <memory>
-
 #include "store/document_set.h"
 #include "xml/child_index.h"
+#include "xml/element_text.h"
 
 namespace veltrancord {
 
@@ -11,12 +10,7 @@ namespace {
 
 void MergeInto(TiXmlElement& into, TiXmlElement& from) {
     const char* const text = from.GetText();
-    TiXmlNode* const first = into.FirstChild();
-    if (text != nullptr && first != nullptr && first->ToText() != nullptr) {
-        first->SetValue(text);
-    } else if (text != nullptr && first == nullptr) {
-        into.LinkEndChild(std::make_unique<TiXmlText>(text).release());
-    } else {
+    if (text == nullptr || !RestoreElementText(into, text)) {
         MergeXmlNode(&into, &from);
     }
 }
@@ -30,7 +24,7 @@ void AppendCopy(TiXmlNode& into, TiXmlElement& from) {
         MergeXmlNode(&copy, &from);
         return;
     }
-    copy.LinkEndChild(std::make_unique<TiXmlText>(text).release());
+    WriteElementText(copy, text);
     for (const TiXmlAttribute* attribute = from.FirstAttribute(); attribute != nullptr;
          attribute = attribute->Next()) {
         copy.SetAttribute(attribute->Name(), attribute->Value());

@@ -13,8 +13,6 @@
 
 #include <new>
 
-#include "leaf/result.h"
-#include "store/value.h"
 #include "xml/text.h"
 
 namespace veltrancord {
@@ -40,42 +38,34 @@ std::string_view kept_text::Of(const XmlDocument& document) {
     if (!Holds(document)) {
         edition_ = 0;
         text_.assign(1, '\n');
-        regular_ = SerialiseXmlDoc(document, text_);
+        // A byte order mark stands in the line of the first element, which would not be found
+        // there.
+        regular_ = SerialiseXmlDoc(document, text_) && !document.HasByteOrderMark();
         edition_ = document.Edition();
     }
-    work_ = 0;
+    followed_ = false;
     return std::string_view(text_).substr(1);
+}
+
+void kept_text::LetGo() {
+    edition_ = 0;
+    text_ = std::string();
 }
 
 void kept_text::LetGoOfLong() {
     if (text_.size() > most_kept) {
-        edition_ = 0;
-        text_ = std::string();
+        LetGo();
     }
 }
 
-int32_t kept_text::SetValue(XmlDocument& document, const XmlPath& path, std::string_view value) {
-    const bool held = regular_ && Holds(document);
-    document.NewEdition();
-    const int32_t result = SetXmlValue(document, path, value);
-    if (held) {
-        // Nothing is kept until all has gone well.
-        edition_ = 0;
-        if (result == result_ok && FollowIfMemoryAllows(document, path)) {
-            edition_ = document.Edition();
-        }
-    }
-    return result;
-}
-
-// Where tag_ stands as the whole beginning of a start tag, from `from` on.
-std::size_t kept_text::FindTag(std::size_t from) const {
+// Where `tag` stands as the whole beginning of a start tag, from `from` on, or npos.
+std::size_t kept_text::FindTag(const std::string& tag, std::size_t from) const {
     for (;;) {
-        const std::size_t at = text_.find(tag_, from);
+        const std::size_t at = text_.find(tag, from);
         if (at == npos) {
             return npos;
         }
-        const std::size_t behind = at + tag_.size();
+        const std::size_t behind = at + tag.size();
         if (behind < text_.size() && (text_[behind] == '>' || text_[behind] == ' ')) {
             return at;
         }
@@ -84,58 +74,58 @@ std::size_t kept_text::FindTag(std::size_t from) const {
 }
 
 // Return: where the line feed before the element's line stands, or npos.
-std::size_t kept_text::FindLine(const XmlPath& path) {
+std::size_t kept_text::FindLine(const XmlPath& path) const {
     std::size_t line = 0;
-    over_.clear();
+    std::string above;  // how lines of the parent's depth begin
     for (std::size_t depth = 0; depth < path.size(); ++depth) {
-        tag_.assign(1, '\n').append(depth * xml_indentation, ' ').append(1, '<');
-        const std::size_t bare = tag_.size();
+        const std::string begin = std::string(1, '\n').append(depth * xml_indentation, ' ') + '<';
         const std::size_t from = depth > 0 ? line + 1 : 0;
-        const std::size_t found = FindTag((tag_ += path[depth].text(), from));
+        const std::size_t found = FindTag(begin + path[depth].name, from);
         if (found == npos) {
             return npos;
         }
         // The parent ends, at the latest, where the next line of its own depth is.
-        if (depth > 0 && std::string_view(text_).substr(from, found - from).find(over_) != npos) {
+        if (depth > 0 && std::string_view(text_).substr(from, found - from).find(above) != npos) {
             return npos;
         }
-        over_.assign(tag_, 0, bare);
+        above = begin;
         line = found;
     }
     return line;
 }
 
-// Return: false when the text could not be brought up to date.
-bool kept_text::Follow(XmlDocument& document, const XmlPath& path) {
-    const TiXmlElement* const element = FindXmlElement(document.FirstChildElement(), path);
+// Return: false when the line is not the whole change.
+bool kept_text::ReplaceLine(const XmlPath& path, const TiXmlElement& element) {
     const std::size_t at = FindLine(path);
     const std::size_t end = at != npos ? text_.find('\n', at + 1) : npos;
-    if (element == nullptr || end == npos) {
+    if (end == npos ||
+        !IsWholeElement(std::string_view(text_).substr(at, end - at), element.ValueStr())) {
         return false;
     }
-    const std::string_view old = std::string_view(text_).substr(at, end - at);
-    if (!IsWholeElement(old, element->ValueStr())) {
+    std::string line(1, '\n');
+    if (!PrintXml(element, static_cast<int>(path.size()) - 1, line) || line.find('\n', 1) != npos) {
         return false;
     }
-    line_.assign(1, '\n');
-    if (!PrintXml(*element, static_cast<int>(path.size()) - 1, line_) ||
-        line_.find('\n', 1) != npos) {
-        return false;
-    }
-    // Many changes between two saves must not cost more than printing would. Moving text takes an
-    // eighth of searching it.
-    work_ += at + (line_.size() != old.size() ? (text_.size() - at) / 8 : 0);
-    text_.replace(at, end - at, line_);
-    return work_ <= text_.size();
+    text_.replace(at, end - at, line);
+    return true;
 }
 
 // The value is set, and no want of memory here may keep its document from being marked for saving.
-bool kept_text::FollowIfMemoryAllows(XmlDocument& document, const XmlPath& path) {
-    try {
-        return Follow(document, path);
-    } catch (const std::bad_alloc&) {
-        return false;
+void kept_text::Follow(const XmlDocument& document, uint64_t before, const XmlPath& path,
+                       const TiXmlElement& element) {
+    if (edition_ != before) {
+        return;
     }
+    edition_ = 0;  // nothing is kept until all has gone well
+    try {
+        if (!followed_ && regular_ && ReplaceLine(path, element)) {
+            edition_ = document.Edition();
+            followed_ = true;
+            return;
+        }
+    } catch (const std::bad_alloc&) {
+    }
+    LetGo();
 }
 
 }  // namespace veltrancord

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "store/change.h"
 #include "store/path.h"
 #include "store/value.h"
 #include "xml/document.h"
@@ -150,7 +151,7 @@ TEST(SubtreeListing, SecretsAreListedPlain) {
     for (const char* const path : {"A.U.Password", "A.U.PASSWORD"}) {
         XmlPath list;
         ASSERT_TRUE(SplitXmlPath(path, list));
-        ASSERT_EQ(SetXmlValue(document, list, "secret"), 0);
+        ASSERT_NE(SetXmlValue(document, list, "secret"), nullptr);
     }
     EXPECT_EQ(List(document, "").text, "A.U.Password=secret\nA.U.PASSWORD=secret\n");
     EXPECT_EQ(Lines("<A><Password>plain</Password><x><password>enc:abc</password></x></A>"),

@@ -1,29 +1,12 @@
 #include "store/value.h"
 
 #include <cstring>
-#include <memory>
-#include <string>
 
 #include "leaf/result.h"
 #include "store/document_set.h"
 #include "xml/child_index.h"
-#include "xml/syntax.h"
 
 namespace veltrancord {
-
-namespace {
-
-// Whether the components from `first` on can be the names of new elements.
-bool AreXmlNames(const XmlPath& list, std::size_t first) {
-    for (std::size_t i = first; i < list.size(); ++i) {
-        if (!IsXmlName(list[i].text())) {
-            return false;
-        }
-    }
-    return true;
-}
-
-}  // namespace
 
 TiXmlElement* FindXmlElement(TiXmlElement* first, const XmlPath& list) {
     if (first == nullptr || list.empty()) {
@@ -85,51 +68,6 @@ int32_t ReadXmlValue(std::string_view path, XmlValue& out) {
         out.text = DecodeSecret(text, out.plain);
     }
     return static_cast<int32_t>(text.size());
-}
-
-void SetXmlElementText(TiXmlElement& element, std::string_view value) {
-    TiXmlNode* const first = element.FirstChild();
-    if (first != nullptr && first == element.LastChild() && first->ToText() != nullptr) {
-        // A lone text is changed where it is, which is the same without two allocations.
-        first->SetValue(std::string(value));
-        first->ToText()->SetCDATA(false);
-        return;
-    }
-    if (first != nullptr) {
-        RemoveChildNode(*first);
-    }
-    element.LinkEndChild(std::make_unique<TiXmlText>(std::string(value)).release());
-}
-
-int32_t SetXmlValue(TiXmlNode& start, const XmlPath& list, std::string_view value) {
-    if (list.empty()) {
-        return result_ok;
-    }
-    // A value that cannot be stored must not leave half a path behind, so it is looked at first.
-    char secret[secret_text_size];
-    if (IsSecretName(XmlPathLast(list))) {
-        if (enc_value_encode(value, secret) < 0) {
-            return result_store_failed;
-        }
-        value = secret;
-    }
-    if (!IsXmlTextWhole(start, value)) {
-        return result_store_failed;
-    }
-    TiXmlNode* parent = &start;
-    for (std::size_t i = 0; i < list.size(); ++i) {
-        TiXmlElement* element = FirstChildNamed(*parent, list[i].text());
-        if (element == nullptr) {
-            // From here on all are missing; either all of them can be saved or none is made.
-            if (!AreXmlNames(list, i)) {
-                return result_store_failed;
-            }
-            element = &AppendElement(*parent, list[i].name);
-        }
-        parent = element;
-    }
-    SetXmlElementText(*parent->ToElement(), value);
-    return result_ok;
 }
 
 }  // namespace veltrancord

@@ -1,4 +1,4 @@
-// Finding an element by path, and reading and setting its value.
+// Finding an element by path, and reading its value.
 #pragma once
 
 #include <strings.h>
@@ -9,6 +9,7 @@
 
 #include "encoding/secret.h"
 #include "store/path.h"
+#include "xml/element_text.h"
 
 namespace veltrancord {
 
@@ -17,16 +18,6 @@ namespace veltrancord {
 //
 // Return: the element, owned by its document, or null.
 [[nodiscard]] TiXmlElement* FindXmlElement(TiXmlElement* first, const XmlPath& list);
-
-// The text of the element's first child when that is a text node; a view without data otherwise.
-// Valid until the document changes. In line, since listings and look-ups ask for it at every
-// element.
-[[nodiscard]] inline std::string_view XmlElementText(const TiXmlElement& element) {
-    const TiXmlNode* const first = element.FirstChild();
-    return first != nullptr && first->Type() == TiXmlNode::TINYXML_TEXT
-               ? std::string_view(first->Value())
-               : std::string_view();
-}
 
 // Whether the name is "Password" in any case: such values are kept in "enc:" form.
 // In line up to the length, since listings ask for it at every element.
@@ -58,20 +49,5 @@ struct XmlValue {
 // the plain one: clients rely on the length), result_not_found or result_bad_argument (a path that
 // does not split, or a wildcard).
 [[nodiscard]] int32_t ReadXmlValue(std::string_view path, XmlValue& out);
-
-// Gives the element `value` as its text: its first child node is removed, whatever it is, and the
-// text comes last. What SetXmlValue does with the element that it has found.
-void SetXmlElementText(TiXmlElement& element, std::string_view value);
-
-// Sets the value at a path below `start`, a document, so that the first component names the root
-// element. Missing elements are created, each as the last child of its parent; there is no
-// backtracking. The element's first child node is removed, whatever it is, and the text appended. A
-// secret is stored in "enc:" form. Memory only: the caller marks the document for saving.
-//
-// Return: result_ok, or result_store_failed, and nothing is changed, for a secret whose "enc:" form
-// is over 255 bytes, and for what would keep the saved document from being read whole again: a
-// missing element with a name that is none in XML ("1st", "*"), a text that ends within a character
-// (xml/syntax.h).
-[[nodiscard]] int32_t SetXmlValue(TiXmlNode& start, const XmlPath& list, std::string_view value);
 
 }  // namespace veltrancord

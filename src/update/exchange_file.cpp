@@ -4,26 +4,25 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
 #include <string>
 
-#include "leaf/message.h"
+#include "leaf/file_replacer.h"
 #include "leaf/owned_fd.h"
 #include "leaf/result.h"
 #include "leaf/whole_io.h"
-#include "store/document_set.h"
+#include "store/change.h"
+#include "update/documents.h"
 #include "xml/text.h"
 
 namespace veltrancord {
 
 namespace {
 
-// Documents are collected up to about this many bytes before they are written.
-constexpr std::size_t write_block = std::size_t{64} * 1024;
+constexpr std::size_t max_path = 255;      // longer ones are refused
+constexpr std::size_t max_cut_path = 127;  // longer ones are cut
 
 // Return: the first `size` bytes of the file and a NUL, or null when there are fewer.
 std::unique_ptr<char[]> read_text(int fd, std::size_t size) {
@@ -35,26 +34,47 @@ std::unique_ptr<char[]> read_text(int fd, std::size_t size) {
     return text;
 }
 
-// Return: false with errno set. Empties `text`.
-bool write_out(int fd, std::string& text) {
-    const bool written = write_whole(fd, text);
-    text.clear();
-    return written;
-}
-
-bool write_documents(int fd) {
-    std::string text = "<ROOT>\n";
-    for (const XmlDocNode* node = g_xmlDocList; node != nullptr; node = node->next) {
-        if (node->doc == nullptr) {
-            continue;
-        }
-        PrintXml(*node->doc, 1, text);
-        if (text.size() >= write_block && !write_out(fd, text)) {
-            return false;
+// Calls `apply` for each element below the root of the exchange file, until one cannot be written.
+// Settings that cannot be stored are told at the end.
+int32_t apply_exchange_file(const std::string& path, int32_t (*apply)(TiXmlElement& element)) {
+    XmlDocument exchange(path.c_str());
+    if (!load_exchange_file(path.c_str(), exchange)) {
+        return result_unparsable;
+    }
+    int32_t all = result_ok;
+    TiXmlElement* const root = exchange.RootElement();
+    TiXmlElement* element = root != nullptr ? root->FirstChildElement() : nullptr;
+    for (; element != nullptr; element = element->NextSiblingElement()) {
+        const int32_t result = apply(*element);
+        if (result == result_store_failed) {
+            all = result;
+        } else if (result < 0) {
+            return result;
         }
     }
-    text += "</ROOT>";
-    return write_out(fd, text);
+    return all;
+}
+
+int32_t upload_element(TiXmlElement& element) {
+    return create_document(element);
+}
+
+int32_t restore_element(TiXmlElement& element) {
+    MergeXmlDoc(find_document_of(element.ValueStr()), &element);
+    const int32_t result = create_document(element);
+    if (result < 0) {
+        return result;
+    }
+    PruneXmlDocs();
+    return result_ok;
+}
+
+int32_t sync_element(TiXmlElement& element) {
+    XmlDocNode* const node = find_document_of(element.ValueStr());
+    if (node == nullptr || node->doc == nullptr) {
+        return create_document(element);
+    }
+    return MergeSettings(*node, element) ? result_ok : result_store_failed;
 }
 
 }  // namespace
@@ -70,20 +90,33 @@ bool load_exchange_file(const char* path, XmlDocument& exchange) {
     return text != nullptr && exchange.LoadXMLFile(text.get());
 }
 
-int32_t write_exchange_file(const char* path) {
-    // Neither a pipe without a reader nor a full one may hold the service up.
-    owned_fd file(::open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK | O_NOCTTY,
-                         S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH));
-    if (!file) {
+int32_t upload_documents(std::string_view path) {
+    if (path.size() > max_path) {
+        return result_unparsable;
+    }
+    return apply_exchange_file(std::string(path), upload_element);
+}
+
+int32_t restore_documents(std::string_view path) {
+    return apply_exchange_file(std::string(path.substr(0, max_cut_path)), restore_element);
+}
+
+int32_t sync_documents(std::string_view path) {
+    return apply_exchange_file(std::string(path.substr(0, max_cut_path)), sync_element);
+}
+
+int32_t download_documents(std::string_view path) {
+    if (path.empty() || path.size() > max_path) {
         return result_failed;
     }
-    if (!write_documents(file.get())) {
-        print_error("write_exchange_file %s error : %s\n", path, std::strerror(errno));
-        // Where it is no regular file, what is out is out.
-        static_cast<void>(::ftruncate(file.get(), 0) == 0);
-        return result_failed;
+    std::string text = "<ROOT>\n";
+    for (const XmlDocNode* node = g_xmlDocList; node != nullptr; node = node->next) {
+        if (node->doc != nullptr) {
+            PrintXml(*node->doc, 1, text);
+        }
     }
-    return file.close() == 0 ? result_ok : result_failed;
+    text += "</ROOT>";
+    return replace_file(std::string(path).c_str(), text);
 }
 
 }  // namespace veltrancord

@@ -1,8 +1,10 @@
 // Exchange files: one XML file whose root element holds whole documents, each as a child element
-// that bears the document's name. Server thread only.
+// that bears the document's name. Documents are moved between them and the loaded set. Server
+// thread only.
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "xml/document.h"
 
@@ -14,12 +16,34 @@ namespace veltrancord {
 // Return: false when the file cannot be read whole, is empty, does not parse or nests too deep.
 [[nodiscard]] bool load_exchange_file(const char* path, XmlDocument& exchange);
 
-// Writes every loaded document, in list order, into the file at `path` (created or truncated),
-// between "<ROOT>" and "</ROOT>". The file is the client's, so it is written where it stands: a
-// client may have it open already. What could not be written whole is emptied, with one line on
-// standard error.
+// Each child element of the file's root element replaces the document of its name, or becomes a new
+// document (update/documents.h). Neither marks anything for saving nor counts as a change
+// to be backed up: the files are written at once.
 //
-// Return: result_ok, or result_failed when the file cannot be created or written.
-[[nodiscard]] int32_t write_exchange_file(const char* path);
+// Return: result_ok; result_unparsable when the path is over 255 characters or the file cannot be
+// loaded; result_failed when a document's file could not be written whole or read back (documents
+// before it stay replaced).
+[[nodiscard]] int32_t upload_documents(std::string_view path);
+
+// As above, but the loaded document is first merged into the element: its settings win, what only
+// the file has is added. Only the first 127 characters of `path` count. Records whose files are
+// gone are dropped on the way.
+[[nodiscard]] int32_t restore_documents(std::string_view path);
+
+// The other way round: the element is merged into the loaded document, which is then saved after
+// the command; an element without a document becomes one. Only the first 127 characters of `path`
+// count.
+//
+// Return: as above; result_store_failed when settings could not be stored, each told by a line on
+// standard error: all others are merged.
+[[nodiscard]] int32_t sync_documents(std::string_view path);
+
+// Writes every loaded document, in list order, into the file at `path`, between "<ROOT>" and
+// "</ROOT>". The file is replaced in one step; what is no regular file (a pipe, /dev/null) is
+// written as it stands.
+//
+// Return: result_ok; result_failed when the path is over 255 characters, and, after one line on
+// standard error, when the file cannot be written: the old one is then still there.
+[[nodiscard]] int32_t download_documents(std::string_view path);
 
 }  // namespace veltrancord

@@ -12,9 +12,6 @@
 #include "leaf/message.h"
 #include "leaf/owned_fd.h"
 #include "leaf/trusted_program.h"
-#include "store/document_set.h"
-#include "store/path.h"
-#include "store/value.h"
 #include "update/argument_file.h"
 
 namespace veltrancord {
@@ -24,37 +21,24 @@ namespace {
 // An attribute is read into a field of this size, so a longer program path is cut.
 constexpr std::size_t program_path_size = 64;
 
-struct dispatch_entry {
+struct queued_program {
     char program[program_path_size] = {};
 };
 
 // All entries of one command share its argument file. Each program gets a descriptor of its own
 // only when it is started, so that a command takes two descriptors and not one for each program.
-struct dispatch_queue {
-    std::vector<dispatch_entry> entries;
+struct program_queue {
+    std::vector<queued_program> entries;
     owned_fd argument;
 };
 
-dispatch_queue g_dispatchQueue;
+program_queue g_programQueue;
 
-const char* dispatch_program(std::string_view path) {
-    XmlPath list;
-    if (!SplitXmlPath(path, list)) {
-        return nullptr;
-    }
-    XmlDocument* const doc = FindXmlDoc(list[0].text());
-    if (doc == nullptr) {
-        return nullptr;
-    }
-    const TiXmlElement* const element = FindXmlElement(doc->FirstChildElement(), list);
-    return element != nullptr ? element->Attribute("DispatchW") : nullptr;
-}
-
-void start_entry(dispatch_entry& entry) {
+void start_entry(queued_program& entry) {
     if (!is_trusted_program(entry.program)) {
         return;
     }
-    owned_fd input = open_argument_file(g_dispatchQueue.argument);
+    owned_fd input = open_argument_file(g_programQueue.argument);
     if (!input) {
         input.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     }
@@ -75,37 +59,37 @@ void start_entry(dispatch_entry& entry) {
 
 }  // namespace
 
-void queue_dispatch(std::string_view path, std::string_view argument) {
-    const char* const program = dispatch_program(path);
+void queue_program(const TiXmlElement& element, std::string_view argument) {
+    const char* const program = element.Attribute("DispatchW");
     if (program == nullptr) {
         return;
     }
-    dispatch_entry entry;
+    queued_program entry;
     copy_bounded(entry.program, program);
-    const bool queued = std::any_of(g_dispatchQueue.entries.begin(), g_dispatchQueue.entries.end(),
-                                    [&](const dispatch_entry& other) {
+    const bool queued = std::any_of(g_programQueue.entries.begin(), g_programQueue.entries.end(),
+                                    [&](const queued_program& other) {
                                         return std::strcmp(other.program, entry.program) == 0;
                                     });
     if (queued) {
         return;
     }
-    if (g_dispatchQueue.entries.empty()) {
-        g_dispatchQueue.argument = make_argument_file(argument);
+    if (g_programQueue.entries.empty()) {
+        g_programQueue.argument = make_argument_file(argument);
     }
     print_error("[%s]...\n", "XmlCheckDispatch");
-    g_dispatchQueue.entries.push_back(entry);
+    g_programQueue.entries.push_back(entry);
 }
 
-void run_dispatch_queue() {
-    for (dispatch_entry& entry : g_dispatchQueue.entries) {
+void run_program_queue() {
+    for (queued_program& entry : g_programQueue.entries) {
         start_entry(entry);
     }
-    g_dispatchQueue.entries.clear();
-    g_dispatchQueue.argument.reset();
+    g_programQueue.entries.clear();
+    g_programQueue.argument.reset();
 }
 
 std::size_t queued_programs() {
-    return g_dispatchQueue.entries.size();
+    return g_programQueue.entries.size();
 }
 
 }  // namespace veltrancord

@@ -1,21 +1,19 @@
 #include "update/saving.h"
 
+#include <chrono>
+
 #include "leaf/file_replacer.h"
 #include "leaf/result.h"
 #include "leaf/termination.h"
-#include "store/kept_text.h"
+#include "store/change.h"
 
 namespace veltrancord {
 
 namespace {
 
-// Whether a record may carry DOC_SAVE_FLASH. With hundreds of documents the walk over their
-// records would be felt by each request that only reads.
-bool g_flashSaveDue = false;
-
-kept_text g_savedText;
-
 constexpr uint32_t both_flags = DOC_SAVE_FLASH | DOC_SAVE_MEMORY;
+
+int64_t g_nextTry = 0;  // when what could not be saved is tried again without a change
 
 bool nothing_may_be_saved() {
     return g_xmlDocList == nullptr || g_terminating.load(std::memory_order_relaxed);
@@ -23,8 +21,8 @@ bool nothing_may_be_saved() {
 
 // Return: false after one line on standard error; the flags are then as they were.
 bool save_document(XmlDocNode& node) {
-    const bool saved = replace_file(node.path, g_savedText.Of(*node.doc)) == result_ok;
-    g_savedText.LetGoOfLong();
+    const bool saved = replace_file(node.path, TextToSave(*node.doc)) == result_ok;
+    LetGoOfLongText();
     if (!saved) {
         return false;
     }
@@ -34,28 +32,15 @@ bool save_document(XmlDocNode& node) {
 
 }  // namespace
 
-int32_t change_value(XmlDocNode& node, const XmlPath& path, std::string_view value,
-                     save_flag flag) {
-    const int32_t result = g_savedText.SetValue(*node.doc, path, value);
-    if (result == result_ok) {
-        mark_for_saving(node, flag);
-    }
-    return result;
-}
-
-void mark_for_saving(XmlDocNode& node, save_flag flag) {
-    node.saveFlags |= flag;
-    g_flashSaveDue = g_flashSaveDue || flag == DOC_SAVE_FLASH;
-}
-
 // There used to be a second pass here that saved the documents marked DOC_SAVE_MEMORY once the
 // first had saved anything. It started where the first had stopped, at the end of the list, and
 // never saved one. Devices have come to depend on that: changes in memory only are written many
 // times a minute by programs that must not wear the flash out, and they reach it through
 // syncmemtoflash, or along with a flash save of the same document. So there is no second pass, and
 // none must be added.
-void save_changed_documents() {
-    if (!g_flashSaveDue || nothing_may_be_saved()) {
+void save_changed_documents(int64_t now) {
+    if (!g_pendingSaves.flash || nothing_may_be_saved() ||
+        (!g_pendingSaves.fresh && now < g_nextTry)) {
         return;
     }
     bool still_due = false;
@@ -65,7 +50,14 @@ void save_changed_documents() {
             still_due = true;
         }
     }
-    g_flashSaveDue = still_due;  // not before: where memory runs out on the way, it is still due
+    // Not before: where memory runs out on the way, all is still due.
+    g_pendingSaves = {still_due, false};
+    g_nextTry = now + save_retry_seconds;
+}
+
+void save_changed_documents() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    save_changed_documents(std::chrono::duration_cast<std::chrono::seconds>(now).count());
 }
 
 int32_t save_memory_changes() {
@@ -75,9 +67,10 @@ int32_t save_memory_changes() {
     for (XmlDocNode* node = g_xmlDocList; node != nullptr; node = node->next) {
         if (node->doc != nullptr && (node->saveFlags & DOC_SAVE_MEMORY) != 0 &&
             !save_document(*node)) {
-            mark_for_saving(*node, DOC_SAVE_FLASH);
+            MarkForSaving(*node, DOC_SAVE_FLASH);
         }
     }
+    g_pendingSaves.fresh = true;
     return result_ok;
 }
 

@@ -9,10 +9,11 @@
 #include <functional>
 
 #include "leaf/result.h"
+#include "store/change.h"
 #include "support/loaded_directory.h"
-#include "update/document_removal.h"
-#include "update/exchange_commands.h"
-#include "update/value_setting.h"
+#include "update/documents.h"
+#include "update/exchange_file.h"
+#include "update/write_lines.h"
 
 namespace veltrancord {
 namespace {
@@ -30,7 +31,7 @@ class DocumentSaving : public LoadedDirectory {
         load({{"Account", account}, {"Network", network}});
     }
     void TearDown() override {
-        save_changed_documents();  // nothing stays due for the next test
+        g_pendingSaves = {};
         LoadedDirectory::TearDown();
     }
 
@@ -46,9 +47,9 @@ class DocumentSaving : public LoadedDirectory {
     }
 
     // Saves, and gives what was printed.
-    static std::string save() {
+    static std::string save(int64_t now = 0) {
         CaptureStderr();
-        save_changed_documents();
+        save_changed_documents(now);
         return GetCapturedStderr();
     }
 };
@@ -91,19 +92,38 @@ TEST_F(DocumentSaving, DoesNothingWhileTheProcessIsTerminated) {
     EXPECT_NE(file("Account"), account);
 }
 
-TEST_F(DocumentSaving, TriesAFailedSaveAgainAfterTheNextCommand) {
+TEST_F(DocumentSaving, AFailedSaveIsTriedAgainAfterAChangeOrTenSeconds) {
     ASSERT_EQ(set_element_value("Account.Name", "new", true), result_ok);
     ASSERT_EQ(set_element_value("Network.Mode", "new", true), result_ok);
     block("Account");
-    EXPECT_EQ(save(), line("Account", EISDIR));
+    EXPECT_EQ(save(100), line("Account", EISDIR));
     EXPECT_EQ(flags("Account"), DOC_SAVE_FLASH);
     EXPECT_EQ(flags("Network"), 0U);
     EXPECT_NE(file("Network"), network);
-    EXPECT_EQ(save(), line("Account", EISDIR));
+    EXPECT_EQ(save(100), "");  // as after a read
+    EXPECT_EQ(save(109), "");
+    EXPECT_EQ(save(110), line("Account", EISDIR));
+    EXPECT_EQ(save(119), "");
+    ASSERT_EQ(set_element_value("Network.Mode", "newer", false), result_ok);
+    EXPECT_EQ(save(119), line("Account", EISDIR));
+    EXPECT_EQ(save_memory_changes(), result_ok);
     unblock("Account");
-    EXPECT_EQ(save(), "");
+    EXPECT_EQ(save(119), "");
     EXPECT_EQ(file("Account"), "<Account>\n    <Name>new</Name>\n</Account>\n");
     EXPECT_EQ(flags("Account"), 0U);
+}
+
+TEST_F(DocumentSaving, AnUploadOrARemovalIsAChangeToo) {
+    const std::string exchange = (base_ / "exchange").string();
+    put(exchange, "<ROOT><Network/></ROOT>");
+    ASSERT_EQ(set_element_value("Account.Name", "new", true), result_ok);
+    block("Account");
+    EXPECT_EQ(save(100), line("Account", EISDIR));
+    ASSERT_EQ(upload_documents(exchange), result_ok);
+    EXPECT_EQ(save(100), line("Account", EISDIR));
+    ASSERT_EQ(remove_setting("Network.*"), result_ok);
+    EXPECT_EQ(save(100), line("Account", EISDIR));
+    EXPECT_EQ(save(100), "");
 }
 
 // The text of the last save is kept for the next: no change may pass it by.
@@ -174,7 +194,7 @@ TEST_F(DocumentSaving, SyncingWritesChangesInMemoryOnly) {
     EXPECT_EQ(flags("Network"), DOC_SAVE_FLASH);
 }
 
-TEST_F(DocumentSaving, AFailedSyncIsTriedAgainAfterTheNextCommand) {
+TEST_F(DocumentSaving, AFailedSyncIsTriedAgainAsASave) {
     ASSERT_EQ(set_element_value("Account.Name", "new", false), result_ok);
     block("Account");
     CaptureStderr();

@@ -152,8 +152,9 @@ def test_every_system_call_of_a_save_fails(device, error):
         failed = device.stderr().count("replace_file")
         assert device.stderr() == line * failed, where
         assert failed == 1 or after == saved, where
-        # What could not be saved is saved after the next command.
+        # What could not be saved is saved after the next change.
         assert device.request("readvalue:A.V").text == str(number), where
+        assert device.request(f"writedbmem:A.V={number}").code == 1
         assert files(device) == saved, where
         if call != "close":  # a close that is kept from happening leaves its descriptor open
             assert len(device.open_descriptors(device.worker_pid)) == descriptors, where

@@ -104,8 +104,9 @@ def test_every_call_on_files_fails(failing, name, figure, long_form):
 
 
 def check_afterwards(device, one, states, succeeded, where):
-    """With the fault gone, the next command brings the file where the document is."""
+    """With the fault gone, a sync brings the file where the document is."""
     old, new, left = states
+    device.request("syncmemtoflash:")
     values = {document: device.request(f"readvalue:{document}.V") for document in "AB"}
     settled = files(device)
     for document, reply in values.items():
@@ -132,7 +133,7 @@ def fill(device, path):
 @pytest.mark.fault("S3")
 @pytest.mark.parametrize("name", CHANGING)
 def test_a_really_full_file_system(device, name):
-    """The old files stay while there is no room; any command then saves what waits for it."""
+    """The old files stay while there is no room; a sync then saves what waits for it."""
     directory, kept_log = CONFIGURATION, f"{CONFIGURATION}/log"
     device.mount_tmpfs(directory, size="256k")
     one = COMMANDS[name]
@@ -153,6 +154,7 @@ def test_a_really_full_file_system(device, name):
     assert left == old
     assert device.stderr().count("replace_file") >= (0 if reply.code < 0 else 1)
     device.outside(f"{directory}/filler").unlink()
+    device.request("syncmemtoflash:")
     for document in "AB":
         reply = device.request(f"readvalue:{document}.V")
         assert value_in(device.read_document(document)) == reply.body

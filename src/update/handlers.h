@@ -1,10 +1,13 @@
-// Handlers of the commands that move documents to and from files.
+// Handlers of the commands that change settings and move documents to and from files.
 #pragma once
 
 #include "handler/handler.h"
 
 namespace veltrancord {
 
+command_handler write_handle;           // write
+command_handler writedbmem_handle;      // writedbmem
+command_handler writeattr_handle;       // writeattr
 command_handler upload_handle;          // upload
 command_handler download_handle;        // download
 command_handler restore_handle;         // restore

@@ -1,4 +1,4 @@
-// Documents made from the elements of an exchange file. Server thread only.
+// Documents as files: made from the elements of an exchange file, and removed. Server thread only.
 #pragma once
 
 #include <tinyxml.h>
@@ -23,5 +23,15 @@ namespace veltrancord {
 // Return: result_ok, also for a skipped element; result_failed when the file could not be written
 // whole (one line on standard error) or not be read back.
 [[nodiscard]] int32_t create_document(const TiXmlElement& element);
+
+// Removes what `argument` names; a final line feed is ignored.
+// ".*": every document with its file. "<document>.*", written exactly as the document is named:
+// that document with its file. Any other path: the element that it leads to, a final "*" left
+// out; its document is marked to be saved. Removed files are gone from the device when the call
+// returns.
+//
+// Return: result_ok; result_bad_argument for a path that does not split; result_not_found when no
+// such document or element is there.
+[[nodiscard]] int32_t remove_setting(std::string_view argument);
 
 }  // namespace veltrancord

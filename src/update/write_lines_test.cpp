@@ -1,4 +1,4 @@
-#include "update/value_setting.h"
+#include "update/write_lines.h"
 
 #include <string>
 

@@ -1,12 +1,43 @@
-#include "update/persistence_handlers.h"
+#include "update/handlers.h"
 
+#include "handler/argument_wipe.h"
 #include "leaf/result.h"
 #include "update/backup.h"
-#include "update/document_removal.h"
-#include "update/exchange_commands.h"
+#include "update/documents.h"
+#include "update/exchange_file.h"
 #include "update/saving.h"
+#include "update/write_lines.h"
 
 namespace veltrancord {
+
+namespace {
+
+// A backup is due after any attempt to change something: what part of the lines was applied before
+// a failure, and whether there was anything to save, is not worth telling apart.
+void count_change(const connection_record& connection) {
+    connection.listener->change_counter->fetch_add(1, std::memory_order_relaxed);
+}
+
+}  // namespace
+
+// The argument may hold a password in plain text.
+int32_t write_handle(connection_record& connection, command_argument argument, int32_t /*row*/) {
+    const argument_wipe wipe(argument);
+    count_change(connection);
+    return write_lines(argument.text(), true);
+}
+
+int32_t writedbmem_handle(connection_record& /*connection*/, command_argument argument,
+                          int32_t /*row*/) {
+    const argument_wipe wipe(argument);
+    return write_lines(argument.text(), false);
+}
+
+int32_t writeattr_handle(connection_record& connection, command_argument argument,
+                         int32_t /*row*/) {
+    count_change(connection);
+    return writeattr_lines(argument.text());
+}
 
 int32_t upload_handle(connection_record& /*connection*/, command_argument argument,
                       int32_t /*row*/) {
@@ -33,10 +64,9 @@ int32_t remove_handle(connection_record& /*connection*/, command_argument argume
     return remove_setting(argument.text());
 }
 
-// Counted even when there is nothing to save: a client that syncs has changed something.
 int32_t syncmemtoflash_handle(connection_record& connection, command_argument /*argument*/,
                               int32_t /*row*/) {
-    connection.listener->change_counter->fetch_add(1, std::memory_order_relaxed);
+    count_change(connection);
     return save_memory_changes();
 }
 

@@ -1,20 +1,28 @@
-#include "update/subtree_merge.h"
+#include "store/subtree_merge.h"
 
-#include "support/loaded_directory.h"
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "xml/document.h"
 
 namespace veltrancord {
 namespace {
 
+// The merged document, behind what was printed on the way.
 std::string merged(const char* into, const std::string& from) {
     XmlDocument document("Doc");
     EXPECT_TRUE(document.LoadXMLFile(into));
     XmlDocument source("source");
     EXPECT_TRUE(source.LoadXMLFile(from.c_str()));
-    merge_subtree(document, *source.RootElement());
+    testing::internal::CaptureStderr();
+    const bool all = MergeSubtree(document, *source.RootElement());
+    const std::string lines = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(all, lines.empty());
     TiXmlPrinter printer;
     printer.SetStreamPrinting();
     document.Accept(&printer);
-    return printer.Str();
+    return lines + printer.Str();
 }
 
 TEST(SubtreeMerge, SetsTextsAtTheirOwnPlaces) {
@@ -71,8 +79,15 @@ TEST(SubtreeMerge, KeepsThePlainValueOfASecret) {
 TEST(SubtreeMerge, LeavesATooLongSecretOut) {
     const std::string from = "<Doc><Password>" + std::string(200, 'x') + "</Password></Doc>";
     EXPECT_EQ(merged("<Doc><Password>old</Password></Doc>", from),
-              "<Doc><Password>old</Password></Doc>");
-    EXPECT_EQ(merged("<Doc/>", from), "<Doc />");
+              "syncxml can't store Doc.Password\n<Doc><Password>old</Password></Doc>");
+    EXPECT_EQ(merged("<Doc/>", from), "syncxml can't store Doc.Password\n<Doc />");
+}
+
+// Its stored form is whole, whatever the plain text ends with.
+TEST(SubtreeMerge, JudgesASecretByItsStoredForm) {
+    const std::string result =
+        merged("<?xml version=\"1.0\"?><Doc/>", "<Doc><Password>caf\xE9</Password></Doc>");
+    EXPECT_TRUE(result.starts_with("<?xml version=\"1.0\" ?><Doc><Password>enc:4:")) << result;
 }
 
 TEST(SubtreeMerge, IsNotQuadraticInTheNumberOfChildren) {
@@ -89,7 +104,8 @@ TEST(SubtreeMerge, IsNotQuadraticInTheNumberOfChildren) {
 
 TEST(SubtreeMerge, LeavesOutATextThatWouldTakeInWhatFollowsIt) {
     EXPECT_EQ(merged("<?xml version=\"1.0\"?><Doc><A>1</A><B>2</B></Doc>",
-                     "<Doc><A>caf\xE9</A><B>3</B><C>caf\xE9</C></Doc>"),
+                     "<Doc><A>caf\xE9</A><B>3</B><C><D>caf\xE9</D></C></Doc>"),
+              "syncxml can't store Doc.A\nsyncxml can't store Doc.C.D\n"
               "<?xml version=\"1.0\" ?><Doc><A>1</A><B>3</B></Doc>");
 }
 

@@ -1,4 +1,4 @@
-#include "update/write_handlers.h"
+#include "update/handlers.h"
 
 #include "leaf/result.h"
 #include "support/loaded_directory.h"
@@ -118,7 +118,7 @@ TEST_F(WriteHandlers, QueueNoProgramForAttributes) {
     EXPECT_EQ(queued_programs(), 0U);
     EXPECT_EQ(run(write_handle, "a.b=1"), 1);
     EXPECT_EQ(queued_programs(), 1U);
-    run_dispatch_queue();
+    run_program_queue();
 }
 
 TEST_F(WriteHandlers, TakeManyLines) {

@@ -12,7 +12,13 @@ namespace veltrancord {
 // are left alone.
 //
 // A secret that is already in "enc:" form is taken as it stands, so that its plain value stays what
-// it was; another one is brought into that form. One whose form would be too long is left out.
-void merge_subtree(TiXmlNode& into, const TiXmlElement& from);
+// it was; another one is brought into that form.
+//
+// What cannot be stored is left out: a secret whose form would be too long, a text with which the
+// saved document could not be read whole again (xml/syntax.h). One line on standard error names the
+// path of each. Only the door to the documents (store/change.h) calls this.
+//
+// Return: whether nothing was left out.
+[[nodiscard]] bool MergeSubtree(TiXmlNode& into, const TiXmlElement& from);
 
 }  // namespace veltrancord

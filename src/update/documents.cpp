@@ -1,4 +1,4 @@
-#include "update/document_creation.h"
+#include "update/documents.h"
 
 #include <unistd.h>
 
@@ -10,6 +10,8 @@
 #include "leaf/file_text.h"
 #include "leaf/result.h"
 #include "leaf/whole_io.h"
+#include "store/change.h"
+#include "store/path.h"
 #include "xml/text.h"
 
 namespace veltrancord {
@@ -40,6 +42,7 @@ int32_t answer_failure(const file_replacement& replacement) {
 
 int32_t put_into_list(const std::string& name, const std::string& path,
                       std::unique_ptr<XmlDocument> doc) {
+    g_pendingSaves.fresh = true;
     XmlDocNode* const old = find_document_of(name);
     if (AddXmlDocNode(name, path, std::move(doc)) == nullptr) {
         return result_failed;
@@ -50,6 +53,23 @@ int32_t put_into_list(const std::string& name, const std::string& path,
         }
         RemoveXmlDocNode(old);
     }
+    return result_ok;
+}
+
+// A file that cannot be removed is no failure: the document is forgotten all the same, until the
+// next start finds its file.
+void remove_document(XmlDocNode& node) {
+    if (node.path[0] != '\0') {
+        ::unlink(node.path);
+    }
+    RemoveXmlDocNode(&node);
+    g_pendingSaves.fresh = true;
+}
+
+// A client that holds the reply must not meet the documents again after a power cut. A directory
+// that cannot be flushed is no failure, as a file that cannot be removed is none.
+int32_t documents_removed() {
+    static_cast<void>(flush_directory(XmlConfigDir()));
     return result_ok;
 }
 
@@ -89,6 +109,32 @@ int32_t create_document(const TiXmlElement& element) {
         doc = read_back(path.c_str(), name, text);
     }
     return doc != nullptr ? put_into_list(name, path, std::move(doc)) : result_failed;
+}
+
+int32_t remove_setting(std::string_view argument) {
+    if (argument.ends_with('\n')) {
+        argument.remove_suffix(1);
+    }
+    XmlPath list;
+    if (!SplitXmlPath(argument, list)) {
+        return result_bad_argument;
+    }
+    if (argument == ".*") {
+        while (g_xmlDocList != nullptr) {
+            remove_document(*g_xmlDocList);
+        }
+        return documents_removed();
+    }
+    XmlDocNode* const node = FindXmlDocNode(list[0].text());
+    if (node == nullptr || node->doc == nullptr) {
+        return result_not_found;
+    }
+    if (argument == std::string(list[0].text()).append(".*")) {
+        remove_document(*node);
+        return documents_removed();
+    }
+    StripXmlPathWildcard(list);
+    return RemoveElement(*node, list) ? result_ok : result_not_found;
 }
 
 }  // namespace veltrancord

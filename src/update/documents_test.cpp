@@ -1,8 +1,8 @@
-#include "update/document_removal.h"
+#include "update/documents.h"
 
 #include "leaf/result.h"
 #include "support/loaded_directory.h"
-#include "update/persistence_handlers.h"
+#include "update/handlers.h"
 #include "update/saving.h"
 
 namespace veltrancord {
