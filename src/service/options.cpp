@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <string_view>
 
 #include "leaf/bounded_text.h"
@@ -17,6 +18,13 @@ constexpr const char* option_letters = "P:E:t:hHLl";
 
 // One less than the fields could hold: start scripts rely on the longer ones being ignored.
 constexpr std::size_t longest_path = 62;
+
+// In getopt's own words. It would print them by itself, and wait where nobody reads them.
+void report_bad_option(const char* program) {
+    const bool known = std::strchr(option_letters, ::optopt) != nullptr;
+    print_error("%s: %s -- '%c'\n", program,
+                known ? "option requires an argument" : "invalid option", ::optopt);
+}
 
 void take_path(char (&field)[64], std::string_view path) {
     if (path.size() <= longest_path) {
@@ -36,6 +44,7 @@ int32_t backup_interval_of(const char* text) {
 }
 
 command_line parse_options(int argc, char* const* argv, service_options& options) {
+    ::opterr = 0;
     ::optind = 0;  // begins afresh, whatever was parsed before
     for (int letter = 0; (letter = ::getopt(argc, argv, option_letters)) != -1;) {
         switch (letter) {
@@ -56,7 +65,7 @@ command_line parse_options(int argc, char* const* argv, service_options& options
             case 'H':
                 return command_line::usage;
             default:
-                break;  // getopt has said what is wrong
+                report_bad_option(argv[0]);
         }
     }
     return command_line::run;

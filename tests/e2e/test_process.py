@@ -1,5 +1,6 @@
 """The three processes: starting, readiness, System V objects, restart."""
 
+import contextlib
 import os
 import re
 import signal
@@ -7,7 +8,7 @@ import socket
 
 import pytest
 
-from device import CONFIGURATION, SOCKET, wait_until
+from device import CONFIGURATION, LOGS, SOCKET, wait_until
 from supervision import ACCOUNT, ADMIN, EXITING, RESTART, USERNAME
 
 
@@ -421,3 +422,54 @@ def test_nothing_is_written_where_nothing_changed(sample):
     sample.restart()
     assert {name: sample.read_document(name) for name in before} == before
     assert times() == times_before
+
+
+# ---- a standard error that nobody reads --------------------------------------------------------
+
+
+@pytest.mark.fault("F4")
+def test_a_full_pipe_on_standard_error_holds_nobody_up_and_the_lines_left_out_are_counted(device):
+    device.require_no_sanitizer("valgrind", "it prints there itself")
+    path = f"{LOGS}/pipe"
+    os.mkfifo(device.outside(path))
+    reader = os.open(device.outside(path), os.O_RDONLY | os.O_NONBLOCK)
+    device.write_document("Account", ACCOUNT)
+    device.start(stderr=path)
+    line = "SetCaptcha_handle: NULL Verify String !!\n"
+    requests = 4000  # of which a pipe of 64 KiB takes less than half
+
+    def read_pipe():
+        text = b""
+        with contextlib.suppress(BlockingIOError):
+            while some := os.read(reader, 1 << 16):
+                text += some
+        return text.decode()
+
+    read_pipe()
+    for _ in range(requests):
+        assert device.request("SetCaptcha:").code == -9
+    assert device.request(USERNAME) == ADMIN
+    printed = read_pipe()
+    assert set(printed.splitlines(keepends=True)) == {line}
+    device.request("SetCaptcha:")
+    left_out = requests - printed.count(line)
+    assert left_out > requests / 2
+    assert read_pipe() == (f"{left_out} messages were left out, as there was no room for them\n"
+                           + line)
+    os.close(reader)
+
+
+def test_a_program_that_the_service_starts_finds_the_pipe_as_it_was(device):
+    """Non-blocking is a matter of all who share it: their prints would fail."""
+    path = f"{LOGS}/pipe"
+    os.mkfifo(device.outside(path))
+    reader = os.open(device.outside(path), os.O_RDONLY | os.O_NONBLOCK)
+    device.write_document("Account", '<Account><Name DispatchW="/tmp/hook.sh">x</Name></Account>')
+    device.install_script("/tmp/hook.sh", "#!/bin/sh\nexec cat /proc/self/fdinfo/2 > /tmp/seen\n")
+    device.start(stderr=path)
+    assert device.request("write:Account.Name=y").code == 1
+    wait_until(lambda: device.file_exists("/tmp/seen") and b"flags" in device.read_file("/tmp/seen"),
+               "the program has run")
+    flags = int(re.search(rb"flags:\s+(\d+)", device.read_file("/tmp/seen"))[1], 8)
+    assert flags & os.O_NONBLOCK == 0
+    os.close(reader)
