@@ -34,7 +34,8 @@ SENTENCES = [
     ("No request, however malformed, ends it.",
      ("faults/test_clients.py", "faults/test_allocations.py"), ("C1", "F1", "M1", "M2"),
      ("requests", "cut off", "hostile connections", "allocations failed", "parses refused")),
-    ("It holds no more than 1,024 descriptors and 64 MiB.",
+    ("It holds no more than 1,024 descriptors and, but for requests over 1 MiB and what it is told "
+     "to keep, 64 MiB.",
      ("faults/test_holdings.py",), ("B1",), ("descriptors", "MiB")),
     ("It leaves no descriptor, process or memory behind, and spins for no crowd.",
      ("faults/test_clients.py", "faults/test_processes.py", "e2e/test_leaks.py"),
@@ -73,6 +74,7 @@ PROMISES = {
     "Z3": "all commands over the socket, on a database that is as bad as can be",
     "X1": "memory and descriptors counted by valgrind",
     "H1": "hardening of the program's file",
+    "H2": "what the unit takes away, and what is served then",
     "L1": "a long life under mixed load",
     "B1": "what is held at most under all that clients can do at a time",
 }

@@ -128,4 +128,5 @@ def test_its_own_descriptors_are_few(device, figure):
 
 def test_the_first_page_promises_these_numbers():
     text = (REPOSITORY / "README.md").read_text(encoding="utf-8")
-    assert f"It holds no more than {DESCRIPTORS:,} descriptors and {MEBIBYTES} MiB." in text
+    assert (f"It holds no more than {DESCRIPTORS:,} descriptors and, but for requests over "
+            f"{REQUEST >> 20} MiB and what it is told to keep, {MEBIBYTES} MiB.") in text
