@@ -17,13 +17,14 @@ import processors
 
 @dataclass(frozen=True)
 class Programs:
-    """Where the programs of one build are."""
+    """Where the programs of one build are; the service that is measured may be of another one."""
 
     directory: pathlib.Path
+    other_service: pathlib.Path | None = None
 
     @property
     def service(self) -> pathlib.Path:
-        return self.directory / "Veltrancord"
+        return self.other_service or self.directory / "Veltrancord"
 
     @property
     def floor(self) -> pathlib.Path:

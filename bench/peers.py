@@ -120,6 +120,7 @@ def measure_programs(programs: Programs, work: datasets.Dataset, rounds: int) ->
     """What scripts would start instead, one process for one value."""
     file = work.directory / "Doc004"
     database = pathlib.Path("/tmp/settings.db")
+    database.unlink(missing_ok=True)
     sql = "create table s(k text primary key, v text); insert into s values('a','value');"
     subprocess.run(["sqlite3", database, sql], check=True)
     expression = "/Doc004/Group0/Value0/text()"

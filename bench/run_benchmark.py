@@ -14,6 +14,7 @@ import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
 
+import comparison
 import datasets
 import peers
 import processors
@@ -222,8 +223,8 @@ class Benchmark:
                 raise RuntimeError(f"{name}: serialised to other bytes than the library's")
             self.results["save"][name] = median_of(rounds)
 
-    def measure_work(self, work: datasets.Dataset) -> None:
-        scratch = pathlib.Path("/mnt/bench/scratch")
+    def measure_work(self, base: pathlib.Path, work: datasets.Dataset) -> None:
+        scratch = base / "scratch"
         scratch.mkdir()
         costs = references.of_saving(self.programs, scratch, work.directory)
         self.measure_saves(scratch, work)
@@ -257,13 +258,81 @@ class Benchmark:
                 )
                 self.run_row(service, "on disk", row, costs)
 
-    def measure_micro(self) -> None:
-        command = [
-            self.programs.directory / "bench_micro",
-            "--benchmark_format=json",
-            "--benchmark_min_time=0.05",
-        ]
-        self.results["micro"] = run_json(command)["benchmarks"]
+
+def measure_micro(programs: Programs) -> list[dict]:
+    command = [
+        programs.directory / "bench_micro",
+        "--benchmark_format=json",
+        "--benchmark_min_time=0.05",
+    ]
+    return run_json(command)["benchmarks"]
+
+
+@dataclasses.dataclass(frozen=True)
+class Form:
+    """How much is measured."""
+
+    rounds: int
+    starts: int
+    scale: float
+    large: bool  # the large configurations too
+
+
+FULL = Form(rounds=25, starts=20, scale=1.0, large=True)
+QUICK = Form(rounds=5, starts=5, scale=0.2, large=False)
+PASSES = 5  # of each program, where two are compared
+
+
+def measure_all(
+    programs: Programs,
+    form: Form,
+    configurations: list[datasets.Dataset],
+    base: pathlib.Path,
+    disk: pathlib.Path | None,
+) -> dict:
+    """Everything that a target is judged by. `base` and `disk` are folders for this run alone."""
+    benchmark = Benchmark(programs, form.rounds, form.starts, form.scale)
+    base.mkdir(parents=True, exist_ok=True)
+    pathlib.Path("/mnt/eventlog/log").unlink(missing_ok=True)
+    for data in configurations:
+        benchmark.measure_start(data)
+        benchmark.measure_reads(data)
+    work = datasets.working(base)
+    benchmark.measure_work(base, work)
+    if disk:
+        disk.mkdir(parents=True, exist_ok=True)
+        benchmark.measure_disk(disk)
+    benchmark.results["peers"] = peers.measure(
+        programs, work, benchmark.rounds, benchmark.requests(1000)
+    )
+    benchmark.results["programs"] = peers.measure_programs(programs, work, benchmark.starts)
+    return benchmark.results
+
+
+def compare(
+    programs: Programs,
+    old: pathlib.Path,
+    form: Form,
+    configurations: list[datasets.Dataset],
+    base: pathlib.Path,
+    disk: pathlib.Path | None,
+) -> dict[str, dict]:
+    """The older service and the one built here, turn by turn. Return: the results of each."""
+    share = dataclasses.replace(
+        form, rounds=max(1, form.rounds // PASSES), starts=max(1, form.starts // PASSES)
+    )
+    runs: dict[str, list[dict]] = {"old": [], "new": []}
+    services = {"old": old, "new": None}
+    for number in range(PASSES):
+        # Who begins changes, so that neither always finds the machine as the other left it.
+        for name in sorted(services, reverse=number % 2 == 0):
+            print(f"-- pass {number + 1} of {PASSES}, {name}", flush=True)
+            one = dataclasses.replace(programs, other_service=services[name])
+            folder = f"{name}{number}"
+            runs[name].append(
+                measure_all(one, share, configurations, base / folder, disk and disk / folder)
+            )
+    return {name: comparison.middle(some) for name, some in runs.items()}
 
 
 def main() -> int:
@@ -273,47 +342,38 @@ def main() -> int:
     parser.add_argument("--quick", action="store_true", help="few requests, no large data")
     parser.add_argument("--results", type=pathlib.Path, required=True)
     parser.add_argument("--write-report", action="store_true", help="write docs/performance.md")
+    parser.add_argument("--old", type=pathlib.Path, help="an older service to compare with")
     arguments = parser.parse_args()
 
     started = time.monotonic()
     base = pathlib.Path("/mnt/bench")
-    benchmark = Benchmark(
-        Programs(arguments.programs.resolve()),
-        rounds=5 if arguments.quick else 25,
-        starts=5 if arguments.quick else 20,
-        scale=0.2 if arguments.quick else 1.0,
-    )
+    form = QUICK if arguments.quick else FULL
+    programs = Programs(arguments.programs.resolve())
     configurations = [
         datasets.sample(ROOT / "examples" / "database", base),
         datasets.generated("small", base, 20, 100_000),
     ]
-    if not arguments.quick:
+    if form.large:
         configurations.append(datasets.generated("medium", base, 100, 2_000_000))
         configurations.append(datasets.generated("large", base, 200, 20_000_000, flat=100_000))
     processors.set_one_aside()
-    for data in configurations:
-        benchmark.measure_start(data)
-        benchmark.measure_reads(data)
-    work = datasets.working(base)
-    benchmark.measure_work(work)
-    if arguments.disk:
-        benchmark.measure_disk(arguments.disk.resolve())
-    benchmark.results["peers"] = peers.measure(
-        benchmark.programs, work, benchmark.rounds, benchmark.requests(1000)
-    )
-    benchmark.results["programs"] = peers.measure_programs(
-        benchmark.programs, work, benchmark.starts
-    )
-    if not arguments.quick:
-        benchmark.measure_micro()
-    benchmark.results["seconds"] = time.monotonic() - started
-    benchmark.results["quick"] = arguments.quick
-    arguments.results.write_text(json.dumps(benchmark.results, indent=1))
+    disk = arguments.disk and arguments.disk.resolve()
+    if arguments.old:
+        both = compare(programs, arguments.old.resolve(), form, configurations, base, disk)
+        arguments.results.write_text(json.dumps(both, indent=1))
+        print(f"measured in {time.monotonic() - started:.0f} s")
+        print(comparison.text(both["old"], both["new"]))
+        return 0
+    results = measure_all(programs, form, configurations, base, disk)
+    if form.large:
+        results["micro"] = measure_micro(programs)
+    results["seconds"] = time.monotonic() - started
+    results["quick"] = arguments.quick
+    arguments.results.write_text(json.dumps(results, indent=1))
     if arguments.write_report:
-        report.write(benchmark.results, ROOT / "docs")
-    judged = targets.judge(benchmark.results)
-    print(f"measured in {benchmark.results['seconds']:.0f} s")
-    for one in judged:
+        report.write(results, ROOT / "docs")
+    print(f"measured in {results['seconds']:.0f} s")
+    for one in targets.judge(results):
         print(f"  {'met   ' if one.met else 'MISSED'} {one.what}: {one.measured} ({one.target})")
     return 0
 
