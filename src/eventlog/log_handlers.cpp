@@ -3,8 +3,8 @@
 #include <cerrno>
 #include <new>
 
-#include "eventlog/event_callback.h"
 #include "eventlog/event_log.h"
+#include "eventlog/notification.h"
 #include "leaf/clock.h"
 #include "leaf/message.h"
 #include "leaf/result.h"

@@ -1,4 +1,4 @@
-// Whether somebody wants to hear of an event: a decision from settings.
+// Whether somebody wants to hear of an event, a decision from settings, and telling him.
 //
 // The settings name bits of the event type and say, for each name, whether it is wanted by e-mail
 // and by push. docs/eventlog.md lists them. Nothing is remembered between events, so a changed
@@ -47,5 +47,15 @@ class notification_settings {
 // Return: true when e-mail or push wants the event, or when no definition has a bit of its type:
 // events that nobody has defined are never suppressed.
 [[nodiscard]] bool should_notify(int32_t type, notification_settings& settings);
+
+// Starts "/tmp/trigger/EventLogCallBack.sh" with the type, the time text, the first detail value,
+// the detail text and the second detail value as arguments, if the settings want the event and the
+// script is there and nobody else's (leaf/trusted_program.h). Does not wait for it. Each argument
+// is at most 31 characters long. Server thread only. Reports a failing fork on standard error; the
+// script's process reports a failing execve.
+//
+// Return: 1, or 0 when the fork failed.
+int32_t trigger_event_callback(int32_t type, const char* time_text, uint8_t first_detail,
+                               const char* detail_text, uint8_t second_detail);
 
 }  // namespace veltrancord

@@ -174,7 +174,7 @@ MUTANTS = [
            "    if (!is_trusted_program(backup_script)) {",
            "    if (false) {",
            (("e2e/test_trusted_programs.py", "write_to and backup"),)),
-    Mutant("the event script is not judged", "T1", "src/eventlog/event_callback.cpp",
+    Mutant("the event script is not judged", "T1", "src/eventlog/notification.cpp",
            " || !is_trusted_program(script)",
            "",
            (("e2e/test_trusted_programs.py", "write_to and event"),)),
