@@ -89,7 +89,7 @@ TEST_F(ReplyWriter, WritesFiveTimesInOneGoAtMost) {
     send(request_frame_of("echo:hello"));
     serve_client();
     EXPECT_EQ(g_calls, 5);
-    EXPECT_FALSE(is_released());
+    ASSERT_FALSE(is_released());
     server_.loop.run_pass();
     EXPECT_TRUE(is_released());
     EXPECT_EQ(g_calls, 9);
@@ -104,7 +104,7 @@ TEST_F(ReplyWriter, CountsAnInterruptedWriteAsOne) {
     send(request_frame_of("echo:hello"));
     serve_client();
     EXPECT_EQ(g_calls, 5);
-    EXPECT_FALSE(is_released());
+    ASSERT_FALSE(is_released());
     g_sluggish_fd = -1;
     server_.loop.run_pass();
     EXPECT_EQ(receive_all(), code_of(5) + "hello");

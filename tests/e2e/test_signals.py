@@ -84,12 +84,14 @@ def test_a_terminated_worker_leaves_its_follower_the_socket(restarting, number):
     supervisor = restarting.supervisor_pid
     worker = restarting.kill_worker(number)
     assert restarting.request(USERNAME) == ADMIN
-    assert restarting.worker_pid != worker
+    follower = restarting.worker_pid
+    assert follower != worker
     assert restarting.stderr().startswith(termination(number) + RESTART)
     restarting.send_signal(supervisor, signal.SIGTERM)
     assert restarting.wait_for_end(supervisor, restarting.patience) == 1
     with pytest.raises(ConnectionRefusedError):
         restarting.connect()
+    assert restarting.wait_for_end(follower, restarting.patience) == 1
 
 
 def test_broken_pipes_and_file_size_limits_are_ignored_by_supervisor_and_worker(ready):
