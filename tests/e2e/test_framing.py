@@ -297,6 +297,36 @@ def test_others_wait_while_a_payload_is_incomplete(ready):
         assert other.receive_reply() == ADMIN
 
 
+def writable_memory(device, pid):
+    """All that the process could write to: heap, stacks, data."""
+    maps = device.outside(f"/proc/{pid}/maps").read_text()
+    with open(device.outside(f"/proc/{pid}/mem"), "rb", buffering=0) as memory:
+        for line in maps.splitlines():
+            begin, end, flags = re.match(r"(\w+)-(\w+) (\S+)", line).groups()
+            if flags.startswith("rw") and "[vv" not in line:
+                memory.seek(int(begin, 16))
+                yield memory.read(int(end, 16) - int(begin, 16))
+
+
+@pytest.mark.parametrize("size", [40, 6000])
+@pytest.mark.parametrize("pieces", [1, 2])
+def test_a_token_that_was_asked_for_stays_nowhere_in_memory(ready, size, pieces):
+    """In one piece it is served where it was received; in two the first is copied."""
+    for kind in ("address", "thread", "valgrind"):
+        ready.require_no_sanitizer(kind, "it keeps what was freed")
+    secret = b"token-that-nobody-else-may-see"
+    data = frame(b"CheckSession:" + secret + b"x" * (size - len(secret)))
+    cut = len(data) - 3 if pieces == 2 else len(data)
+    with ready.connect() as client:
+        client.send(data[:cut])
+        if pieces == 2:
+            assert client.is_open(0.1)
+            client.send(data[cut:])
+        assert client.receive_reply().code < 0
+    found = [memory.count(secret) for memory in writable_memory(ready, ready.worker_pid)]
+    assert len(found) > 3 and not any(found)
+
+
 # ---- behind the frame -------------------------------------------------------------------------
 
 
