@@ -16,6 +16,7 @@
 #include <string>
 
 #include "commands.h"
+#include "creation.h"
 #include "difference.h"
 #include "exit_status.h"
 #include "process_facts.h"
@@ -31,6 +32,7 @@ struct apply_options {
     int confirm_seconds = 0;  // 0: no confirmation is asked for
     bool restore = false;
     bool discard = false;
+    bool create = false;
 };
 
 constexpr std::string_view process_mark = "# process ";
@@ -111,7 +113,7 @@ int take_back(context& tool, const std::string& folder) {
     for (const std::string& path : pending.created) {
         const int32_t result = veltrancord_remove(&tool.client(), path.c_str());
         if (result < 0 && result != VELTRANCORD_NOT_FOUND) {
-            return tool.fail(path, result);
+            return tool.fail_change(path, result);
         }
     }
     (void)unlink(pending_name(folder).c_str());
@@ -256,11 +258,20 @@ int run_apply(context& tool, const apply_options& options) {
     if (status != exit_done || changes.empty()) {
         return status;
     }
+    std::vector<std::string> created;
+    status = check_creation(tool, new_settings(changes), options.create, created);
+    if (status != exit_done) {
+        return status;
+    }
     print_difference(tool, changes);
     (void)tool.finish(exit_done);
-    return options.confirm_seconds > 0
-               ? apply_with_confirmation(tool, folder, changes, options.confirm_seconds)
-               : write_changes(tool, changes);
+    status = options.confirm_seconds > 0
+                 ? apply_with_confirmation(tool, folder, changes, options.confirm_seconds)
+                 : write_changes(tool, changes);
+    if (status == exit_done) {
+        tell_created(created);
+    }
+    return status;
 }
 
 int run_confirm(context& tool) {
@@ -285,6 +296,7 @@ void add_apply_commands(subcommand app, context& tool) {
     command.add_option("FILE", options->file, "a snapshot, lines or an exchange file; \"-\"");
     command.add_option("--confirm", options->confirm_seconds,
                        "take it back unless it is confirmed within so many seconds");
+    command.add_flag("--create", options->create, "also settings that are not there yet");
     command.add_flag("--restore", options->restore, "take back a change that was left over");
     command.add_flag("--discard", options->discard, "keep a change that was left over");
     command.callback(

@@ -62,7 +62,7 @@ int run_set(context& tool, const std::vector<std::string>& words) {
     const int32_t result = veltrancord_write_attributes(&tool.client(), lines.data(), lines.size());
     if (result < 0) {
         const std::size_t index = tool.client().error.index;
-        return tool.fail(settings[index < settings.size() ? index : 0].path, result);
+        return tool.fail_change(settings[index < settings.size() ? index : 0].path, result);
     }
     return exit_done;
 }

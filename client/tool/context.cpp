@@ -84,7 +84,7 @@ std::string context::coloured(const char* sequence, std::string_view text) const
     return colours() ? "\033[" + std::string(sequence) + "m" + result + "\033[0m" : result;
 }
 
-int context::fail(std::string_view subject, int32_t result) {
+std::string context::reason_of(int32_t result) {
     char reason[256];
     if (client_.error.code == result && result == VELTRANCORD_UNREACHABLE) {
         std::snprintf(reason, sizeof reason, "%s: %s: %s", veltrancord_result_text(result),
@@ -93,11 +93,33 @@ int context::fail(std::string_view subject, int32_t result) {
         client_.error.subject[0] = '\0';  // the line names it already
         veltrancord_error_text(&client_, reason, sizeof reason);
     } else {
-        std::snprintf(reason, sizeof reason, "%s", veltrancord_result_text(result));
+        return veltrancord_result_text(result);
     }
-    const char* name = veltrancord_result_name(result);
-    return print_failure(exit_status_of(result), subject, result, name != nullptr ? name : "OTHER",
-                         reason);
+    return reason;
+}
+
+namespace {
+
+const char* result_name(int32_t result) {
+    const char* const name = veltrancord_result_name(result);
+    return name != nullptr ? name : "OTHER";
+}
+
+}  // namespace
+
+int context::fail(std::string_view subject, int32_t result) {
+    return print_failure(exit_status_of(result), subject, result, result_name(result),
+                         reason_of(result));
+}
+
+int context::fail_change(std::string_view subject, int32_t result) {
+    const bool sent = result == VELTRANCORD_TIMED_OUT || result == VELTRANCORD_NO_REPLY ||
+                      result == VELTRANCORD_BROKEN_REPLY;
+    if (!sent) {
+        return fail(subject, result);
+    }
+    return print_failure(exit_unknown, subject, result, result_name(result),
+                         reason_of(result) + "; unknown whether it was applied");
 }
 
 int context::fail_with(int status, std::string_view subject, std::string_view reason) {

@@ -61,11 +61,17 @@ class context {
     int fail(std::string_view subject, int32_t result);
     int fail_with(int status, std::string_view subject, std::string_view reason);
 
+    // The same for a command that changes something: where no reply came, it says that it is
+    // unknown whether the change was applied. A service that was busy may apply it later.
+    int fail_change(std::string_view subject, int32_t result);
+
     // Says something on standard error that is no failure.
     static void note(std::string_view text);
 
   private:
     [[nodiscard]] std::string_view line_end() const;
+    // What went wrong, as the client or the result tells it.
+    std::string reason_of(int32_t result);
     int print_failure(int status, std::string_view subject, const json& code, const char* name,
                       std::string_view reason) const;
 

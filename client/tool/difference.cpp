@@ -34,15 +34,24 @@ int read_settings_file(context& tool, const std::string& file, setting_map& sett
                                   "line " + std::to_string(bad) + " has no '='");
         }
     }
+    for (const setting& one : lines) {
+        if (has_blank_at_end(one.path)) {
+            return tool.fail_with(exit_refused, file,
+                                  "\"" + one.path + "\" has a blank beside its \"=\"");
+        }
+    }
     settings = by_path(lines);
     return exit_done;
 }
 
 int read_running(context& tool, const std::string& path, setting_map& settings) {
     setting_list list;
-    const int32_t result = read_subtree(tool, path, list);
+    const int32_t result = read_place(tool, path, list);
     if (result < 0) {
         return tool.fail(path.empty() ? "*" : path, result);
+    }
+    if (list.empty() && !path.empty() && path != "*") {
+        return tool.fail_with(exit_empty, path, "there is no setting at this place or below");
     }
     settings = by_path(list);
     return exit_done;
@@ -83,6 +92,16 @@ json difference_json(const context& tool, const std::vector<setting_change>& cha
                         {"after", side(change.after)}});
     }
     return list;
+}
+
+setting_list new_settings(const std::vector<setting_change>& changes) {
+    setting_list added;
+    for (const setting_change& change : changes) {
+        if (change.before == nullptr && change.after != nullptr) {
+            added.push_back({change.path, *change.after});
+        }
+    }
+    return added;
 }
 
 void print_difference(context& tool, const std::vector<setting_change>& changes) {

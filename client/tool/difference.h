@@ -15,12 +15,16 @@ using setting_map = std::map<std::string, std::string>;
 // message.
 int read_settings_file(context& tool, const std::string& file, setting_map& settings);
 
-// Reads all settings of the service. Return: as above.
+// Reads the settings of the service at `path` and below; "" and "*": all. A place that holds none
+// is a failure. Return: as above.
 int read_running(context& tool, const std::string& path, setting_map& settings);
 
 // One line for each side of each change, secrets masked.
 std::string difference_text(const context& tool, const std::vector<setting_change>& changes);
 json difference_json(const context& tool, const std::vector<setting_change>& changes);
+
+// Those that were not there before, or had no text.
+setting_list new_settings(const std::vector<setting_change>& changes);
 
 // Prints them in the form asked for.
 void print_difference(context& tool, const std::vector<setting_change>& changes);

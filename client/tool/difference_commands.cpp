@@ -35,15 +35,26 @@ int run_snapshot(context& tool, const std::string& file, const std::string& path
     return exit_done;
 }
 
-// Drops what does not lie below `path`.
-void keep_below(const std::string& path, setting_map& settings) {
+// Drops what is not at `path` or below.
+void keep_place(const std::string& path, setting_map& settings) {
     if (path.empty() || path == "*") {
         return;
     }
     const std::string prefix = is_subtree(path) ? path.substr(0, path.size() - 1) : path + ".";
     std::erase_if(settings, [&](const auto& one) {
-        return one.first.compare(0, prefix.size(), prefix) != 0;
+        return one.first != path && one.first.compare(0, prefix.size(), prefix) != 0;
     });
+}
+
+// The running settings of the place, which may be none: the file may have some.
+int read_running_place(context& tool, const std::string& path, setting_map& settings) {
+    setting_list list;
+    const int32_t result = read_place(tool, path, list);
+    if (result < 0 && (result != VELTRANCORD_NOT_FOUND || path.empty())) {
+        return tool.fail(path.empty() ? "*" : path, result);
+    }
+    settings = by_path(list);
+    return exit_done;
 }
 
 int run_diff(context& tool, const diff_options& options) {
@@ -51,14 +62,18 @@ int run_diff(context& tool, const diff_options& options) {
     setting_map after;
     int status = read_settings_file(tool, options.file, before);
     if (status == exit_done) {
-        status = options.other.empty() ? read_running(tool, options.path, after)
+        status = options.other.empty() ? read_running_place(tool, options.path, after)
                                        : read_settings_file(tool, options.other, after);
     }
     if (status != exit_done) {
         return status;
     }
-    keep_below(options.path, before);
-    keep_below(options.path, after);
+    keep_place(options.path, before);
+    keep_place(options.path, after);
+    if (before.empty() && after.empty() && !options.path.empty() && options.path != "*") {
+        return tool.fail_with(exit_not_found, options.path,
+                              "there is no such setting on either side");
+    }
     const std::vector<setting_change> changes = compare(before, after);
     print_difference(tool, changes);
     return changes.empty() ? exit_done : exit_differs;
@@ -71,7 +86,7 @@ void add_difference_commands(subcommand app, context& tool) {
     subcommand command =
         app.add_subcommand("snapshot", "save all settings as lines in a file of your own");
     command.add_option("FILE", snapshot->file, "the file to write").required();
-    command.add_option("PATH", snapshot->path, "only what lies below");
+    command.add_option("PATH", snapshot->path, "only this setting, or what lies below");
     command.callback([&tool, snapshot] {
         tool.run = [&tool, snapshot] { return run_snapshot(tool, snapshot->file, snapshot->path); };
     });
@@ -82,7 +97,7 @@ void add_difference_commands(subcommand app, context& tool) {
     command.add_option("FILE", diff->file, "a snapshot, lines or an exchange file; \"-\"")
         .required();
     command.add_option("OTHER", diff->other, "a second file in place of the running settings");
-    command.add_option("--path", diff->path, "only what lies below");
+    command.add_option("--path", diff->path, "only this setting, or what lies below");
     command.callback([&tool, diff] { tool.run = [&tool, diff] { return run_diff(tool, *diff); }; });
 }
 

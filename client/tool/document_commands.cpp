@@ -21,7 +21,7 @@ int run_dump(context& tool, const std::string& file) {
     }
     const std::string name = absolute_name(file);
     const int32_t result = veltrancord_download(&tool.client(), name.c_str());
-    return result < 0 ? tool.fail(name, result) : exit_done;
+    return result < 0 ? tool.fail_change(name, result) : exit_done;
 }
 
 // A command that takes an exchange file and puts other settings in place of those there are.
@@ -39,7 +39,7 @@ int run_file(context& tool, const std::string& what, const std::string& file, fi
     }
     // cppcheck-suppress AssignmentAddressToInteger ; it does not see what the pointer returns
     const int32_t result = call(&tool.client(), input.name().c_str());
-    return result < 0 ? tool.fail(file, result) : exit_done;
+    return result < 0 ? tool.fail_change(file, result) : exit_done;
 }
 
 void add_file_command(subcommand app, context& tool, const std::string& name,
@@ -55,12 +55,12 @@ void add_file_command(subcommand app, context& tool, const std::string& name,
 
 int run_backup(context& tool, const std::string& text) {
     const int32_t result = veltrancord_backup(&tool.client(), text.c_str());
-    return result < 0 ? tool.fail("backup", result) : exit_done;
+    return result < 0 ? tool.fail_change("backup", result) : exit_done;
 }
 
 int run_sync(context& tool) {
     const int32_t result = veltrancord_sync_memory(&tool.client());
-    return result < 0 ? tool.fail("sync", result) : exit_done;
+    return result < 0 ? tool.fail_change("sync", result) : exit_done;
 }
 
 }  // namespace

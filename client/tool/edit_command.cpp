@@ -10,6 +10,7 @@
 #include <string>
 
 #include "commands.h"
+#include "creation.h"
 #include "difference.h"
 #include "exit_status.h"
 #include "leaf/owned_fd.h"
@@ -65,7 +66,7 @@ setting_map shown(const context& tool, const setting_map& settings) {
     return result;
 }
 
-int write_edited(context& tool, const setting_map& before, const setting_map& after) {
+int write_edited(context& tool, const setting_map& before, const setting_map& after, bool create) {
     setting_list lines;
     std::vector<setting_change> changes;
     std::size_t removed = 0;
@@ -85,6 +86,11 @@ int write_edited(context& tool, const setting_map& before, const setting_map& af
         context::note("nothing has changed");
         return exit_done;
     }
+    std::vector<std::string> created;
+    const int checked = check_creation(tool, new_settings(changes), create, created);
+    if (checked != exit_done) {
+        return checked;
+    }
     tool.print(difference_text(tool, changes));
     (void)tool.finish(exit_done);
     if (!tool.assume_yes && !asked_yes("write this?")) {
@@ -92,10 +98,14 @@ int write_edited(context& tool, const setting_map& before, const setting_map& af
         return exit_cancelled;
     }
     const int32_t result = write_settings(tool, lines, false);
-    return result < 0 ? explain_failed_write(tool, lines, result) : exit_done;
+    if (result < 0) {
+        return explain_failed_write(tool, lines, result);
+    }
+    tell_created(created);
+    return exit_done;
 }
 
-int run_edit(context& tool, const std::string& path) {
+int run_edit(context& tool, const std::string& path, bool create) {
     setting_map running;
     const int status = read_running(tool, path, running);
     if (status != exit_done) {
@@ -120,7 +130,10 @@ int run_edit(context& tool, const std::string& path) {
         setting_map after;
         read = read_settings_file(tool, file.name(), after);
         if (read == exit_done) {
-            return write_edited(tool, before, after);
+            read = write_edited(tool, before, after, create);
+            if (read != exit_not_found) {
+                return read;
+            }
         }
     } while (asked_yes("edit it again?"));
     return read;
@@ -130,9 +143,13 @@ int run_edit(context& tool, const std::string& path) {
 
 void add_edit_command(subcommand app, context& tool) {
     const auto path = std::make_shared<std::string>();
+    const auto create = std::make_shared<bool>(false);
     subcommand command = app.add_subcommand("edit", "change the settings below PATH in an editor");
     command.add_option("PATH", *path, "where").required();
-    command.callback([&tool, path] { tool.run = [&tool, path] { return run_edit(tool, *path); }; });
+    command.add_flag("--create", *create, "also settings that are not there yet");
+    command.callback([&tool, path, create] {
+        tool.run = [&tool, path, create] { return run_edit(tool, *path, *create); };
+    });
 }
 
 }  // namespace veltrancord::tool

@@ -25,6 +25,15 @@ bool is_one_of(const std::string& command, std::initializer_list<const char*> na
     return std::find(names.begin(), names.end(), command) != names.end();
 }
 
+// Whether the command changes nothing, as far as the tool knows it.
+bool is_read(const std::string& command) {
+    return is_one_of(
+        command,
+        {"read", "readAndFilter", "readwithlevel", "readvalue", "readattr", "readsingleattr",
+         "readlog", "geteventcount", "maxlogcount", "isPermitAllow", "isPermitAllowByUser",
+         "getPermitValue", "getGroupName", "listPermits", "GetCGIPermitFilter", "CheckSession"});
+}
+
 // Whether a word of the command line gives away what lets somebody in.
 bool holds_secret(const raw_options& options) {
     if (is_one_of(options.command, {"SetSession", "CheckSession"})) {
@@ -85,7 +94,8 @@ int run_raw(context& tool, raw_options options) {
         veltrancord_exchange(&tool.client(), options.command.c_str(), options.argument.data(),
                              options.argument.size(), reply.get());
     if (result < 0) {
-        return tool.fail(options.command, result);
+        return is_read(options.command) ? tool.fail(options.command, result)
+                                        : tool.fail_change(options.command, result);
     }
     const std::string text = tool.reveal ? reply.text() : masked(options, reply.text());
     if (tool.print_for_programs({{"result", result}, {"text", text}})) {

@@ -32,6 +32,8 @@ const char* exit_status_name(int status) {
             return "BROKEN";
         case exit_mismatch:
             return "MISMATCH";
+        case exit_unknown:
+            return "UNKNOWN";
         default:
             return "FAILED";
     }

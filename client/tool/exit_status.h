@@ -19,7 +19,8 @@ enum exit_status : int {
     exit_differs = 10,    // diff: there are differences; fsck, doctor: there are findings
     exit_cancelled = 11,  // a question was answered with no, or a change was not confirmed
     exit_broken = 12,     // the reply is none that can be
-    exit_mismatch = 13    // captcha compare: wrong or expired
+    exit_mismatch = 13,   // captcha check: wrong or expired
+    exit_unknown = 14     // a change was sent, and no reply says whether it was applied
 };
 
 // Its name for programs: "NOT_FOUND", "USAGE" ...

@@ -223,7 +223,7 @@ int run_add(context& tool, const add_options& options) {
     } else {
         result = veltrancord_log_add(&tool.client(), &record);
     }
-    return result < 0 ? tool.fail("log", result) : exit_done;
+    return result < 0 ? tool.fail_change("log", result) : exit_done;
 }
 
 int run_count(context& tool, bool capacity) {
@@ -269,7 +269,7 @@ int run_clear(context& tool) {
         return status;
     }
     const int32_t result = veltrancord_log_clear(&tool.client());
-    return result < 0 ? tool.fail("log", result) : exit_done;
+    return result < 0 ? tool.fail_change("log", result) : exit_done;
 }
 
 void add_list_commands(subcommand log, context& tool) {

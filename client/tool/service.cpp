@@ -77,6 +77,19 @@ int32_t read_subtree(context& tool, const std::string& path, setting_list& setti
     return VELTRANCORD_OK;
 }
 
+int32_t read_place(context& tool, const std::string& path, setting_list& settings) {
+    const int32_t result = read_subtree(tool, path, settings);
+    if (result < 0 || path.empty() || is_subtree(path)) {
+        return result;
+    }
+    setting own{path, ""};
+    const int32_t found = get_value(tool, path, own.value);
+    if (found >= 0) {
+        settings.insert(settings.begin(), std::move(own));
+    }
+    return found < 0 && found != VELTRANCORD_NOT_FOUND ? found : VELTRANCORD_OK;
+}
+
 int32_t write_settings(context& tool, const setting_list& settings, bool memory_only) {
     std::vector<veltrancord_setting> lines;
     lines.reserve(settings.size());
@@ -87,13 +100,18 @@ int32_t write_settings(context& tool, const setting_list& settings, bool memory_
                        : veltrancord_write(&tool.client(), lines.data(), lines.size());
 }
 
-bool is_there(context& tool, const std::string& path) {
-    const veltrancord_error error = tool.client().error;
+int32_t look_for(context& tool, const std::string& path) {
     owned_reply reply;
     const int32_t result =
         veltrancord_read_attributes(&tool.client(), (path + ".#").c_str(), reply.get());
+    return result < 0 ? result : VELTRANCORD_OK;
+}
+
+bool is_there(context& tool, const std::string& path) {
+    const veltrancord_error error = tool.client().error;
+    const bool found = look_for(tool, path) >= 0;
     tool.client().error = error;
-    return result >= 0;
+    return found;
 }
 
 namespace {
@@ -144,8 +162,10 @@ int explain_failed_write(context& tool, const setting_list& settings, int32_t re
         }
         return status;
     }
-    const std::size_t holding =
-        result > VELTRANCORD_UNREACHABLE ? count_holding(tool, settings) : 0;
+    if (result <= VELTRANCORD_UNREACHABLE) {
+        return tool.fail_change(settings.front().path, result);  // nobody could say what holds
+    }
+    const std::size_t holding = count_holding(tool, settings);
     tool.client().error = error;
     const std::size_t failed = holding < settings.size() ? holding : settings.size() - 1;
     const int status = tool.fail(settings[failed].path, result);

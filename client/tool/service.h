@@ -44,6 +44,14 @@ bool is_subtree(std::string_view path);
 // Return: the result; VELTRANCORD_OK with an empty list where there is no text.
 int32_t read_subtree(context& tool, const std::string& path, setting_list& settings);
 
+// Reads the setting at `path` and what lies below it; with a "*" at the end, only what lies below.
+//
+// Return: the result; VELTRANCORD_OK with an empty list where there is an element without any text.
+int32_t read_place(context& tool, const std::string& path, setting_list& settings);
+
+// Looks for an element at `path`, with a text or without. Return: VELTRANCORD_OK or what failed.
+int32_t look_for(context& tool, const std::string& path);
+
 // Whether there is an element at `path`, with a text or without. The client's error is left as it
 // was.
 bool is_there(context& tool, const std::string& path);

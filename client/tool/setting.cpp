@@ -27,6 +27,12 @@ bool is_secret_path(std::string_view path) {
     return IsSecretName(dot == std::string_view::npos ? path : path.substr(dot + 1));
 }
 
+bool has_blank_at_end(std::string_view path) {
+    constexpr std::string_view blanks = " \t";
+    return !path.empty() && (blanks.find(path.front()) != std::string_view::npos ||
+                             blanks.find(path.back()) != std::string_view::npos);
+}
+
 std::string shown_value(const setting& one, bool reveal) {
     return !reveal && is_secret_path(one.path) ? std::string(masked_value) : one.value;
 }

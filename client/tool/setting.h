@@ -39,6 +39,10 @@ std::map<std::string, std::string> by_path(const setting_list& settings);
 std::vector<setting_change> compare(const std::map<std::string, std::string>& before,
                                     const std::map<std::string, std::string>& after);
 
+// Whether the path begins or ends with a blank, as "Mtu " of "Mtu = 1500" does: another setting
+// than was meant.
+bool has_blank_at_end(std::string_view path);
+
 // Splits "path=value" lines at line feeds or, with `null_separated`, at NUL bytes; blank lines and
 // lines that begin with "#" are passed over. Return: false with the line's number (from 1) in `bad`
 // when one has no "=".

@@ -98,10 +98,10 @@ bool run_program(const std::vector<std::string>& program, const std::string& lin
     return WIFEXITED(status) && WEXITSTATUS(status) != 127;
 }
 
-// What is there now; nothing at all is no failure here, since it may come.
+// What is there now; nothing at all is no failure while it is watched, since it may come again.
 int read_now(context& tool, const std::string& path, setting_map& settings) {
     setting_list list;
-    const int32_t result = read_subtree(tool, path, list);
+    const int32_t result = read_place(tool, path, list);
     if (result < 0 && result != VELTRANCORD_NOT_FOUND) {
         return tool.fail(path, result);
     }
@@ -133,7 +133,9 @@ int run_watch(context& tool, const watch_options& options) {
     (void)signal(SIGPIPE, SIG_IGN);
     const std::string document = options.path.substr(0, options.path.find('.'));
     setting_map before;
-    int status = read_now(tool, options.path, before);
+    // A device may be without any document yet; a place that it does not have is a slip.
+    int status = options.path == "*" ? read_now(tool, options.path, before)
+                                     : read_running(tool, options.path, before);
     if (status == exit_done) {
         context::note("watching");
     }

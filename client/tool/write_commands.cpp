@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "creation.h"
 #include "exit_status.h"
 #include "question.h"
 #include "service.h"
@@ -21,7 +22,18 @@ struct set_options {
     std::vector<std::string> words;
     std::string file;
     bool memory_only = false;
+    bool create = false;
 };
+
+// "Mtu = 1500" would set "Mtu " to " 1500".
+int refuse_blanks(context& tool, const setting& one) {
+    if (!has_blank_at_end(one.path) && !one.value.starts_with(' ') &&
+        !one.value.starts_with('\t')) {
+        return exit_done;
+    }
+    return tool.fail_with(exit_refused, one.path,
+                          "there are blanks around its \"=\"; nothing was written");
+}
 
 int read_lines(context& tool, const std::string& file, setting_list& settings) {
     std::string text;
@@ -31,6 +43,12 @@ int read_lines(context& tool, const std::string& file, setting_list& settings) {
     std::size_t bad = 0;
     if (!parse_lines(text, tool.null_separated, settings, bad)) {
         return tool.fail_with(exit_refused, file, "line " + std::to_string(bad) + " has no '='");
+    }
+    for (const setting& one : settings) {
+        const int status = refuse_blanks(tool, one);
+        if (status != exit_done) {
+            return status;
+        }
     }
     return exit_done;
 }
@@ -70,8 +88,11 @@ int collect(context& tool, const set_options& options, setting_list& settings) {
         if (equals == std::string::npos) {
             return tool.fail_with(exit_usage, word, "is neither PATH VALUE nor PATH=VALUE");
         }
-        const int status =
-            take_value(tool, {word.substr(0, equals), word.substr(equals + 1)}, file, settings);
+        setting one{word.substr(0, equals), word.substr(equals + 1)};
+        int status = refuse_blanks(tool, one);
+        if (status == exit_done) {
+            status = take_value(tool, std::move(one), file, settings);
+        }
         if (status != exit_done) {
             return status;
         }
@@ -100,10 +121,16 @@ int run_set(context& tool, const set_options& options) {
     if (settings.empty()) {
         return tool.fail_with(exit_usage, "set", "no settings");
     }
+    std::vector<std::string> created;
+    const int checked = check_creation(tool, settings, options.create, created);
+    if (checked != exit_done) {
+        return checked;
+    }
     const int32_t result = write_settings(tool, settings, options.memory_only);
     if (result < 0) {
         return explain_failed_write(tool, settings, result);
     }
+    tell_created(created);
     (void)tool.print_for_programs({{"written", result}});
     return exit_done;
 }
@@ -117,7 +144,7 @@ int run_unset(context& tool, const std::string& path) {
         return status;
     }
     const int32_t result = veltrancord_remove(&tool.client(), path.c_str());
-    return result < 0 ? tool.fail(path, result) : exit_done;
+    return result < 0 ? tool.fail_change(path, result) : exit_done;
 }
 
 }  // namespace
@@ -128,6 +155,7 @@ void add_write_commands(subcommand app, context& tool) {
         "set", "write settings with one request: PATH VALUE, PATH=VALUE ..., or lines from \"-\"");
     command.add_option("SETTING", set->words, "what to write");
     command.add_option("--file", set->file, "read the lines, or a secret, from this file");
+    command.add_flag("--create", set->create, "also settings that are not there yet");
     command.add_flag("--memory", set->memory_only, "in memory only, until \"sync\"");
     command.callback([&tool, set] { tool.run = [&tool, set] { return run_set(tool, *set); }; });
 

@@ -1,4 +1,5 @@
-"""A service that answers every request with the same bytes and keeps the requests."""
+"""A service that answers every request with the same bytes, or as a function of the request says, and
+keeps the requests. `None` is no answer: it waits until the client has left."""
 
 import socket
 import struct
@@ -44,4 +45,10 @@ class ScriptedService:
                 if len(head) == 5:
                     (length,) = struct.unpack("<I", head[1:])
                     self.requests.append(connection.recv(length, socket.MSG_WAITALL))
-                    connection.sendall(self.answer)
+                    answer = self.answer
+                    if callable(answer):
+                        answer = answer(self.requests[-1])
+                    if answer is None:
+                        connection.recv(1)
+                    else:
+                        connection.sendall(answer)

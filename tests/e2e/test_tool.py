@@ -79,7 +79,7 @@ def test_secrets_are_masked_and_never_taken_from_arguments(tool):
     refused = tool("set", path, "neu")
     assert refused.status == 5 and "standard input" in refused.stderr
     assert tool("set", f"{path}=neu").status == 5
-    assert tool("set", path, "-", stdin="neu\n").status == 0
+    assert tool("set", "--create", path, "-", stdin="neu\n").status == 0
     assert tool("get", path, "--reveal").stdout == "neu\n"
     tool.device.write_file("/tmp/secret", "aus Datei")
     assert tool("set", path, "-", "--file", "/tmp/secret").status == 0
@@ -88,24 +88,25 @@ def test_secrets_are_masked_and_never_taken_from_arguments(tool):
 
 def test_set_writes_many_lines_with_one_request(tool):
     assert tool("set", "Network.Lan.Mtu", "1400").status == 0
-    assert tool("set", "Network.Lan.Mtu=1300", "Network.Lan.Name=x=y").status == 0
+    assert tool("set", "--create", "Network.Lan.Mtu=1300", "Network.Lan.Name=x=y").status == 0
     assert tool("get", "Network.Lan.Name").stdout == "x=y\n"
     lines = "# a comment\n" + "".join(f"Network.Many.V{n}={n}\n" for n in range(100))
-    written = tool("set", "-", "--json", stdin=lines)
+    written = tool("set", "-", "--create", "--json", stdin=lines)
     assert json.loads(written.stdout) == {"written": 100}
     assert tool("get", "Network.Many.V99").stdout == "99\n"
-    assert tool("set", "-", "-0", stdin="Network.A=1\0Network.B=2\0").status == 0
+    assert tool("set", "-", "--create", "-0", stdin="Network.A=1\0Network.B=2\0").status == 0
     assert tool("get", "Network.B").stdout == "2\n"
     assert b"<V99>99</V99>" in tool.device.read_document("Network")
 
 
 def test_set_tells_which_lines_certainly_hold(tool):
-    failed = tool("set", "Network.Lan.Mtu=1", "Network.Lan.X=2", "Nowhere.A=3", "Network.Lan.Y=4")
+    failed = tool("set", "--create", "Network.Lan.Mtu=1", "Network.Lan.X=2", "Nowhere.A=3",
+                  "Network.Lan.Y=4")
     assert failed.status == 1
     assert failed.stderr == (
         "veltrancordctl: Nowhere.A: not found (-4)\n"
         "veltrancordctl: of 4 lines the first 2 certainly hold, the last of them Network.Lan.X\n")
-    refused = tool("set", "Network.Lan.Mtu=2", "Network.Lan.Z=" + "v" * 4096)
+    refused = tool("set", "--create", "Network.Lan.Mtu=2", "Network.Lan.Z=" + "v" * 4096)
     assert refused.status == 5
     assert "Network.Lan.Z: value over its bound: 4096 bytes, at most 4095" in refused.stderr
     assert "nothing was sent" in refused.stderr
@@ -150,7 +151,7 @@ def test_ls_and_tree(tool):
 
 
 def test_names_that_are_escaped_are_found_and_written_back(tool):
-    assert tool("set", "Network.My Lan.a_b", "1").status == 0
+    assert tool("set", "--create", "Network.My Lan.a_b", "1").status == 0
     assert tool("get", "Network.My Lan.*").stdout == "Network.My Lan.a_b=1\n"
     assert tool("tree", "Network.My Lan").stdout == "Network.My Lan\n└── a_b = 1\n"
 
@@ -222,7 +223,7 @@ def test_log(tool):
     tool.device.write_document("Notification", "<Notification/>")
     tool.device.restart()
     for name, value in bits.items():
-        assert tool("set", f"Notification.Log.BitDefine.{name}", value).status == 0
+        assert tool("set", "--create", f"Notification.Log.BitDefine.{name}", value).status == 0
     assert tool("log", "list").status == 4
     # 31 January 2024 in any time zone from -12 to +11 hours
     assert tool("log", "add", "0x10", "first", "--time", "1706702400", "--detail1", "7").status == 0

@@ -30,7 +30,7 @@ def test_snapshot_and_diff(tool):
     assert b"Account.User1.Password=geheim\n" in tool.device.read_file("/tmp/before")
     same = tool("diff", "/tmp/before")
     assert (same.status, same.stdout) == (0, "")
-    tool("set", "Network.Lan.Mtu=9000", "Network.Lan.New=1")
+    tool("set", "--create", "Network.Lan.Mtu=9000", "Network.Lan.New=1")
     tool("set", "Account.User1.Password", "-", stdin="neu")
     tool("unset", "Network.Lan.Dhcp", "--yes")
     differs = tool("diff", "/tmp/before")
@@ -49,6 +49,71 @@ def test_snapshot_and_diff(tool):
     assert b"Account" not in tool.device.read_file("/tmp/after")
     assert tool("diff", "/tmp/before", "/tmp/after", "--path", "Network.Lan").status == 10
     assert tool("diff", "/nonexistent").status == 2
+
+
+def test_a_path_to_one_setting_is_that_setting(tool):
+    tool.device.write_file("/tmp/wanted", "Network.Lan.Mtu=1400\nNetwork.Lan.Dhcp=NO\n")
+    differs = tool("diff", "/tmp/wanted", "--path", "Network.Lan.Mtu")
+    assert (differs.status, sorted(differs.stdout.split())) == (
+        10, ["+Network.Lan.Mtu=1500", "-Network.Lan.Mtu=1400"])
+    assert tool("snapshot", "/tmp/one", "Network.Lan.Mtu").status == 0
+    assert tool.device.read_file("/tmp/one").splitlines()[1:] == [b"Network.Lan.Mtu=1500"]
+    assert tool("snapshot", "/tmp/one", "Account.User1.Password").status == 0
+    assert b"Account.User1.Password=geheim" in tool.device.read_file("/tmp/one")
+    process = watch(tool, "Network.Lan.Mtu", "--count", "1")
+    tool("set", "Network.Lan.Dhcp", "NO")
+    tool("set", "Network.Lan.Mtu", "1")
+    assert process.communicate()[0] == "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1\n"
+
+
+def test_a_path_that_matches_nothing_is_an_error(tool):
+    tool.device.write_file("/tmp/wanted", "Network.Lan.Mtu=1400\n")
+    for path, status in (("Network.Lan.Mut", 1), ("Nowhere", 1), ("Network.Lan.Mut.*", 1)):
+        for words in (["diff", "/tmp/wanted", "--path"], ["snapshot", "/tmp/none"], ["edit"],
+                      ["watch", "--count", "0"]):
+            finished = tool(*words, path)
+            assert (finished.status, path in finished.stderr) == (status, True), (words, path)
+    assert not tool.device.file_exists("/tmp/none")
+
+
+@pytest.mark.parametrize("written, meant", [
+    ("Network.Lan.Mut", "Network.Lan.Mtu"), ("Network.Lan.mtu", "Network.Lan.Mtu"),
+    ("Network.Lna.Mtu", "Network.Lan.Mtu"), ("Netwrok.Lan.Mtu", "Network.Lan.Mtu"),
+    ("Network.Lan.Mtu.X", None), ("Network.Lan.Gateway", None)])
+def test_a_slip_makes_no_setting(tool, written, meant):
+    tool.device.install_script("/tmp/editor", f"#!/bin/sh\necho '{written}=2' >> $1\n")
+    for words, stdin in ((["set", written, "2"], ""), (["set", f"{written}=2", "Network.Lan.Mtu=2"], ""),
+                         (["set", "--memory", written, "2"], ""), (["set", "-"], f"{written}=2\n"),
+                         (["apply", "-"], f"{written}=2\nNetwork.Lan.Mtu=2\n"),
+                         (["edit", "Network", "--yes"], "")):
+        refused = tool(*words, stdin=stdin, environment=["EDITOR=/tmp/editor"])
+        assert (refused.status, "--create" in refused.stderr) == (1, True), refused
+        assert ("did you mean" in refused.stderr) == (meant is not None), refused
+        assert meant is None or f"did you mean {meant}?" in refused.stderr
+    assert value(tool) == "1500"
+    assert tool("get", written).status == 1
+
+
+def test_what_is_created_is_told(tool):
+    created = tool("set", "--create", "Network.Lan.New=1", "Network.Lan.Mtu=2")
+    assert (created.status, created.stderr) == (0, "veltrancordctl: created Network.Lan.New\n")
+    applied = tool("apply", "--create", "-", stdin="Network.Lan.Other=1\n")
+    assert (applied.status, applied.stderr) == (0, "veltrancordctl: created Network.Lan.Other\n")
+    # An element without a text is there.
+    tool.device.request("write:Network.Lan.Label=")
+    assert tool("set", "Network.Lan.Label", "x").stderr == ""
+
+
+@pytest.mark.parametrize("line", ["Network.Lan.Mtu =1400", "Network.Lan.Mtu= 1400",
+                                  " Network.Lan.Mtu=1400", "Network.Lan.Mtu\t=1400"])
+def test_blanks_around_the_sign_are_refused(tool, line):
+    for words, stdin in ((["set", "--create", line], ""), (["set", "--create", "-"], line + "\n")):
+        refused = tool(*words, stdin=stdin)
+        assert (refused.status, "blanks around" in refused.stderr) == (5, True)
+    if "= " not in line:
+        assert tool("apply", "--create", "-", stdin=line + "\n").status == 5
+    assert value(tool) == "1500"
+    assert tool("set", "Network.Lan.Mtu", " 1400").status == 0  # which says what it means
 
 
 def test_diff_reads_an_exchange_file_as_the_service_would(tool):
@@ -72,7 +137,7 @@ def start_apply(tool, seconds="600"):
     """Starts an apply that waits for its confirmation, inside. Return: its output so far."""
     tool.device.write_file("/tmp/wanted", "Network.Lan.Mtu=1400\nNetwork.Lan.New=n\n")
     environment = {**os.environ, "VELTRANCORD_STATE": str(tool.device.outside(STATE))}
-    process = tool.outside("apply", str(tool.device.outside("/tmp/wanted")), "--confirm", seconds,
+    process = tool.outside("apply", str(tool.device.outside("/tmp/wanted")), "--create", "--confirm", seconds,
                            env=environment)
     while "else the settings from before come back" not in process.stderr.readline():
         assert process.poll() is None
@@ -136,7 +201,7 @@ def test_the_next_run_on_a_terminal_asks(tool):
     process.kill()
     process.communicate()
     terminal = tool.terminal(
-        "apply", str(tool.device.outside("/tmp/wanted")),
+        "apply", "--create", str(tool.device.outside("/tmp/wanted")),
         environment={"VELTRANCORD_STATE": str(tool.device.outside(STATE)), "NO_COLOR": "1"})
     terminal.wait_for("[y/N]")
     terminal.type("y\n")
@@ -147,7 +212,7 @@ def test_the_next_run_on_a_terminal_asks(tool):
 
 def test_a_failing_apply_takes_back_what_was_written(tool):
     lines = "Network.Lan.Mtu=1400\nNowhere.A=1\n"
-    failed = tool("apply", "-", "--confirm", "5", stdin=lines)
+    failed = tool("apply", "-", "--create", "--confirm", "5", stdin=lines)
     assert failed.status == 1
     assert value(tool) == "1500"
 
@@ -186,7 +251,7 @@ def test_an_element_without_text_is_taken_back_to_none_with_its_attributes(tool)
     tool.device.request("write:Network.Lan.Label=x")
     tool.device.request("writeattr:Network.Lan.Label.Level=3")
     tool.device.request("write:Network.Lan.Label=")
-    tool("apply", "-", "--confirm", "1", stdin="Network.Lan.Label=new\nNetwork.Lan.Other=1\n")
+    tool("apply", "-", "--create", "--confirm", "1", stdin="Network.Lan.Label=new\nNetwork.Lan.Other=1\n")
     assert value(tool, "Network.Lan.Label") == ""
     assert tool("attr", "get", "Network.Lan.Label.Level").stdout == "3\n"
     assert tool("attr", "list", "Network.Lan.Other.#").status == 1  # was not there at all
@@ -250,7 +315,7 @@ def test_watch_prints_saved_changes_of_its_place(tool):
     # Options stand before the program, if there is one.
     process = watch(tool, "Network", "--count", "1")
     tool("set", "Account.User1.Username", "other")
-    tool("set", "Network.Lan.Mtu=1", "Network.Lan.New=2")
+    tool("set", "--create", "Network.Lan.Mtu=1", "Network.Lan.New=2")
     output, _ = process.communicate()
     assert process.returncode == 0
     assert output == "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1\n+Network.Lan.New=2\n"

@@ -80,8 +80,13 @@ def test_every_command_of_the_service_has_its_words():
 
 @pytest.mark.parametrize("command", WORDS)
 def test_words_reach_their_command(scripted, command):
-    finished, requests = scripted(reply(-12), *WORDS[command].split(), stdin="secret")
-    assert requests[0].split(b":")[0].decode() == command
+    def refuse(request):  # but not to say that a setting is there, which "set" asks before
+        looked_for = request.startswith(b"readattr:") and command.startswith("write")
+        return reply(0 if looked_for else -12)
+
+    finished, requests = scripted(refuse, *WORDS[command].split(), stdin="secret")
+    sent = [request.split(b":")[0].decode() for request in requests]
+    assert sent[1 if sent[0] == "readattr" != command else 0] == command
     # A capacity below 0 is an answer: what a file system that is too small gives.
     assert finished.returncode == (0 if command == "maxlogcount" else 3), finished
 
@@ -119,6 +124,31 @@ def test_exit_status_and_words_of_each_failure(scripted, answer, status, words):
     error = json.loads(finished.stderr)["error"]
     assert f"{error['reason']} ({error['code']})" == words and error["subject"] == "A.*"
     assert finished.returncode == status
+
+
+@pytest.mark.parametrize("words", [
+    ["set", "A.B", "1"], ["set", "A.B=1", "A.C=2"], ["unset", "A.B", "--yes"],
+    ["attr", "set", "A.B.Level", "1"], ["load", "/f", "--yes"], ["sync"], ["log", "add", "1", "x"],
+    ["log", "clear", "--yes"], ["backup"], ["raw", "write", "A.B=1"]])
+@pytest.mark.parametrize("answer", [None, b"", b"\5\0"])
+def test_a_change_without_a_reply_may_have_been_applied(scripted, words, answer):
+    if words[0] == "load":
+        words = ["load", __file__, "--yes"]
+
+    def change_only(request):
+        return reply(0) if request.startswith(b"readattr:") else answer
+
+    finished, _ = scripted(change_only, *words, "--timeout", "0.05")
+    assert finished.returncode == 14
+    assert "unknown whether it was applied" in finished.stderr
+    assert json.loads(scripted(change_only, *words, "--timeout", "0.05", "--json")[0].stderr)[
+        "error"]["reason"].endswith("unknown whether it was applied")
+
+
+@pytest.mark.parametrize("words", [["get", "A.B"], ["raw", "readvalue", "A.B"], ["log", "count"]])
+def test_a_question_without_a_reply_is_just_that(scripted, words):
+    finished, _ = scripted(None, *words, "--timeout", "0.05")
+    assert (finished.returncode, "unknown" in finished.stderr) == (9, False)
 
 
 def test_a_captcha_that_does_not_match_has_its_own_status(scripted):

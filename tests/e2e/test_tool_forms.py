@@ -32,7 +32,7 @@ SHELL = [
     ("tree Network", "$Network_Lan_Mtu", "1500"),
     ("ls Network", "$name $children", "Lan true"),
     ("attr get Network.Lan.Empty.Level", "$Network_Lan_Empty_Level", "3"),
-    ("set Network.A=1 Network.B=2", "$written", "2"),
+    ("set --create Network.A=1 Network.B=2", "$written", "2"),
     ("log list", "$type $text $detail1 $detail2 $names", "16 door 0 0"),
     ("log count", "$count", "1"),
     ("can --group Admin Net\\ work", "$allowed", "true"),
@@ -43,7 +43,7 @@ SHELL = [
     ("ping", "$alive", "true"),
     ("raw geteventcount", "$result", "1"),
     ("raw readvalue Network.Lan.Mtu", "$result $text", "4 1500"),
-    ("apply /tmp/lines", "$path $change $before $after", "Network.Lan.X added  1"),
+    ("apply --create /tmp/lines", "$path $change $before $after", "Network.Lan.X added  1"),
 ]
 
 
@@ -108,7 +108,7 @@ def test_what_follows_is_printed_line_by_line(tool):
 
 def test_lines_that_certainly_hold_are_told(tool):
     def told(*settings):
-        finished = tool("set", *settings)
+        finished = tool("set", "--create", *settings)
         assert finished.status == 1
         return finished.stderr
 
@@ -135,7 +135,7 @@ def test_a_path_that_ends_with_dots_names_the_same_secret(tool):
 # What each command's JSON holds. The manual promises that names are added, never changed.
 KEYS = {
     "ls Network": ["name", "children"],
-    "set Network.A=1": ["written"],
+    "set --create Network.A=1": ["written"],
     "log list": ["time", "type", "names", "detail1", "text", "detail2"],
     "log count": ["count"],
     "log count --capacity": ["capacity"],
@@ -173,8 +173,8 @@ def test_many_lines_are_one_request_and_one_save(device):
     def saves():
         return sum('"Network") = 0' in call for call in device.trace())
 
-    for words, lines in (("set -", [f"Network.A{n}={n}" for n in range(50)]),
-                         ("apply -", [f"Network.B{n}={n}" for n in range(50)])):
+    for words, lines in (("set --create -", [f"Network.A{n}={n}" for n in range(50)]),
+                         ("apply --create -", [f"Network.B{n}={n}" for n in range(50)])):
         before = saves()
         assert tool(*words.split(), stdin="\n".join(lines)).status == 0
         assert saves() == before + 1

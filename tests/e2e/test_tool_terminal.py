@@ -40,7 +40,7 @@ def test_what_is_destroyed_can_be_saved_before(tool):
 
 
 def test_a_secret_is_typed_unseen(tool):
-    terminal = tool.terminal("set", "Network.Lan.Password", "-")
+    terminal = tool.terminal("set", "--create", "Network.Lan.Password", "-")
     terminal.wait_for("Network.Lan.Password: ")
     terminal.type("unsichtbar\n")
     assert terminal.finish() == 0
@@ -49,7 +49,7 @@ def test_a_secret_is_typed_unseen(tool):
 
 
 def test_an_interrupted_secret_leaves_a_terminal_that_shows_what_is_typed(tool):
-    terminal = tool.terminal("set", "Network.Lan.Password", "-")
+    terminal = tool.terminal("set", "--create", "Network.Lan.Password", "-")
     terminal.wait_for("Network.Lan.Password: ")
     assert not terminal.echoes
     terminal.type("half\x03")  # interrupt
@@ -61,7 +61,7 @@ def test_an_interrupted_secret_leaves_a_terminal_that_shows_what_is_typed(tool):
 
 
 def test_an_interrupt_that_is_ignored_leaves_the_question_open(tool):
-    terminal = tool.terminal("set", "Network.Lan.Password", "-", ignored=(signal.SIGINT,))
+    terminal = tool.terminal("set", "--create", "Network.Lan.Password", "-", ignored=(signal.SIGINT,))
     terminal.wait_for("Network.Lan.Password: ")
     terminal.type("half\x03")  # the terminal itself forgets the line
     terminal.type("whole\n")
@@ -70,7 +70,7 @@ def test_an_interrupt_that_is_ignored_leaves_the_question_open(tool):
 
 
 def test_the_end_of_the_input_is_no_secret(tool):
-    terminal = tool.terminal("set", "Network.Lan.Password", "-")
+    terminal = tool.terminal("set", "--create", "Network.Lan.Password", "-")
     terminal.wait_for("Network.Lan.Password: ")
     terminal.type("\x04")
     assert terminal.finish() == 11
@@ -78,7 +78,7 @@ def test_the_end_of_the_input_is_no_secret(tool):
 
 
 def test_two_secrets_are_asked_for_one_after_the_other(tool):
-    terminal = tool.terminal("set", "Network.A.Password=-", "Network.B.Password=-")
+    terminal = tool.terminal("set", "--create", "Network.A.Password=-", "Network.B.Password=-")
     for name in ("A", "B"):
         terminal.wait_for(f"Network.{name}.Password: ")
         terminal.type(f"secret {name}\n")
@@ -87,7 +87,7 @@ def test_two_secrets_are_asked_for_one_after_the_other(tool):
 
 
 def test_long_output_is_paged_and_coloured_on_a_terminal_alone(tool):
-    assert tool("set", "-", stdin=long_lines()).status == 0
+    assert tool("set", "-", "--create", stdin=long_lines()).status == 0
     terminal = tool.terminal("tree", environment={"PAGER": "sed s/^/paged:/"})
     assert terminal.finish() == 0
     assert "paged:" in terminal.text and "\033[" in terminal.text
@@ -103,7 +103,7 @@ def test_long_output_is_paged_and_coloured_on_a_terminal_alone(tool):
 
 
 def test_the_pager_is_the_tools_own_or_the_users(tool):
-    assert tool("set", "-", stdin=long_lines()).status == 0
+    assert tool("set", "-", "--create", stdin=long_lines()).status == 0
     both = {"VELTRANCORD_PAGER": "sed s/^/own:/", "PAGER": "sed s/^/user:/", "NO_COLOR": "1"}
     terminal = tool.terminal("tree", environment=both)
     assert terminal.finish() == 0
@@ -115,7 +115,7 @@ def test_the_pager_is_the_tools_own_or_the_users(tool):
 
 
 def test_a_pager_that_is_not_there_hides_nothing(tool):
-    assert tool("set", "-", stdin=long_lines()).status == 0
+    assert tool("set", "-", "--create", stdin=long_lines()).status == 0
     terminal = tool.terminal("tree", environment={"PAGER": "/nonexistent/pager", "NO_COLOR": "1"})
     assert terminal.finish() == 0
     assert "V0 = 0" in terminal.text and "V49 = 49" in terminal.text
@@ -123,7 +123,7 @@ def test_a_pager_that_is_not_there_hides_nothing(tool):
 
 def test_a_pager_may_be_left_early(tool):
     lines = "".join(f"Network.Many.V{n}={'v' * 4000}\n" for n in range(60))
-    assert tool("set", "-", stdin=lines).status == 0
+    assert tool("set", "-", "--create", stdin=lines).status == 0
     terminal = tool.terminal("tree", environment={"PAGER": "head -n 3"})
     assert terminal.finish() == 0
     assert "V59" not in terminal.text
@@ -132,7 +132,7 @@ def test_a_pager_may_be_left_early(tool):
 def test_the_usual_pager(tool):
     if shutil.which("less") is None:
         pytest.skip("less is not installed")
-    assert tool("set", "-", stdin=long_lines()).status == 0
+    assert tool("set", "-", "--create", stdin=long_lines()).status == 0
     terminal = tool.terminal("tree", environment={"NO_COLOR": "1"})
     terminal.wait_for("V5 = 5")
     assert "V49 = 49" not in terminal.text  # on the next page
@@ -144,7 +144,7 @@ def test_an_edit_that_cannot_be_read_may_be_taken_up_again(tool):
     tool.device.install_script("/tmp/editor", "#!/bin/sh\n"
                                'if [ -e "$0.again" ]; then sed -i "s/^no setting$/Network.Lan.New=1/" "$1"\n'
                                'else : > "$0.again"; echo "no setting" >> "$1"; fi\n')
-    terminal = tool.terminal("edit", "Network", environment={
+    terminal = tool.terminal("edit", "Network", "--create", environment={
         "EDITOR": str(tool.device.outside("/tmp/editor")), "NO_COLOR": "1"})
     terminal.wait_for("line 5 has no '='")
     terminal.wait_for("edit it again? [y/N]")
