@@ -71,17 +71,36 @@ def test_every_setting_attribute_and_file_is_in_the_configuration_manual():
 
 
 def test_links_between_the_manuals_lead_somewhere():
-    documents = [REPOSITORY / "README.md", REPOSITORY / "examples/README.md",
+    documents = [*REPOSITORY.glob("*.md"), REPOSITORY / "examples/README.md",
                  *(REPOSITORY / "docs").glob("*.md")]
+    assert len(documents) > 15
     for document in documents:
         for target in re.findall(r"\]\(([^)#]+)(?:#[\w-]*)?\)", document.read_text()):
             if not target.startswith(("http:", "https:")):
                 assert (document.parent / target).exists(), (document.name, target)
 
 
+def test_the_index_lists_every_document_and_page():
+    index = (REPOSITORY / "docs/README.md").read_text()
+    for document in (REPOSITORY / "docs").glob("*.md"):
+        assert document.name == "README.md" or f"]({document.name})" in index, document.name
+    for page in (REPOSITORY / "client/man").glob("*.[1-8]"):
+        assert f"`{page.stem}({page.suffix[1:]})`" in index, page.name
+
+
+def test_no_licence_is_claimed_before_one_is_chosen():
+    for name in ("CONTRIBUTING.md", "CHANGELOG.md", "packaging/debian/copyright"):
+        assert "No licence has been chosen yet" in (REPOSITORY / name).read_text(), name
+    texts = [*REPOSITORY.glob("*.md"), *(REPOSITORY / "docs").glob("*.md"),
+             *(REPOSITORY / "packaging/debian").iterdir(), *(REPOSITORY / "client").rglob("*.toml")]
+    assert not [(text.name, claim) for text in texts for claim in re.findall(
+        r"\bFork\b|[Aa]ll rights reserved|Proprietary|License ::|\b(?:GPL|MIT|Apache|BSD)\b",
+        text.read_text())]
+
+
 def test_every_file_that_the_manuals_name_is_there():
     """Paths of the tree in backquotes; a name behind a comma is of the same folder."""
-    for document in [REPOSITORY / "README.md", *(REPOSITORY / "docs").glob("*.md")]:
+    for document in [*REPOSITORY.glob("*.md"), *(REPOSITORY / "docs").glob("*.md")]:
         for path in re.findall(r"`((?:src|tests|tools|docs|examples|client|packaging|fuzz|bench|cmake)/"
                                r"[\w./-]+)`", document.read_text()):
             assert (REPOSITORY / path).exists(), (document.name, path)
