@@ -17,6 +17,7 @@
 #include "difference.h"
 #include "directory_check.h"
 #include "leaf/file_replacer.h"
+#include "leaf/kept_original.h"
 #include "leaf/trusted_program.h"
 #include "process_facts.h"
 #include "service.h"
@@ -113,8 +114,12 @@ void diagnose_directory(const std::string& directory, diagnosis_list& list) {
             continue;
         }
         const bool leftover = is_replacement_leftover(name);
+        const bool kept = is_kept_original(name);
         list.push_back(
-            {leftover ? "leftover" : "file", leftover ? state::warning : state::info,
+            {leftover ? "leftover"
+             : kept   ? "kept"
+                      : "file",
+             leftover || kept ? state::warning : state::info,
              path + ": " + std::to_string(status.st_size) + " bytes, " + age_of(status.st_mtime)});
     }
 }

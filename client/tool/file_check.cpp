@@ -13,6 +13,7 @@
 #include "encoding/secret.h"
 #include "leaf/file_replacer.h"
 #include "leaf/file_text.h"
+#include "leaf/kept_original.h"
 #include "quiet_output.h"
 #include "store/document_set.h"
 #include "store/value.h"
@@ -189,6 +190,12 @@ bool check_files(const std::string& directory, std::vector<finding>& findings) {
             findings.push_back(
                 {name, "", "leftover",
                  "was left by a save that was cut; the service removes it at start"});
+            continue;
+        }
+        if (is_kept_original(name)) {
+            findings.push_back({name, "", "kept",
+                                "is the original of a damaged file, from before it was replaced; "
+                                "save what is needed of it and remove it"});
             continue;
         }
         XmlDocument* document = nullptr;

@@ -54,6 +54,7 @@
 #include <memory>
 #include <utility>
 
+#include "leaf/kept_original.h"
 #include "leaf/message.h"
 #include "leaf/path_walk.h"
 #include "leaf/result.h"
@@ -354,7 +355,8 @@ bool file_replacement::write_in_place() {
         return write_whole(file.get(), content_);
     }
     kept_content old;
-    if (!old.read(file.get(), static_cast<std::size_t>(status.st_size)) ||
+    if (!part_from_kept_original(directory_.get(), name_, status) ||
+        !old.read(file.get(), static_cast<std::size_t>(status.st_size)) ||
         !reserve(file.get(), status.st_size, content_.size())) {
         return false;
     }

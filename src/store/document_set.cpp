@@ -15,6 +15,7 @@
 #include "leaf/bounded_text.h"
 #include "leaf/file_replacer.h"
 #include "leaf/file_text.h"
+#include "leaf/kept_original.h"
 #include "leaf/message.h"
 
 namespace veltrancord {
@@ -138,7 +139,8 @@ int32_t LoadXmlDir(const char* dir) {
     if (DIR* const entries = ::opendir(g_configDir); entries != nullptr) {
         while (const dirent* const entry = ::readdir(entries)) {
             const std::string_view name(entry->d_name);
-            if (name != "." && name != ".." && !is_replacement_leftover(name)) {
+            if (name != "." && name != ".." && !is_replacement_leftover(name) &&
+                !is_kept_original(name)) {
                 LoadEntry(entry->d_name);
             }
         }

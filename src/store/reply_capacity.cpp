@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "leaf/file_replacer.h"
+#include "leaf/kept_original.h"
 #include "leaf/message.h"
 
 namespace veltrancord {
@@ -30,7 +31,7 @@ void scan_reply_capacity(const char* directory) {
     uint64_t sum = 0;
     while (const dirent* const entry = ::readdir(entries)) {
         struct stat status = {};
-        if (is_replacement_leftover(entry->d_name)) {
+        if (is_replacement_leftover(entry->d_name) || is_kept_original(entry->d_name)) {
             continue;
         }
         if (::fstatat(::dirfd(entries), entry->d_name, &status, 0) != 0) {

@@ -2,12 +2,16 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
 
 #include "leaf/file_replacer.h"
 #include "leaf/file_text.h"
+#include "leaf/kept_original.h"
+#include "leaf/message.h"
 #include "leaf/result.h"
 #include "leaf/whole_io.h"
 #include "store/change.h"
@@ -43,24 +47,21 @@ int32_t answer_failure(const file_replacement& replacement) {
 int32_t put_into_list(const std::string& name, const std::string& path,
                       std::unique_ptr<XmlDocument> doc) {
     g_pendingSaves.fresh = true;
-    XmlDocNode* const old = find_document_of(name);
+    XmlDocNode* const old = FindXmlDocNode(name);
     if (AddXmlDocNode(name, path, std::move(doc)) == nullptr) {
         return result_failed;
     }
     if (old != nullptr) {
-        if (path != old->path && ::unlink(old->path) == 0) {
-            static_cast<void>(flush_directory(XmlConfigDir()));  // as good as it gets
-        }
         RemoveXmlDocNode(old);
     }
     return result_ok;
 }
 
-// A file that cannot be removed is no failure: the document is forgotten all the same, until the
-// next start finds its file.
+// A file that cannot be removed is no failure, only worth a line: the document is forgotten all the
+// same, until the next start finds its file.
 void remove_document(XmlDocNode& node) {
-    if (node.path[0] != '\0') {
-        ::unlink(node.path);
+    if (node.path[0] != '\0' && ::unlink(node.path) != 0 && errno != ENOENT) {
+        print_error("remove_document %s error : %s\n", node.path, std::strerror(errno));
     }
     RemoveXmlDocNode(&node);
     g_pendingSaves.fresh = true;
@@ -75,15 +76,13 @@ int32_t documents_removed() {
 
 }  // namespace
 
-XmlDocNode* find_document_of(std::string_view element_name) {
-    return FindXmlDocNode(element_name.substr(0, sizeof(XmlDocNode::name) - 1));
-}
-
 int32_t create_document(const TiXmlElement& element) {
     const std::string& name = element.ValueStr();
     const std::string path = std::string(XmlConfigDir()).append("/").append(name);
-    if (path.size() >= sizeof(XmlDocNode::path)) {
-        return result_ok;  // skipped: its record would cut the path and be saved to another file
+    // The next start would skip such a file, and a cut name be taken for another document's.
+    if (name.size() >= sizeof(XmlDocNode::name) || path.size() >= sizeof(XmlDocNode::path)) {
+        print_error("%s name too long, skip strxmlPath=%s\n", "create_document", path.c_str());
+        return result_ok;
     }
     std::string text;
     PrintXml(element, 1, text);
@@ -98,6 +97,10 @@ int32_t create_document(const TiXmlElement& element) {
         if (doc == nullptr) {
             return result_failed;
         }
+    }
+    const XmlDocNode* const old = FindXmlDocNode(name);
+    if (old != nullptr && old->damaged && keep_original(old->path) != result_ok) {
+        return result_failed;
     }
     if (replacement.commit() < 0) {
         if (!replacement.replaced()) {

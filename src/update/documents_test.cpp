@@ -1,5 +1,8 @@
 #include "update/documents.h"
 
+#include <cerrno>
+#include <cstring>
+
 #include "leaf/result.h"
 #include "support/loaded_directory.h"
 #include "update/handlers.h"
@@ -66,9 +69,22 @@ TEST_F(DocumentRemoval, RemovesExactlyThatFile) {
     EXPECT_EQ(names(config_), (texts{"a", "b;x"}));
 }
 
+TEST_F(DocumentRemoval, SaysSoWhereTheFileStays) {
+    std::filesystem::remove(config_ / "Account");
+    std::filesystem::create_directory(config_ / "Account");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(remove_setting("Account.*"), result_ok);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "remove_document " +
+                                                          (config_ / "Account").string() +
+                                                          " error : " + strerror(EISDIR) + "\n");
+    EXPECT_EQ(loaded(), texts{"Network"});
+}
+
 TEST_F(DocumentRemoval, ForgetsADocumentWhoseFileIsGone) {
     std::filesystem::remove(config_ / "Account");
+    testing::internal::CaptureStderr();
     EXPECT_EQ(remove_setting("Account.*"), result_ok);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(loaded(), texts{"Network"});
 }
 

@@ -60,7 +60,7 @@ int32_t upload_element(TiXmlElement& element) {
 }
 
 int32_t restore_element(TiXmlElement& element) {
-    MergeXmlDoc(find_document_of(element.ValueStr()), &element);
+    MergeXmlDoc(FindXmlDocNode(element.ValueStr()), &element);
     const int32_t result = create_document(element);
     if (result < 0) {
         return result;
@@ -70,7 +70,7 @@ int32_t restore_element(TiXmlElement& element) {
 }
 
 int32_t sync_element(TiXmlElement& element) {
-    XmlDocNode* const node = find_document_of(element.ValueStr());
+    XmlDocNode* const node = FindXmlDocNode(element.ValueStr());
     if (node == nullptr || node->doc == nullptr) {
         return create_document(element);
     }

@@ -317,33 +317,46 @@ TEST_F(ExchangeCommands, OldFileAndDocumentStayWhereTheNewOneHasNoRoom) {
     put(config_ / "B", "<B>1</B>");
 }
 
-TEST_F(ExchangeCommands, SkipNamesThatARecordCannotHold) {
-    ASSERT_EQ(LoadXmlDir(config_.c_str()), 0);
-    const std::string name(128 - config_.string().size() - 1, 'n');
-    const std::string fits = name.substr(1);
-    const std::string longer =
-        "<R><" + name + ">1</" + name + "><" + fits + ">2</" + fits + "></R>";
-    EXPECT_EQ(run(upload_handle, exchange(longer)), result_ok);
-    EXPECT_EQ(names(config_), texts{fits});
+// A name that agrees with a loaded one in all that a record holds must not touch that document.
+TEST_F(ExchangeCommands, SkipNamesThatTheNextStartWouldSkip) {
+    const std::string fits(63, 'n');
+    const std::string longer = fits + "n";
+    load_in_order({{fits.c_str(), ("<" + fits + ">old</" + fits + ">").c_str()}});
+    const std::string path = exchange("<R><" + longer + ">1</" + longer + "><A>2</A></R>");
+    for (command_handler* handler : {upload_handle, restore_handle, syncxml_handle}) {
+        CaptureStderr();
+        EXPECT_EQ(run(handler, path), result_ok);
+        EXPECT_EQ(GetCapturedStderr(), "create_document name too long, skip strxmlPath=" +
+                                           (config_ / longer).string() + "\n");
+        EXPECT_EQ(file(fits.c_str()), "<" + fits + ">old</" + fits + ">");
+        EXPECT_EQ(value(fits.c_str()), "old");
+        EXPECT_EQ(value("A"), "2");
+        EXPECT_EQ(names(config_), (texts{"A", fits}));
+    }
 }
 
-TEST_F(ExchangeCommands, ReplaceADocumentOfALongName) {
-    ASSERT_EQ(LoadXmlDir(config_.c_str()), 0);
-    const std::string name(80, 'n');
-    const std::string path = exchange("<R><" + name + ">1</" + name + "></R>");
-    EXPECT_EQ(run(upload_handle, path), result_ok);
-    EXPECT_EQ(run(upload_handle, path), result_ok);
-    EXPECT_EQ(loaded(), texts{std::string(63, 'n')});
-    EXPECT_EQ(names(config_), texts{name});
+TEST_F(ExchangeCommands, KeepTheOriginalOfADamagedFile) {
+    for (command_handler* handler : {upload_handle, restore_handle}) {
+        put(config_ / "A", "<A><V>1</V><A");
+        ASSERT_EQ(LoadXmlDir(config_.c_str()), 0);
+        ASSERT_TRUE(FindXmlDocNode("A")->damaged);
+        EXPECT_EQ(run(handler, exchange("<R><A><W>2</W></A></R>")), result_ok);
+        EXPECT_EQ(file(".veltrancord-kept.A"), "<A><V>1</V><A");
+        EXPECT_FALSE(FindXmlDocNode("A")->damaged);
+        EXPECT_EQ(run(handler, exchange("<R><A><W>3</W></A></R>")), result_ok);
+        EXPECT_EQ(file(".veltrancord-kept.A"), "<A><V>1</V><A");  // the next one is no original
+        FreeXmlDocs();
+    }
 }
 
-TEST_F(ExchangeCommands, RemoveTheFormerFileOfADocumentThatMoves) {
+TEST_F(ExchangeCommands, ReplaceNoDamagedFileThatCannotBeKept) {
+    put(config_ / "A", "<A><V>1</V><A");
     ASSERT_EQ(LoadXmlDir(config_.c_str()), 0);
-    put(base_ / "elsewhere", "<A>1</A>");
-    AddXmlDocNode("A", (base_ / "elsewhere").string(), std::make_unique<XmlDocument>("A"));
-    EXPECT_EQ(run(upload_handle, exchange("<R><A>2</A></R>")), result_ok);
-    EXPECT_FALSE(std::filesystem::exists(base_ / "elsewhere"));
-    EXPECT_EQ(file("A"), "    <A>2</A>");
+    std::filesystem::create_directory(config_ / ".veltrancord-kept.A");
+    EXPECT_EQ(run(upload_handle, exchange("<R><A><W>2</W></A></R>")), result_failed);
+    EXPECT_EQ(file("A"), "<A><V>1</V><A");
+    EXPECT_EQ(value("A.V"), "1");
+    EXPECT_EQ(names(config_), (texts{".veltrancord-kept.A", "A"}));
 }
 
 TEST_F(ExchangeCommands, RestoreKeepsCurrentSettingsAndAddsWhatTheFileHas) {

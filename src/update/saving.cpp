@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "leaf/file_replacer.h"
+#include "leaf/kept_original.h"
 #include "leaf/result.h"
 #include "leaf/termination.h"
 #include "store/change.h"
@@ -21,11 +22,15 @@ bool nothing_may_be_saved() {
 
 // Return: false after one line on standard error; the flags are then as they were.
 bool save_document(XmlDocNode& node) {
+    if (node.damaged && keep_original(node.path) != result_ok) {
+        return false;
+    }
     const bool saved = replace_file(node.path, TextToSave(*node.doc)) == result_ok;
     LetGoOfLongText();
     if (!saved) {
         return false;
     }
+    node.damaged = false;
     node.saveFlags &= ~both_flags;
     return true;
 }

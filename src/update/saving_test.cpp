@@ -126,6 +126,31 @@ TEST_F(DocumentSaving, AnUploadOrARemovalIsAChangeToo) {
     EXPECT_EQ(save(100), "");
 }
 
+TEST_F(DocumentSaving, KeepsTheOriginalOfADamagedFile) {
+    FreeXmlDocs();
+    const std::string damaged = "<Account><Name>old</Name><Rest>1</Rest><Acc";
+    put(config_ / "Account", damaged);
+    ASSERT_EQ(LoadXmlDir(config_.c_str()), 0);
+    ASSERT_EQ(set_element_value("Account.Name", "new", true), result_ok);
+    const std::filesystem::path kept = config_ / ".veltrancord-kept.Account";
+    std::filesystem::create_directory(kept);
+    EXPECT_EQ(save(), "keep_original " + (config_ / "Account").string() +
+                          " error : " + strerror(EISDIR) + "\n");
+    EXPECT_EQ(file("Account"), damaged);
+    EXPECT_EQ(flags("Account"), DOC_SAVE_FLASH);
+    std::filesystem::remove(kept);
+    EXPECT_EQ(save(save_retry_seconds), "");
+    EXPECT_EQ(get(kept), damaged);
+    EXPECT_EQ(file("Account"), document("Account"));
+    ASSERT_EQ(set_element_value("Account.Name", "newer", true), result_ok);
+    EXPECT_EQ(save(), "");
+    EXPECT_EQ(get(kept), damaged);  // what was served in part is no original
+    FreeXmlDocs();
+    ASSERT_EQ(LoadXmlDir(config_.c_str()), 0);
+    EXPECT_EQ(loaded().size(), 2U);
+    EXPECT_EQ(get(kept), damaged);
+}
+
 // The text of the last save is kept for the next: no change may pass it by.
 TEST_F(DocumentSaving, SavesEveryKindOfChangeBehindEveryOther) {
     const std::string exchange = (base_ / "exchange").string();

@@ -170,6 +170,25 @@ def test_leftovers_are_swept_at_the_start_and_nothing_else(device):
     assert device.read_file("/tmp/out").count(b"<Account>") == 1
 
 
+@pytest.mark.fault("S6")
+def test_the_original_of_a_damaged_file_is_kept(device):
+    damaged = b"<Account>\n    <Name>old</Name>\n    <User1>1</User1>\0   <User2>2</User2>\n</Account>\n"
+    device.write_documents({"Account": damaged, "Network": NETWORK})
+    device.start()
+    assert device.request("readvalue:Account.User1").text == "1"
+    assert device.request("write:Network.Mode=new\nAccount.Name=new").code == 2
+    assert device.read_document(".veltrancord-kept.Account") == damaged
+    assert device.read_document("Account") == (
+        b"<Account>\n    <Name>new</Name>\n    <User1>1</User1>\n</Account>\n")
+    assert device.request("write:Account.Name=newer").code == 1
+    device.restart()
+    assert device.request("write:Account.Name=newest").code == 1
+    assert device.read_document(".veltrancord-kept.Account") == damaged
+    assert names(device) == [".veltrancord-kept.Account", "Account", "Network"]
+    assert device.request("remove:Account.*").code == 0
+    assert names(device) == [".veltrancord-kept.Account", "Network"]
+
+
 def test_syncmemtoflash(service):
     device = service({"Account": ACCOUNT, "Network": NETWORK})
     assert device.request("syncmemtoflash:").code == 0

@@ -43,6 +43,7 @@ FILES = {
     "Roots": "<Roots><A>1</A></Roots><Second/>",
     "Path": "<Path>" + ("<" + "p" * 251 + ">") + "1" + ("</" + "p" * 251 + ">") + "</Path>",
     ".veltrancord-new.Network": "<Netw",
+    ".veltrancord-kept.Network": "<Network><Lan><",
     "Stored": "<Stored><Password>enc:183:" + "A" * 248 + "</Password></Stored>",
     "Notification": ("<Notification><Log><BitDefine><Num>4</Num><Def1><Bit>10</Bit></Def1>"
                      "<Def2><Bit>0x10</Bit></Def2><Def3><Bit>0x123456789</Bit></Def3></BitDefine>"
@@ -62,6 +63,7 @@ EXPECTED = {
     ("Roots", "", "second-root"),
     ("Path", "Path." + "p" * 251, "long-path"),
     (".veltrancord-new.Network", "", "leftover"),
+    (".veltrancord-kept.Network", "", "kept"),
     ("Pipe", "", "skipped"),
     ("Stored", "Stored.Password", "long-value"),
     ("Empty", "", "skipped"),
@@ -117,7 +119,7 @@ def test_fsck_agrees_with_the_service_on_what_is_loaded(tool):
 def test_every_kind_that_there_is_is_tested_here():
     sources = "".join((REPOSITORY / f"client/tool/{name}").read_text()
                       for name in ("file_check.cpp", "setting_check.cpp"))
-    kinds_there_are = set(re.findall(r'"([a-z]+(?:-[a-z]+)+|unparsable|damaged|leftover|skipped)",', sources))
+    kinds_there_are = set(re.findall(r'"([a-z]+(?:-[a-z]+)+|unparsable|damaged|leftover|kept|skipped)",', sources))
     tested = {kind for _, _, kind in EXPECTED} | {"rule-permit"}
     assert kinds_there_are == tested
 
