@@ -1,5 +1,6 @@
-// Waiting by alarm, and a clock for intervals. Nothing in the service's own flow uses these two;
-// they are kept for the programs that are built from its sources.
+// Waiting by alarm, and a clock for intervals. Nothing in the service calls these two. Programs of
+// the device that are built with its library do: one thread that waits a while between two tries
+// and tells how long something took, whatever the wall clock is set to.
 #pragma once
 
 #include <cstdint>

@@ -134,8 +134,9 @@ def test_terminated_at_random_under_load(device, long_form, figure):
             device.send_signal(victim, rng.choice((signal.SIGTERM, signal.SIGHUP)))
         assert device.wait_for_end(supervisor, device.patience) == 1
         load.check_files()
-        if victim == supervisor:  # the worker outlives it
-            device.power_cut()
+        if victim == supervisor:  # its worker finds the socket shut, and ends
+            assert device.wait_for_end(worker, device.patience) == 1
+        assert [p.pid for p in device.processes()] == [1]
         load.check_files()
         assert set(device.list_directory(CONFIGURATION)) <= {
             "Account", *Load.documents(), *(f".veltrancord-new.{n}" for n in Load.documents())}
