@@ -47,7 +47,7 @@ def those(kind):
 
 
 def test_every_kind_of_sample_is_known_here():
-    assert {sample.kind for sample in SAMPLES} == {"sh", "c", "python", "xml", "requests", "hex"}
+    assert {sample.kind for sample in SAMPLES} == {"sh", "c", "python", "xml", "requests", "hex", "ini"}
     assert len(SAMPLES) > 25
 
 
@@ -202,6 +202,19 @@ def test_the_documents_of_the_configuration(service):
     (sample,) = [one for one in those("xml") if one.document == "docs/configuration.md"]
     root = xml.etree.ElementTree.fromstring(sample.text).tag
     assert service({root: sample.text + "\n"}).request("readvalue:Network.Lan.Mtu") == (4, b"1500")
+
+
+def limits_of(text):
+    return {name: int(size) for name, size in re.findall(r"^(\w+)=(\d+)M$", text, re.MULTILINE)}
+
+
+def test_the_drop_in_raises_what_the_unit_limits():
+    unit = limits_of((REPOSITORY / "packaging/systemd/veltrancord.service.in").read_text())
+    (sample,) = those("ini")
+    raised = limits_of(sample.text)
+    assert raised.keys() == {"LimitAS", "MemoryMax"}
+    assert all(size > unit[name] for name, size in raised.items())
+    assert raised["MemoryMax"] >= raised["LimitAS"] + 64
 
 
 def test_every_xml_sample_has_its_test():
