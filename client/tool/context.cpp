@@ -11,6 +11,7 @@
 
 #include "exit_status.h"
 #include "pager.h"
+#include "terminal_text.h"
 
 namespace veltrancord::tool {
 
@@ -45,9 +46,18 @@ std::string_view context::line_end() const {
 }
 
 int context::finish(int status) {
+    if (isatty(STDOUT_FILENO) == 1) {
+        output_ = terminal_text(output_, locale_is_utf8());
+    }
     const bool written = no_pager ? write_whole(STDOUT_FILENO, output_) : show_paged(output_);
     output_.clear();
     return written || status != exit_done ? status : exit_failed;
+}
+
+bool context::print_now(std::string_view text) {
+    return write_whole(STDOUT_FILENO, isatty(STDOUT_FILENO) == 1
+                                          ? terminal_text(text, locale_is_utf8())
+                                          : std::string(text));
 }
 
 void context::print_settings(const setting_list& settings) {
@@ -76,12 +86,15 @@ void context::print_settings(const setting_list& settings) {
 
 bool context::colours() const {
     const char* no_color = std::getenv("NO_COLOR");
-    return may_colour && (no_color == nullptr || *no_color == '\0') && isatty(STDOUT_FILENO) == 1;
+    const char* terminal = std::getenv("TERM");
+    return may_colour && (no_color == nullptr || *no_color == '\0') && terminal != nullptr &&
+           *terminal != '\0' && std::strcmp(terminal, "dumb") != 0 && isatty(STDOUT_FILENO) == 1;
 }
 
 std::string context::coloured(const char* sequence, std::string_view text) const {
-    std::string result(text);
-    return colours() ? "\033[" + std::string(sequence) + "m" + result + "\033[0m" : result;
+    const std::string mark(colour_mark);
+    const std::string result(text);
+    return colours() ? mark + sequence + "m" + result + mark + "0m" : result;
 }
 
 std::string context::reason_of(int32_t result) {
@@ -139,12 +152,12 @@ int context::print_failure(int status, std::string_view subject, const json& cod
             line.append(" (").append(code.dump()).append(")");
         }
     }
-    std::fprintf(stderr, "%s\n", line.c_str());
+    print_to_error(line);
     return status;
 }
 
 void context::note(std::string_view text) {
-    std::fprintf(stderr, "veltrancordctl: %.*s\n", static_cast<int>(text.size()), text.data());
+    print_to_error("veltrancordctl: " + std::string(text));
 }
 
 std::string shell_name(std::string_view path) {

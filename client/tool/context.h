@@ -50,10 +50,14 @@ class context {
 
     int finish(int status);
 
+    // Prints at once, for what goes on for ever. Return: false when it could not be written.
+    [[nodiscard]] static bool print_now(std::string_view text);
+
     // Prints settings in the form asked for, secrets masked.
     void print_settings(const setting_list& settings);
 
-    // Whether standard output is a terminal that may be coloured; `text` in that colour or plain.
+    // Whether standard output is a terminal that may be coloured; `text` in that colour, marked as
+    // terminal_text.h says, or plain.
     [[nodiscard]] bool colours() const;
     [[nodiscard]] std::string coloured(const char* sequence, std::string_view text) const;
 

@@ -186,7 +186,7 @@ int run_follow(context& tool, const list_options& options) {
         for (std::size_t index = count_new(before, now); result >= 0 && index > 0; --index) {
             const veltrancord_log_record& record = now[index - 1];
             if ((record.type & mask) != 0) {
-                if (!write_whole(STDOUT_FILENO, followed_line(tool, record, names))) {
+                if (!context::print_now(followed_line(tool, record, names))) {
                     return exit_failed;
                 }
             }

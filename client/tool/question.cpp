@@ -15,6 +15,7 @@
 #include "exit_status.h"
 #include "file_name.h"
 #include "leaf/owned_fd.h"
+#include "terminal_text.h"
 
 namespace veltrancord::tool {
 
@@ -22,7 +23,7 @@ bool asked_yes(const std::string& question) {
     if (isatty(STDIN_FILENO) != 1) {
         return false;
     }
-    std::fprintf(stderr, "%s [y/N] ", question.c_str());
+    std::fprintf(stderr, "%s [y/N] ", terminal_text(question, locale_is_utf8()).c_str());
     std::fflush(stderr);
     std::string answer;
     for (int letter = std::getchar(); letter != EOF && letter != '\n'; letter = std::getchar()) {

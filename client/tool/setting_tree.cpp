@@ -1,8 +1,12 @@
 #include "setting_tree.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string_view>
+
+#include "terminal_text.h"
 
 namespace veltrancord::tool {
 
@@ -21,19 +25,33 @@ node& child_of(node& parent, std::string_view name) {
     return parent.children.back();
 }
 
+struct branches {
+    const char* inner;  // to a child with others behind it
+    const char* last;
+    const char* beside;  // beside what lies below a child with others behind it
+};
+
+// A terminal without UTF-8 gets what it can show.
+const branches& branches_of_terminal() {
+    static constexpr branches drawn{"├── ", "└── ", "│   "};
+    static constexpr branches plain{"|-- ", "`-- ", "|   "};
+    return isatty(STDOUT_FILENO) == 1 && !locale_is_utf8() ? plain : drawn;
+}
+
 void draw(const node& parent, const std::string& indent, const context& tool, std::string& out) {
+    const branches& lines = branches_of_terminal();
     for (std::size_t index = 0; index < parent.children.size(); ++index) {
         const node& child = parent.children[index];
         const bool last = index + 1 == parent.children.size();
         out += indent;
-        out += last ? "└── " : "├── ";
+        out += last ? lines.last : lines.inner;
         out += child.children.empty() ? child.name : tool.coloured("1;34", child.name);
         if (child.has_value) {
             out += " = ";
             out += tool.coloured("32", shown_value({child.name, child.value}, tool.reveal));
         }
         out += '\n';
-        draw(child, indent + (last ? "    " : "│   "), tool, out);
+        draw(child, indent + (last ? "    " : lines.beside), tool, out);
     }
 }
 

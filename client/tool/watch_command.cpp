@@ -110,12 +110,13 @@ int read_now(context& tool, const std::string& path, setting_map& settings) {
 }
 
 int tell(context& tool, const watch_options& options, const std::vector<setting_change>& changes) {
+    tool.may_colour = tool.may_colour && options.program.empty();
     const json list = difference_json(tool, changes);
     const std::string text = tool.form == output_form::json    ? one_line(list) + "\n"
                              : tool.form == output_form::shell ? shell_assignments(list, "\n")
                                                                : difference_text(tool, changes);
     if (options.program.empty()) {
-        return write_whole(STDOUT_FILENO, text) ? exit_done : exit_failed;
+        return context::print_now(text) ? exit_done : exit_failed;
     }
     return run_program(options.program, text)
                ? exit_done

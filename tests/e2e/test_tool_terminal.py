@@ -4,6 +4,7 @@ import os
 import re
 import shutil
 import signal
+import struct
 
 import pytest
 
@@ -233,3 +234,45 @@ def test_completion_of_words_and_live_paths(tool):
     tool.device.stop()
     silent = tool("complete", "--", "get", "Net")
     assert (silent.status, silent.stdout, silent.stderr) == (0, "", "")
+
+
+@pytest.mark.parametrize("words", [
+    ["get", "Network.Lan.Label"], ["get", "Network.Lan.*"], ["tree", "Network"],
+    ["raw", "readvalue", "Network.Lan.Label"], ["diff", "/dev/null"], ["log", "list"],
+    ["get", "Network.Lan.*", "--format", "shell"]])
+def test_control_bytes_are_shown_on_a_terminal_and_raw_in_a_pipe(tool, words):
+    tool.device.request(b"write:Network.Lan.Label=x\x1b[2J\x07\xc2\x9b\xff\xc3\xa9")
+    tool.device.request(b"writelog:" + struct.pack("<i6xB16sBi", 2, 1, b"x\x1b[2J", 0, 0))
+    terminal = tool.terminal(*words, environment={"LANG": "de_DE.UTF-8"})
+    terminal.finish()
+    plain = re.sub(r"\x1b\[[0-9;]*m", "", terminal.text)
+    assert "\x1b" not in plain and "\x07" not in plain and "\\x1b[2J" in plain
+    if words[0] != "log":
+        assert r"\x07\xc2\x9b\xffé" in plain
+        assert "\x1b[2J" in tool(*words).stdout
+
+
+def test_a_terminal_without_utf_8_gets_none(tool):
+    tool.device.request("write:Network.Lan.Label=é".encode())
+    for environment, utf8 in (({"LANG": "C"}, False), ({}, False), ({"LC_ALL": "C.UTF-8"}, True),
+                              ({"LC_ALL": "C", "LANG": "C.UTF-8"}, False)):
+        terminal = tool.terminal("tree", "Network", environment={"NO_COLOR": "1", **environment})
+        terminal.finish()
+        assert terminal.text.isascii() is not utf8
+        assert ("├── Lan" if utf8 else "|-- Lan") in terminal.text
+
+
+def test_a_terminal_that_knows_no_colours_gets_none(tool):
+    for name in ("dumb", ""):
+        terminal = tool.terminal("tree", "Network", environment={"TERM": name})
+        terminal.finish()
+        assert "\033" not in terminal.text
+    terminal = tool.terminal("tree", "Network")
+    terminal.finish()
+    assert "\033[" in terminal.text
+
+
+def test_what_a_failure_names_is_shown_too(tool):
+    terminal = tool.terminal("get", "Network.\x1b[2J")
+    assert terminal.finish() == 1
+    assert "\x1b" not in terminal.text and "Network.\\x1b[2J" in terminal.text
