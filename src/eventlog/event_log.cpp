@@ -11,6 +11,7 @@
 #include "leaf/bounded_text.h"
 #include "leaf/file_replacer.h"
 #include "leaf/file_text.h"
+#include "leaf/kept_original.h"
 #include "leaf/message.h"
 #include "leaf/result.h"
 #include "leaf/termination.h"
@@ -62,6 +63,11 @@ int32_t event_log::start_with_capacity(const char* path, int32_t capacity) {
     }
     if (!document_) {
         return result_failed;
+    }
+    if (document_->damaged_line() != 0) {
+        damaged_ = true;
+        print_error("%s damaged, not read from line %zu on, strxmlPath=%s\n", "init_event_log",
+                    document_->damaged_line(), path_);
     }
     find_ring();
     return result_ok;
@@ -133,8 +139,19 @@ int32_t event_log::read(const log_request& request, reply_text& reply) {
     return document_ ? log_read(*document_, ring_, cursor_, request, reply) : result_denied;
 }
 
+// What a damaged file holds beyond the log goes with its replacement, so the original is kept
+// first.
+//
+// Return: whether the file may be replaced.
+bool event_log::keep_damaged() const {
+    return !damaged_ || keep_original(path_) == result_ok;
+}
+
 int32_t event_log::clean() {
     file_replacement replacement;
+    if (!keep_damaged()) {
+        return result_failed;
+    }
     if (replacement.prepare(path_, log_document::empty_file) < 0 &&
         !replacement.settle_for_in_place()) {
         replacement.report_failure();
@@ -166,6 +183,7 @@ int32_t event_log::clean() {
         print_error("the event log holds nothing until the service is started again\n");
     }
     document_ = std::move(fresh);
+    damaged_ = false;
     ring_.clear();
     cursor_.reset();
     return result_ok;
@@ -175,7 +193,9 @@ bool event_log::save() {
     if (!document_ || is_terminating()) {
         return false;
     }
-    static_cast<void>(replace_file(path_, document_->file_text()));
+    if (keep_damaged() && replace_file(path_, document_->file_text()) == result_ok) {
+        damaged_ = false;
+    }
     return true;
 }
 

@@ -21,8 +21,9 @@ class event_log {
   public:
     // Loads the log from the file at `path` (its first 63 characters count) and sizes the ring by
     // the file system that holds it. A missing, unreadable or empty file is created anew; one that
-    // does not parse gives an empty or partial log. Prints the capacity or why there is none, and
-    // the messages of LoadFile2Buf. To be called once.
+    // does not parse gives an empty or partial log, of which a line tells, and is kept beside
+    // before it is first replaced. Prints the capacity or why there is none, and the messages of
+    // LoadFile2Buf. To be called once.
     //
     // Return: 0, or a negative value: the log then has no document and answers accordingly.
     [[nodiscard]] int32_t start(const char* path);
@@ -61,12 +62,14 @@ class event_log {
   private:
     [[nodiscard]] std::unique_ptr<log_document> load(const char* path) const;
     void find_ring();
+    [[nodiscard]] bool keep_damaged() const;
     [[nodiscard]] log_entry_text entry_to_keep(log_record record, const log_time_text& time) const;
 
     char path_[64] = "";
     std::unique_ptr<log_document> document_;
     log_ring ring_;
     log_cursor cursor_;
+    bool damaged_ = false;  // the file holds more than the document and has not been replaced yet
     bool measured_ = true;  // false: start() could not tell the capacity
 };
 

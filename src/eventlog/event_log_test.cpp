@@ -307,6 +307,46 @@ TEST_F(EventLog, AFileThatDoesNotParseStartsAnEmptyLog) {
     EXPECT_EQ(file(), "<Log>\n    <E1>1:1970:0:1:0:0:0:9:d:2</E1>\n</Log>\n");
 }
 
+TEST_F(EventLog, ADamagedFileIsKeptBeforeItIsReplaced) {
+    const std::string damaged =
+        "<Log>\n<E1>1:2024:0:1:0:0:0:1:d:2</E1>\n</Log>\n<E2>1:2024:0:1:0:0:0:2:d:2</E2>\n<E3";
+    const auto kept = [this] {
+        std::ostringstream text;
+        text << std::ifstream(directory_ + "/.veltrancord-kept.log").rdbuf();
+        return text.str();
+    };
+    for (const bool cleaned : {false, true}) {
+        write_file(damaged);
+        event_log log;
+        ASSERT_EQ(log.start_with_capacity(path_.c_str(), 5), 0);
+        EXPECT_NE(messages().find("init_event_log damaged, not read from line "),
+                  std::string::npos);
+        EXPECT_EQ(kept(), "");
+        EXPECT_EQ(cleaned ? log.clean() : add(log, 1, 0, 9), result_ok);
+        EXPECT_EQ(kept(), damaged);
+        ASSERT_EQ(add(log, 1, 0, 8), result_ok);  // replaces what is whole
+        EXPECT_EQ(kept(), damaged);
+        EXPECT_EQ(messages(), "");
+        std::filesystem::remove(directory_ + "/.veltrancord-kept.log");
+    }
+}
+
+TEST_F(EventLog, ADamagedFileThatCannotBeKeptIsNotReplaced) {
+    write_file("no XML");
+    // A directory in the way of what is kept.
+    std::filesystem::create_directories(directory_ + "/.veltrancord-kept.log/x");
+    event_log log;
+    ASSERT_EQ(log.start_with_capacity(path_.c_str(), 5), 0);
+    EXPECT_EQ(add(log, 1, 0, 9), result_ok);
+    EXPECT_EQ(log.clean(), result_failed);
+    EXPECT_EQ(file(), "no XML");
+    EXPECT_EQ(newest(log), "9 ");
+    std::filesystem::remove_all(directory_ + "/.veltrancord-kept.log");
+    EXPECT_EQ(add(log, 1, 0, 8), result_ok);
+    EXPECT_EQ(newest(log), "8 9 ");
+    EXPECT_NE(file().find("<E2>"), std::string::npos);
+}
+
 TEST_F(EventLog, WithoutCapacityEachEntryOverwritesTheFirst) {
     for (const int32_t capacity : {0, -1, -512}) {
         std::filesystem::remove(path_);

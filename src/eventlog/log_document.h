@@ -47,6 +47,10 @@ class log_document {
     // gives an empty or partial log.
     void load(std::string text);
 
+    // As XmlDocument::DamagedLine: from which line on the text loaded last is not in the document;
+    // 0: all of it is.
+    [[nodiscard]] std::size_t damaged_line() const { return document_->DamagedLine(); }
+
     // The number of elements in the root element, whatever their names are.
     [[nodiscard]] int32_t element_count() const;
 

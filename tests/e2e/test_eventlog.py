@@ -402,6 +402,11 @@ def test_damaged_files_start_a_log(start, content, amount):
     assert b"<E%d>1:1970:0:1:0:0:0:42:d:2</E%d>" % (amount + 1, amount + 1) \
         in device.read_file(EVENT_LOG)
     assert numbers(read(device, limit=1)) == [42]
+    kept = f"{DIRECTORY}/.veltrancord-kept.log"
+    assert device.file_exists(kept) == ("init_event_log damaged" in device.stderr())
+    if device.file_exists(kept):
+        assert device.read_file(kept) == content
+    assert device.file_exists(kept) == (content in (b"garbage", b"<Log><E1>x</E1>", b"\0\0\0\0"))
 
 
 def test_a_worker_that_was_killed_has_lost_nothing(start):
