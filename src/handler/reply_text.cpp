@@ -1,5 +1,7 @@
 #include "handler/reply_text.h"
 
+#include <string.h>
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -26,6 +28,7 @@ reply_text::reply_text(reply_text&& other) noexcept
       bound_(std::exchange(other.bound_, 0)) {}
 
 reply_text& reply_text::operator=(reply_text&& other) noexcept {
+    close();
     block_ = std::move(other.block_);
     size_ = std::exchange(other.size_, 0);
     allocated_ = std::exchange(other.allocated_, 0);
@@ -45,7 +48,14 @@ bool reply_text::open(std::size_t bound) noexcept {
     return true;
 }
 
+void reply_text::wipe() noexcept {
+    if (is_open() && block_.size() <= growing_block::largest_on_heap) {
+        ::explicit_bzero(block_.get(), frame_header + size_);
+    }
+}
+
 void reply_text::close() noexcept {
+    wipe();
     block_.reset();
     size_ = allocated_ = bound_ = 0;
 }
@@ -106,6 +116,7 @@ bool reply_text::drop_sent(std::size_t sent) noexcept {
         return false;
     }
     std::memcpy(rest.get() + frame_header, block_.get() + sent, left);
+    wipe();
     block_ = std::move(rest);
     size_ = allocated_ = left;
     return true;

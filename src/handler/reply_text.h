@@ -28,7 +28,7 @@ class reply_text {
     reply_text& operator=(reply_text&& other) noexcept;
     reply_text(const reply_text&) = delete;
     reply_text& operator=(const reply_text&) = delete;
-    ~reply_text() = default;
+    ~reply_text() { close(); }
 
     // Makes an empty text of at most `bound` bytes and allocates its first block. An opened text
     // counts as a reply body even while it is empty.
@@ -36,7 +36,9 @@ class reply_text {
     // Return: false when memory could not be had; the text is then closed.
     [[nodiscard]] bool open(std::size_t bound) noexcept;
 
-    // Frees the memory; is_open() is false from then on.
+    // Frees the memory; is_open() is false from then on. The text may hold a password, and is wiped
+    // unless it is so long that its memory goes back to the system. Where a text of more than 256
+    // bytes had to be moved while it grew, its first part may stay behind.
     void close() noexcept;
 
     // Appends all of `text` or nothing.
@@ -119,6 +121,7 @@ class reply_text {
     bool drop_sent(std::size_t sent) noexcept;
 
   private:
+    void wipe() noexcept;
     [[nodiscard]] bool grow_by(std::size_t count) noexcept;
 
     growing_block block_;  // frame_header bytes, then the text

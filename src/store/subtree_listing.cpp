@@ -1,5 +1,6 @@
 #include "store/subtree_listing.h"
 
+#include <string.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -88,7 +89,16 @@ class lister {
     // listing.
     // cppcheck-suppress uninitMemberVar
     lister(reply_text& out, uint32_t capacity, hidden_prefixes filter)
-        : out_(out), start_(out.size()), capacity_(capacity), filter_(filter) {}
+        : out_(out), start_(out.size()), capacity_(capacity), filter_(filter) {
+        plain_[0] = '\0';
+    }
+    lister(const lister&) = delete;
+    lister& operator=(const lister&) = delete;
+    ~lister() {
+        if (plain_[0] != '\0') {
+            ::explicit_bzero(plain_, sizeof plain_);
+        }
+    }
 
     // Lists what is below `parent`, whose key is the first `length` bytes of key_.
     // NOLINTNEXTLINE(misc-no-recursion): as deep as the tree, which loading bounds.
@@ -114,9 +124,9 @@ class lister {
     const std::size_t start_;
     const std::size_t capacity_;
     const hidden_prefixes filter_;
-    char key_[listing_key_size];  // one for the whole walk: a child's key begins with its
-                                  // parent's
-    char plain_[secret_text_size];
+    char key_[listing_key_size];    // one for the whole walk: a child's key begins with its
+                                    // parent's
+    char plain_[secret_text_size];  // the decoded form of a secret
 };
 
 // Return: the length of the key with the decoded name behind it.

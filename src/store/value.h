@@ -1,6 +1,7 @@
 // Finding an element by path, and reading its value.
 #pragma once
 
+#include <string.h>
 #include <strings.h>
 #include <tinyxml.h>
 
@@ -39,6 +40,11 @@ struct XmlValue {
     char plain[secret_text_size];  // the decoded form of a secret
 
     XmlValue() { plain[0] = '\0'; }
+    ~XmlValue() {
+        if (plain[0] != '\0') {
+            explicit_bzero(plain, sizeof plain);
+        }
+    }
     XmlValue(const XmlValue&) = delete;
     XmlValue& operator=(const XmlValue&) = delete;
 };

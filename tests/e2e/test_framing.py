@@ -6,6 +6,7 @@ import time
 
 import pytest
 
+from device import wait_until
 from wire import NO_REPLY, Reply, frame
 
 ACCOUNT = "<Account><User1><Username>admin</Username></User1><a_3Ab>colon</a_3Ab></Account>"
@@ -325,6 +326,21 @@ def test_a_token_that_was_asked_for_stays_nowhere_in_memory(ready, size, pieces)
         assert client.receive_reply().code < 0
     found = [memory.count(secret) for memory in writable_memory(ready, ready.worker_pid)]
     assert len(found) > 3 and not any(found)
+
+
+@pytest.mark.parametrize("command", ["readvalue:Account.User1.PassWord", "read:Account.User1.*"])
+def test_a_password_that_was_read_stays_nowhere_in_memory(service, command):
+    secret = "password-that-was-read"
+    device = service({"Account": ACCOUNT})
+    for kind in ("address", "thread", "valgrind"):
+        device.require_no_sanitizer(kind, "it keeps what was freed")
+    assert device.request("write:Account.User1.PassWord=" + secret).code == 1
+    device.restart()
+    assert secret in device.request(command).text
+    # The client sees the end a moment before the last of its memory is wiped.
+    wait_until(lambda: not any(secret.encode() in memory for memory in
+                               writable_memory(device, device.worker_pid)), "the password is gone",
+               device.patience)
 
 
 # ---- behind the frame -------------------------------------------------------------------------

@@ -494,4 +494,12 @@ MUTANTS = [
            "::unlink(node.path) != 0 && errno != ENOENT",
            "::unlink(node.path) != 0 && errno == ENOENT",
            (("unit:update_test", "DocumentRemoval.SaysSo*"),)),
+    Mutant("passwords stay in the replies' memory", "Z2", "src/handler/reply_text.cpp",
+           "        ::explicit_bzero(block_.get(), frame_header + size_);\n",
+           "",
+           (("e2e/test_framing.py", "password_that_was_read"),)),
+    Mutant("passwords stay where they were decoded", "Z2", "src/store/value.h",
+           "            explicit_bzero(plain, sizeof plain);\n",
+           "",
+           (("e2e/test_framing.py", "password_that_was_read"),)),
 ]
