@@ -205,6 +205,7 @@ class client {
     watcher watch(const std::vector<std::string>& paths,
                   const std::string& directory = VELTRANCORD_DEFAULT_DIRECTORY) {
         std::vector<const char*> names;
+        names.reserve(paths.size());
         for (const std::string& path : paths) {
             names.push_back(c_text(path));
         }
