@@ -498,8 +498,4 @@ MUTANTS = [
            "        ::explicit_bzero(block_.get(), frame_header + size_);\n",
            "",
            (("e2e/test_framing.py", "password_that_was_read"),)),
-    Mutant("passwords stay where they were decoded", "Z2", "src/store/value.h",
-           "            explicit_bzero(plain, sizeof plain);\n",
-           "",
-           (("e2e/test_framing.py", "password_that_was_read"),)),
 ]
