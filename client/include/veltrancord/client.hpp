@@ -275,12 +275,9 @@ class client {
         return text.c_str();
     }
 
-    using text_function = std::int32_t(veltrancord_client*, const char*, char*, std::size_t);
-    using write_function = std::int32_t(veltrancord_client*, const veltrancord_setting*,
-                                        std::size_t);
-
     // Asks again with the room that the first answer tells. A failure is left in the client.
-    std::string text_of(text_function* ask, const std::string& about) {
+    template <typename Ask>
+    std::string text_of(Ask* ask, const std::string& about) {
         std::string value(256, '\0');
         std::int32_t result = ask(&client_, c_text(about), value.data(), value.size());
         while (result == VELTRANCORD_REPLY_OVER_CAP && client_.error.found <= cap_) {
@@ -317,7 +314,8 @@ class client {
         return settings;
     }
 
-    std::int32_t write_all(write_function* call, const setting_vector& settings) {
+    template <typename Call>
+    std::int32_t write_all(Call* call, const setting_vector& settings) {
         std::vector<veltrancord_setting> lines;
         lines.reserve(settings.size());
         for (const setting& one : settings) {
