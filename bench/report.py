@@ -26,34 +26,38 @@ def table(head: list[str], lines: list[list[str]]) -> str:
     return "\n".join(rows + ["| " + " | ".join(line) + " |" for line in lines])
 
 
+def verdict(row: dict) -> str:
+    if row["target"] is None:
+        return ""
+    return f"{row['target']:g}" + (" (missed)" if row["ratio"] > row["target"] else "")
+
+
 def request_table(results: dict) -> str:
+    """A line for each request of one client, with what sixteen clients cost beside it."""
+    crowds = {
+        (row["data"], row["row"]): row for row in results["rows"] if row["clients"] != 1
+    }
     lines = []
-    peer = {clients: targets.best_peer(results, clients) for clients in (1, 16)}
     for row in results["rows"]:
-        run = row["run"]
-        calls = row["system_calls"]
-        verdict = "" if row["target"] is None else f"{row['target']:g}"
-        if row["target"] is not None and row["ratio"] > row["target"]:
-            verdict += " (missed)"
+        if row["clients"] != 1:
+            continue
+        run, crowd = row["run"], crowds.get((row["data"], row["row"]))
         lines.append(
             [
                 row["data"],
                 row["row"],
-                str(row["clients"]),
                 f"{run['processor_ns'] / 1000:.1f}",
-                f"{run['p50_ns'] / 1000:.0f}",
                 f"{run['p99_ns'] / 1000:.0f}",
-                f"{run['per_second']:.0f}",
-                "" if calls is None else f"{calls:.1f}",
-                f"{run['page_faults']:.1f}",
+                "" if row["system_calls"] is None else f"{row['system_calls']:.1f}",
                 f"{row['ratio']:.2f}",
-                verdict,
+                verdict(row),
                 "" if row["near_ratio"] is None else f"{row['near_ratio']:.2f}",
-                f"{run['processor_ns'] / peer[row['clients']]:.2f}",
+                "" if crowd is None else f"{crowd['run']['processor_ns'] / 1000:.1f}",
+                "" if crowd is None else f"{crowd['ratio']:.2f}",
             ]
         )
-    head = ["data", "request", "clients", "processor µs", "p50 µs", "p99 µs", "per second"]
-    head += ["system calls", "page faults", "x reference", "target", "x nearer", "x best peer"]
+    head = ["data", "request", "processor µs", "p99 µs", "system calls", "x reference", "target"]
+    head += ["x nearer", "16 clients: processor µs", "x reference"]
     return table(head, lines)
 
 
@@ -131,18 +135,6 @@ def save_table(results: dict) -> str:
     return table(head, lines)
 
 
-def micro_table(results: dict) -> str:
-    lines = [
-        [
-            one["name"],
-            f"{one['cpu_time']:.0f}",
-            f"{one['bytes_per_second'] / 1e6:.0f}" if "bytes_per_second" in one else "",
-        ]
-        for one in results.get("micro", [])
-    ]
-    return table(["step", "ns", "MB/s"], lines)
-
-
 def draw(results: dict, folder: pathlib.Path) -> None:
     import matplotlib
 
@@ -195,36 +187,27 @@ def disk_text(results: dict) -> str:
 
 
 def write(results: dict, folder: pathlib.Path) -> None:
-    notes = folder / "performance-notes.md"
-    explained = notes.read_text() if notes.exists() else ""
     form = "quick form" if results["quick"] else "full form"
     judged = targets.judge(results)
     text = f"""# Performance
 
 Written by `./dev bench` on {datetime.date.today().isoformat()} ({form}, \
-{results['seconds']:.0f} s) on: {machine()}. Absolute times are noise on such a machine; the ratios,
-taken in one run with the servers alternating, are the result. Every figure is the median of at
-least five rounds.
+{results['seconds']:.0f} s) on: {machine()}. The ratios are the result, taken with the servers
+alternating; times are noise on such a machine. Every figure is the median of at least five rounds.
+[performance-notes.md](performance-notes.md) tells what helped, and what was rejected.
 
-The reference is the floor server: the least server that speaks the same framing (poll, accept,
-read, write, close) and answers as many bytes, without any command or configuration. Where a request
-must list, save or replace, what the XML library's walk, the serialising or a plain write, fsync,
-close and rename of the same bytes cost by themselves is added to it, measured in the same rounds.
-In memory, where fsync has nothing to do, its call is still in there. These parts are measured in
-loops that do nothing else, so they find all they need in the processor's caches; the service, which
-comes from another request, does not.
+The reference is the floor server: the least server of the same framing, which answers as many bytes
+without any command. Where a request lists, saves or replaces, what the XML library's walk, the
+serialising or a plain write, fsync, close and rename of the same bytes cost is added, measured in the
+same rounds, in loops that find everything in the processor's caches.
 
-The column "x nearer" compares with a reference that pays more of what the service does on purpose;
-no target is judged by it. For a reply that is a floor with two idle threads that looks for unread
-bytes before it closes; for a save it is replacing the file as the service does: keeping mode and
-owner and flushing the directory; for a listing it is building the same text as plainly as it can
-be. The best peer is the cheaper of redis GET and memcached get, over a local socket with a
-connection per request.
+"x nearer" compares with a reference that pays more of what the service does on purpose, and no target
+is judged by it: a floor with two idle threads that looks for unread bytes before it closes; replacing
+the file with its mode and owner kept and the directory flushed; building the same listing as plainly
+as can be.
 
 All servers run on one processor that is set aside for them. A single client takes turns with the
-server on that processor, as on a device that has only one: on another one it would have to wake the
-server's each time, or not, as it happens, which doubles a figure. Sixteen clients run on the other
-processors.
+server there, as on a device that has only one; sixteen run on the other processors.
 
 ![Ratios to the reference](performance-ratios.svg)
 
@@ -264,12 +247,7 @@ ready. Raw parse is a program that reads and parses the same files with the XML 
 ## One value by a program started for it
 
 {program_table(results)}
-
-## Steps
-
-{micro_table(results)}
-
-{explained}"""
+"""
     folder.mkdir(exist_ok=True)
     (folder / "performance.md").write_text(text.rstrip() + "\n")
     draw(results, folder)

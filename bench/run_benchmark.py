@@ -259,15 +259,6 @@ class Benchmark:
                 self.run_row(service, "on disk", row, costs)
 
 
-def measure_micro(programs: Programs) -> list[dict]:
-    command = [
-        programs.directory / "bench_micro",
-        "--benchmark_format=json",
-        "--benchmark_min_time=0.05",
-    ]
-    return run_json(command)["benchmarks"]
-
-
 @dataclasses.dataclass(frozen=True)
 class Form:
     """How much is measured."""
@@ -365,8 +356,6 @@ def main() -> int:
         print(comparison.text(both["old"], both["new"]))
         return 0
     results = measure_all(programs, form, configurations, base, disk)
-    if form.large:
-        results["micro"] = measure_micro(programs)
     results["seconds"] = time.monotonic() - started
     results["quick"] = arguments.quick
     arguments.results.write_text(json.dumps(results, indent=1))
