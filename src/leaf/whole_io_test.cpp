@@ -57,6 +57,16 @@ TEST(WholeIo, TellsWhyItFailed) {
     EXPECT_TRUE(write_whole(-1, ""));
 }
 
+TEST(WholeIo, AShortWriteIsNoWholeOne) {
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    const owned_fd out(ends[0]);
+    const owned_fd in(ends[1]);
+    // More than a pipe takes: the first write is a short one, the next finds no room.
+    EXPECT_FALSE(write_whole(in.get(), std::string(std::size_t{4} << 20, 'x')));
+    EXPECT_EQ(errno, EAGAIN);
+}
+
 TEST(WholeIo, NothingIsFlushedWhereThereIsNoFlush) {
     const pipe_ends ends;
     EXPECT_TRUE(flush_whole(ends.in.get()));

@@ -308,6 +308,33 @@ TEST_F(EventLoopDescriptors, FireInEveryPassInWhichTheyAreReady) {
     EXPECT_EQ(reader.calls, 2);
 }
 
+// It has no place in the array for poll yet, and must not be taken for who has the first one there.
+TEST_F(EventLoopDescriptors, MadeByATimerTakePartFromTheNextPassOn) {
+    const socket_pair ready;
+    const socket_pair silent;
+    ready.make_readable();
+    probe reader;
+    loop_event* read =
+        loop_.add_descriptor(ready.near.get(), watch_direction::read, probe::call, &reader);
+    static probe newcomer;
+    newcomer = {};
+    probe timer;
+    timer.loop = &loop_;
+    timer.fd = silent.near.get();
+    timer.meanwhile = [](probe& self) {
+        self.own =
+            self.loop->add_descriptor(self.fd, watch_direction::read, probe::call, &newcomer);
+    };
+    loop_event* due = loop_.add_timer(0, true, probe::call, &timer);
+    loop_.run_pass();
+    EXPECT_EQ(timer.calls, 1);
+    EXPECT_EQ(reader.calls, 1);
+    EXPECT_EQ(newcomer.calls, 0);
+    loop_.remove(read);
+    loop_.remove(timer.own);
+    static_cast<void>(due);
+}
+
 TEST_F(EventLoopDescriptors, AreWatchedForTheirOwnDirection) {
     const socket_pair pair;
     probe reader;

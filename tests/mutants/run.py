@@ -34,7 +34,8 @@ class Trouble(Exception):
 
 
 def run(command, **options):
-    return subprocess.run(command, capture_output=True, text=True, check=False, **options)
+    return subprocess.run(command, capture_output=True, text=True, errors="replace",
+                          check=False, **options)
 
 
 def targets_of(tests):
