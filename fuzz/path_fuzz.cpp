@@ -34,7 +34,7 @@ std::vector<std::string> names_of(const XmlPath& list) {
     for (std::size_t i = 0; i < list.size(); ++i) {
         require(std::strlen(list[i].name) == list[i].length, "a component's length");
         require(list[i].length <= max_path_text, "a component's bound");
-        names.emplace_back(list[i].text());
+        names.emplace_back(list[i].Text());
     }
     return names;
 }

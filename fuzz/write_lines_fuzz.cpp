@@ -51,12 +51,12 @@ int32_t expected_result(const simple_line& line, std::size_t longest_value) {
         !SplitXmlPath(line.path, path)) {
         return result_bad_argument;
     }
-    if (path[0].text() != "A") {
+    if (path[0].Text() != "A") {
         return result_not_found;
     }
     // The elements at hand have sound names, so one with another name would be a new one.
     for (std::size_t i = 1; i < path.size() && longest_value > 255; ++i) {
-        const std::string_view name = path[i].text();
+        const std::string_view name = path[i].Text();
         const char first = name.front();
         if (first == '-' || (first >= '0' && first <= '9') || name.find('*') != name.npos) {
             return result_store_failed;

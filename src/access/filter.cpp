@@ -28,7 +28,7 @@ bool report_no_memory() {
 bool build_parameters(FilterCmd& command, int32_t rule_number, int32_t command_number) {
     for (int32_t number = 1; number <= max_filter_parameters; ++number) {
         const std::string_view text =
-            read_setting(setting_path(rule_path, rule_number, ".C", command_number, ".P", number));
+            ReadSetting(SettingPath(rule_path, rule_number, ".C", command_number, ".P", number));
         if (text.empty()) {
             break;
         }
@@ -45,7 +45,7 @@ bool build_parameters(FilterCmd& command, int32_t rule_number, int32_t command_n
 bool build_commands(FilterRule& rule, int32_t rule_number) {
     for (int32_t number = 1; number <= max_filter_commands; ++number) {
         const std::string_view text =
-            read_setting(setting_path(rule_path, rule_number, ".C", number, ".CMD"));
+            ReadSetting(SettingPath(rule_path, rule_number, ".C", number, ".CMD"));
         if (text.empty()) {
             break;
         }
@@ -86,8 +86,7 @@ void init_filter_list() {
     for (int32_t number = 1; number <= max_filter_rules; ++number) {
         // Rules are numbered without gaps; the first that is missing, or that is guarded by no
         // permit of this device, ends them.
-        const std::string_view key =
-            read_setting(setting_path(rule_path, number, ".RelatedPermit"));
+        const std::string_view key = ReadSetting(SettingPath(rule_path, number, ".RelatedPermit"));
         const int32_t permit = key.empty() ? -1 : find_permit_index_by_key(g_permit_list, key);
         if (permit < 0) {
             return;

@@ -35,7 +35,7 @@ std::unique_ptr<PermProperty> make_property(const PermitDef& permit, std::string
 // Return: false when memory could not be had.
 bool append_property(PermGroup& group, const PermitDef& permit) {
     const std::string_view value =
-        read_setting(setting_path(group_path, group.index, ".Permit", permit.index));
+        ReadSetting(SettingPath(group_path, group.index, ".Permit", permit.index));
     if (value.empty()) {
         return true;
     }
@@ -49,11 +49,11 @@ bool append_property(PermGroup& group, const PermitDef& permit) {
 
 // Return: false when memory could not be had.
 bool append_properties(PermGroup& group, int32_t highest_permit) try {
-    const setting_path name("Group", group.index);
+    const SettingPath name("Group", group.index);
     // Both the numbers and the permits rise, so one walk over the permits serves them all.
     auto permit = g_permit_list.begin();
     for (const int32_t number :
-         element_numbers({"Account", "Permission", name.view()}, "Permit", highest_permit)) {
+         ElementNumbers({"Account", "Permission", name.View()}, "Permit", highest_permit)) {
         permit = std::find_if(permit, g_permit_list.end(), [number](const PermitDef& candidate) {
             return candidate.index >= number;
         });
@@ -73,7 +73,7 @@ bool append_properties(PermGroup& group, int32_t highest_permit) try {
 //
 // Return: false when memory for the group could not be had; for its properties that is printed.
 bool append_group(int32_t number, int32_t highest_permit) {
-    const std::string_view name = read_setting(setting_path(group_path, number, ".Name"));
+    const std::string_view name = ReadSetting(SettingPath(group_path, number, ".Name"));
     if (name.empty()) {
         return true;
     }
@@ -92,8 +92,8 @@ bool append_group(int32_t number, int32_t highest_permit) {
 bool append_groups() try {
     const int32_t highest_permit = highest_permit_number();
     const auto numbers =
-        element_numbers({"Account", "Permission"}, "Group",
-                        read_number_setting("Account.Permission.MaxGroupNum", default_group_count));
+        ElementNumbers({"Account", "Permission"}, "Group",
+                       ReadNumberSetting("Account.Permission.MaxGroupNum", default_group_count));
     return std::all_of(numbers.begin(), numbers.end(), [highest_permit](int32_t number) {
         return append_group(number, highest_permit);
     });

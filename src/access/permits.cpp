@@ -28,13 +28,13 @@ std::unique_ptr<PermitDef> make_permit(int32_t number, std::string_view name) {
     if (!permit) {
         return nullptr;
     }
-    const setting_path type(define_path, number, ".Type");
-    const setting_path value(define_path, number, ".Value");
+    const SettingPath type(define_path, number, ".Type");
+    const SettingPath value(define_path, number, ".Value");
     permit->index = number;
-    const bool whole = permit->key.assign(setting_path("Permit", number).view()) &&
+    const bool whole = permit->key.assign(SettingPath("Permit", number).View()) &&
                        permit->name.assign(name) &&
-                       assign_if_found(permit->type, read_attribute_setting(type)) &&
-                       assign_if_found(permit->value, read_attribute_setting(value));
+                       assign_if_found(permit->type, ReadAttributeSetting(type)) &&
+                       assign_if_found(permit->value, ReadAttributeSetting(value));
     return whole ? std::move(permit) : nullptr;
 }
 
@@ -42,7 +42,7 @@ std::unique_ptr<PermitDef> make_permit(int32_t number, std::string_view name) {
 //
 // Return: false when memory could not be had.
 bool append_permit(int32_t number) {
-    const std::string_view name = read_setting(setting_path(define_path, number));
+    const std::string_view name = ReadSetting(SettingPath(define_path, number));
     if (name.empty()) {
         return true;
     }
@@ -57,7 +57,7 @@ bool append_permit(int32_t number) {
 // Return: false when memory could not be had.
 bool append_permits() try {
     const auto numbers =
-        element_numbers({"Account", "Permission", "Define"}, "Permit", highest_permit_number());
+        ElementNumbers({"Account", "Permission", "Define"}, "Permit", highest_permit_number());
     return std::all_of(numbers.begin(), numbers.end(), append_permit);
 } catch (const std::bad_alloc&) {
     return false;
@@ -68,14 +68,14 @@ std::string_view listed(const owned_text& text) {
 }
 
 bool list_permit(const PermitDef& permit, reply_text& out) {
-    return out.append_all(setting_path("permit", permit.index).view(), "=", permit.name.view(),
+    return out.append_all(SettingPath("permit", permit.index).View(), "=", permit.name.view(),
                           "&type=", listed(permit.type), "&value=", listed(permit.value), "\n");
 }
 
 }  // namespace
 
 int32_t highest_permit_number() {
-    return read_number_setting("Account.Permission.MaxPermDefNum", default_permit_count);
+    return ReadNumberSetting("Account.Permission.MaxPermDefNum", default_permit_count);
 }
 
 void init_permit_list() {

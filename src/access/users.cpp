@@ -18,7 +18,7 @@ constexpr int32_t default_user_count = 20;
 bool may_be_slot_of(const TiXmlElement& slot, std::string_view user) {
     for (const TiXmlElement* name = slot.FirstChildElement("Username"); name != nullptr;
          name = name->NextSiblingElement("Username")) {
-        if (setting_text(XmlElementText(*name)) == user) {
+        if (SettingText(XmlElementText(*name)) == user) {
             return true;
         }
     }
@@ -26,16 +26,16 @@ bool may_be_slot_of(const TiXmlElement& slot, std::string_view user) {
 }
 
 std::string_view local_user_level(std::string_view user) {
-    const auto slots = element_numbers(
-        {"Account"}, "User", read_number_setting("Account.Maxuser", default_user_count),
+    const auto slots = ElementNumbers(
+        {"Account"}, "User", ReadNumberSetting("Account.Maxuser", default_user_count),
         [user](const TiXmlElement& slot) { return may_be_slot_of(slot, user); });
     for (const int32_t slot : slots) {
-        if (read_setting(setting_path("Account.User", slot, ".Username")) != user) {
+        if (ReadSetting(SettingPath("Account.User", slot, ".Username")) != user) {
             continue;
         }
         // A slot without a level is one that a page has half filled in: a later slot of the same
         // user still counts.
-        const std::string_view level = read_setting(setting_path("Account.User", slot, ".Level"));
+        const std::string_view level = ReadSetting(SettingPath("Account.User", slot, ".Level"));
         if (!level.empty()) {
             return level;
         }
@@ -46,7 +46,7 @@ std::string_view local_user_level(std::string_view user) {
 std::string_view cloud_user_group(std::string_view user, const group_queue& groups) {
     // Without a supervisor account the device is bound to no cloud at all, and whatever is left
     // of the groups' accounts does not count.
-    const std::string_view supervisor = read_setting(setting_path("Account.Cloud.Username"));
+    const std::string_view supervisor = ReadSetting(SettingPath("Account.Cloud.Username"));
     if (supervisor.empty()) {
         return {};
     }
@@ -61,7 +61,7 @@ std::string_view cloud_user_group(std::string_view user, const group_queue& grou
         if (name == "POWER USER") {
             name = "POWERUSER";
         }
-        if (read_setting(setting_path("Account.Cloud.", name, ".Username")) == user) {
+        if (ReadSetting(SettingPath("Account.Cloud.", name, ".Username")) == user) {
             return name;
         }
     }

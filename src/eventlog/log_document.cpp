@@ -104,7 +104,7 @@ void log_document::build_index() {
         for (TiXmlElement* element = top->FirstChildElement(); element != nullptr;
              element = element->NextSiblingElement()) {
             const std::optional<int32_t> position =
-                element_number(element->ValueStr(), entry_prefix);
+                ElementNumber(element->ValueStr(), entry_prefix);
             if (!position || !indexed(*position)) {
                 continue;
             }
@@ -212,7 +212,7 @@ void log_document::build_file_text() {
         if (at == std::string::npos || file_text_.compare(at, piece_.size(), piece_) != 0) {
             return;
         }
-        const std::optional<int32_t> position = element_number(child->ValueStr(), entry_prefix);
+        const std::optional<int32_t> position = ElementNumber(child->ValueStr(), entry_prefix);
         if (position && held(*position) && slot_at(*position).element == child) {
             place_of(*position) = at;
             slot_at(*position).length = piece_.size();

@@ -22,7 +22,7 @@ std::string_view stored_notification_settings::value(std::string_view path) {
 }
 
 std::vector<int32_t> stored_notification_settings::definitions(int32_t highest) {
-    return element_numbers({"Notification", "Log", "BitDefine"}, "Def", highest);
+    return ElementNumbers({"Notification", "Log", "BitDefine"}, "Def", highest);
 }
 
 int32_t stored_notification_settings::push_gate() {

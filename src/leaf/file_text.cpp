@@ -19,13 +19,13 @@ namespace {
 constexpr std::size_t spare = 8;
 
 // Messages of one file go to two streams; what is printed must not come out later than the rest.
-int32_t Fail(const char* message) {
+int32_t fail(const char* message) {
     print_output("%s", message);
     return -1;
 }
 
 // Return: false when memory could not be had.
-bool Resize(std::string& buf, uint64_t size) {
+bool resize(std::string& buf, uint64_t size) {
     if (size > buf.max_size() - spare) {
         return false;
     }
@@ -40,7 +40,7 @@ bool Resize(std::string& buf, uint64_t size) {
 }
 
 // Reads up to `size` bytes. Return: the bytes read, with errno telling why they are fewer.
-std::size_t ReadUpTo(int fd, char* text, std::size_t size) {
+std::size_t read_up_to(int fd, char* text, std::size_t size) {
     std::size_t done = 0;
     while (done < size) {
         errno = 0;
@@ -60,18 +60,18 @@ int32_t LoadFile2Buf(const char* path, std::string& buf) {
     // Opened for writing too, so that a file which could never be saved is not served either.
     const owned_fd fd(::open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600));
     if (fd.get() <= 0) {
-        return Fail("open file is failed\n");
+        return fail("open file is failed\n");
     }
     const off_t end = ::lseek(fd.get(), 0, SEEK_END);
     if (end <= 0) {
-        return Fail("(ifilesize <= 0)");
+        return fail("(ifilesize <= 0)");
     }
     static_cast<void>(::lseek(fd.get(), 0, SEEK_SET));
     const auto size = static_cast<uint64_t>(end);
-    if (!Resize(buf, size)) {
-        return Fail("*buf = (char*)malloc(ifilesize + 1);");
+    if (!resize(buf, size)) {
+        return fail("*buf = (char*)malloc(ifilesize + 1);");
     }
-    if (ReadUpTo(fd.get(), buf.data(), buf.size()) < buf.size()) {
+    if (read_up_to(fd.get(), buf.data(), buf.size()) < buf.size()) {
         print_error("%s error %s\n", "LoadFile2Buf", std::strerror(errno));
     }
     return 0;

@@ -9,7 +9,7 @@
 namespace veltrancord {
 
 int32_t readattr_handle(connection_record& connection, command_argument argument, int32_t /*row*/) {
-    if (!open_read_reply(connection.reply, "readattr_handle")) {
+    if (!OpenReadReply(connection.reply, "readattr_handle")) {
         return result_ok;
     }
     return ReadAttributeHandleFun(argument.text(), connection.reply);
@@ -17,7 +17,7 @@ int32_t readattr_handle(connection_record& connection, command_argument argument
 
 int32_t readsingleattr_handle(connection_record& connection, command_argument argument,
                               int32_t /*row*/) {
-    if (!open_read_reply(connection.reply, "readsingleattr_handle")) {
+    if (!OpenReadReply(connection.reply, "readsingleattr_handle")) {
         return result_ok;
     }
     std::string_view value;
@@ -25,7 +25,7 @@ int32_t readsingleattr_handle(connection_record& connection, command_argument ar
     if (result < 0) {
         return result;
     }
-    const bool fits = value.size() <= read_reply_capacity(connection.reply);
+    const bool fits = value.size() <= ReadReplyCapacity(connection.reply);
     return fits && connection.reply.append(value) ? result : result_too_large;
 }
 

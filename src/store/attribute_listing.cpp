@@ -10,12 +10,12 @@ namespace {
 constexpr std::size_t max_key = 511;
 
 // A key in a field of fixed size, to which names are appended and taken off again.
-class attribute_key {
+class AttributeKey {
   public:
-    explicit attribute_key(std::string_view prefix) { Append(prefix); }
+    explicit AttributeKey(std::string_view prefix) { Append(prefix); }
 
-    [[nodiscard]] std::size_t size() const { return size_; }
-    [[nodiscard]] std::string_view view() const { return {text_, size_}; }
+    [[nodiscard]] std::size_t Size() const { return size_; }
+    [[nodiscard]] std::string_view View() const { return {text_, size_}; }
     void Cut(std::size_t size) { size_ = size; }
     void Append(std::string_view text) {
         size_ += text.copy(text_ + size_, std::min(text.size(), max_key - size_));
@@ -26,9 +26,9 @@ class attribute_key {
     std::size_t size_ = 0;
 };
 
-bool ListOwn(const TiXmlElement& element, attribute_listing& listing, attribute_key& key,
+bool ListOwn(const TiXmlElement& element, AttributeListing& listing, AttributeKey& key,
              const char* name) {
-    const std::size_t size = key.size();
+    const std::size_t size = key.Size();
     bool fits = true;
     for (const TiXmlAttribute* attribute = element.FirstAttribute(); fits && attribute != nullptr;
          attribute = attribute->Next()) {
@@ -37,17 +37,17 @@ bool ListOwn(const TiXmlElement& element, attribute_listing& listing, attribute_
         }
         key.Append(".");
         key.Append(attribute->Name());
-        fits = listing.append(key.view(), attribute->Value());
+        fits = listing.Append(key.View(), attribute->Value());
         key.Cut(size);
     }
     return fits;
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): as deep as the tree, which loading bounds.
-void ListTree(const TiXmlElement* first, attribute_listing& listing, attribute_key& key,
+void ListTree(const TiXmlElement* first, AttributeListing& listing, AttributeKey& key,
               const char* name) {
-    const std::size_t size = key.size();
-    for (const TiXmlElement* element = first; element != nullptr && !listing.out_of_memory();
+    const std::size_t size = key.Size();
+    for (const TiXmlElement* element = first; element != nullptr && !listing.OutOfMemory();
          element = element->NextSiblingElement()) {
         key.Append(".");
         key.Append(element->ValueStr());
@@ -59,9 +59,9 @@ void ListTree(const TiXmlElement* first, attribute_listing& listing, attribute_k
 
 }  // namespace
 
-bool attribute_listing::append(std::string_view key, std::string_view value) {
+bool AttributeListing::Append(std::string_view key, std::string_view value) {
     const std::size_t length = key.size() + value.size() + 2;
-    if (capacity_ < used() + length) {
+    if (capacity_ < Used() + length) {
         return false;
     }
     if (!out_.reserve(out_.size() + length)) {
@@ -71,18 +71,18 @@ bool attribute_listing::append(std::string_view key, std::string_view value) {
     return out_.append(key) && out_.append("=") && out_.append(value) && out_.append("\n");
 }
 
-int32_t ListXmlAttrs(const TiXmlElement* element, attribute_listing& listing,
+int32_t ListXmlAttrs(const TiXmlElement* element, AttributeListing& listing,
                      std::string_view prefix, const char* name) {
     if (element == nullptr) {
         return -1;
     }
-    attribute_key key(prefix);
+    AttributeKey key(prefix);
     return ListOwn(*element, listing, key, name) ? 0 : -1;
 }
 
-int32_t ListXmlAttrTree(const TiXmlElement* first, attribute_listing& listing,
+int32_t ListXmlAttrTree(const TiXmlElement* first, AttributeListing& listing,
                         std::string_view prefix, const char* name) {
-    attribute_key key(prefix);
+    AttributeKey key(prefix);
     ListTree(first, listing, key, name);
     return 0;
 }

@@ -12,24 +12,24 @@
 namespace veltrancord {
 
 // Where lines go: the end of an opened reply text, up to a capacity.
-class attribute_listing {
+class AttributeListing {
   public:
-    attribute_listing(reply_text& out, uint32_t capacity)
+    AttributeListing(reply_text& out, uint32_t capacity)
         : out_(out), start_(out.size()), capacity_(capacity) {}
 
     // Appends "key=value\n". The whole line counts against the capacity.
     //
     // Return: false when it does not fit, or memory could not be had.
-    [[nodiscard]] bool append(std::string_view key, std::string_view value);
+    [[nodiscard]] bool Append(std::string_view key, std::string_view value);
 
     // Bytes listed so far.
-    [[nodiscard]] std::size_t used() const { return out_.size() - start_; }
+    [[nodiscard]] std::size_t Used() const { return out_.size() - start_; }
 
     // Whether a line that fits could not be stored: the listing is then worth nothing.
-    [[nodiscard]] bool out_of_memory() const { return out_of_memory_; }
+    [[nodiscard]] bool OutOfMemory() const { return out_of_memory_; }
 
     // Takes back what was listed.
-    void clear() { out_.truncate(start_); }
+    void Clear() { out_.truncate(start_); }
 
   private:
     reply_text& out_;
@@ -42,7 +42,7 @@ class attribute_listing {
 // that name. A key is `prefix`, "." and the attribute's name, cut at 511 bytes.
 //
 // Return: 0, or -1 when a line does not fit or `element` is null; lines before it stay listed.
-[[nodiscard]] int32_t ListXmlAttrs(const TiXmlElement* element, attribute_listing& listing,
+[[nodiscard]] int32_t ListXmlAttrs(const TiXmlElement* element, AttributeListing& listing,
                                    std::string_view prefix, const char* name);
 
 // Does the same for `first`, the elements that follow it and all below them, whose names are
@@ -50,7 +50,7 @@ class attribute_listing {
 // nothing else: those of other elements may still fit.
 //
 // Return: 0.
-int32_t ListXmlAttrTree(const TiXmlElement* first, attribute_listing& listing,
+int32_t ListXmlAttrTree(const TiXmlElement* first, AttributeListing& listing,
                         std::string_view prefix, const char* name);
 
 }  // namespace veltrancord

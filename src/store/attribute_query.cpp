@@ -21,7 +21,7 @@ constexpr std::string_view all_marker = "*";
 constexpr std::string_view own_marker = "_23";
 
 // An attribute's name as a path gives it, cut to 63 bytes.
-using attribute_name = char[64];
+using AttributeName = char[64];
 
 // Splits the path and finds its document; both cores begin so.
 //
@@ -30,47 +30,47 @@ int32_t Begin(std::string_view path, XmlPath& list, XmlDocument*& document) {
     if (!SplitXmlPath(path, list) || path == ".*") {
         return result_bad_argument;
     }
-    document = FindXmlDoc(list[0].text());
+    document = FindXmlDoc(list[0].Text());
     return document != nullptr ? result_ok : result_not_found;
 }
 
-enum class mode { one, all_below, one_in_subtree, own };
+enum class Mode { one, all_below, one_in_subtree, own };
 
 // Takes the tail that chooses the mode off the path, and the attribute's name where it holds one.
-mode TakeTail(XmlPath& list, attribute_name& name) {
+Mode TakeTail(XmlPath& list, AttributeName& name) {
     const bool all = XmlPathLast(list) == all_marker;
     if (XmlPathParent(list) == all_marker && !all) {
         copy_bounded(name, XmlPathLast(list));
         DropXmlPathTail(list);
         DropXmlPathTail(list);
-        return mode::one_in_subtree;
+        return Mode::one_in_subtree;
     }
     if (all) {
         if (XmlPathParent(list) == all_marker) {
             StripXmlPathWildcard(list);
         }
         StripXmlPathWildcard(list);
-        return mode::all_below;
+        return Mode::all_below;
     }
     const bool own = XmlPathLast(list) == own_marker;
     if (!own) {
         copy_bounded(name, XmlPathLast(list));
     }
     DropXmlPathTail(list);
-    return own ? mode::own : mode::one;
+    return own ? Mode::own : Mode::one;
 }
 
-int32_t List(const TiXmlElement& element, mode how, std::string_view prefix, const char* name,
-             attribute_listing& listing) {
+int32_t List(const TiXmlElement& element, Mode how, std::string_view prefix, const char* name,
+             AttributeListing& listing) {
     const TiXmlElement* const child = element.FirstChildElement();
-    const bool below = how == mode::all_below || how == mode::one_in_subtree;
+    const bool below = how == Mode::all_below || how == Mode::one_in_subtree;
     if (!below || child == nullptr) {
         return ListXmlAttrs(&element, listing, prefix, name);
     }
     const int32_t result = ListXmlAttrTree(child, listing, prefix, name);
-    if (how == mode::one_in_subtree && g_storeHooks.reply_length_word != nullptr) {
+    if (how == Mode::one_in_subtree && g_storeHooks.reply_length_word != nullptr) {
         if (uint32_t* const word = g_storeHooks.reply_length_word(); word != nullptr) {
-            *word = static_cast<uint32_t>(listing.used());
+            *word = static_cast<uint32_t>(listing.Used());
         }
     }
     return result;
@@ -88,7 +88,7 @@ int32_t ReadSingleAttr(std::string_view path, std::string_view& value) {
         XmlPathLast(list) == own_marker) {
         return result_bad_argument;
     }
-    attribute_name name;
+    AttributeName name;
     copy_bounded(name, XmlPathLast(list));
     DropXmlPathTail(list);
     const TiXmlElement* const element = FindXmlElement(document->RootElement(), list);
@@ -106,30 +106,30 @@ int32_t ReadAttributeHandleFun(std::string_view path, reply_text& out) {
     if (const int32_t begun = Begin(path, list, document); begun != result_ok) {
         return begun;
     }
-    attribute_name name = "";
-    const mode how = TakeTail(list, name);
+    AttributeName name = "";
+    const Mode how = TakeTail(list, name);
     const TiXmlElement* const element = FindXmlElement(document->RootElement(), list);
     if (element == nullptr) {
         return result_not_found;
     }
     char prefix[listing_key_size] = "";
     JoinXmlPath(list, prefix, sizeof(prefix));
-    attribute_listing listing(out, read_reply_capacity(out));
-    const bool named = how == mode::one || how == mode::one_in_subtree;
+    AttributeListing listing(out, ReadReplyCapacity(out));
+    const bool named = how == Mode::one || how == Mode::one_in_subtree;
     const int32_t result = List(*element, how, prefix, named ? name : nullptr, listing);
-    if (listing.out_of_memory()) {
+    if (listing.OutOfMemory()) {
         print_error("%s %d Allocate fail!!\n", "ReadAttributeHandleFun", __LINE__);
-        listing.clear();
+        listing.Clear();
         return result_too_large;
     }
     if (result != 0) {
-        if (how != mode::own) {
+        if (how != Mode::own) {
             print_error("ERR_PARAMETER\n");
         }
-        listing.clear();
+        listing.Clear();
         return result_bad_argument;
     }
-    return static_cast<int32_t>(listing.used());
+    return static_cast<int32_t>(listing.Used());
 }
 
 }  // namespace veltrancord

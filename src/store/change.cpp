@@ -10,16 +10,16 @@
 
 namespace veltrancord {
 
-pending_saves g_pendingSaves;
+PendingSaves g_pendingSaves;
 
 namespace {
 
-kept_text g_keptText;
+KeptText g_keptText;
 
 // Whether the components from `first` on can be the names of new elements.
 bool AreXmlNames(const XmlPath& path, std::size_t first) {
     for (std::size_t i = first; i < path.size(); ++i) {
-        if (!IsXmlName(path[i].text())) {
+        if (!IsXmlName(path[i].Text())) {
             return false;
         }
     }
@@ -31,7 +31,7 @@ TiXmlElement* FirstAt(TiXmlNode& start, const XmlPath& path) {
     TiXmlNode* at = &start;
     TiXmlElement* element = nullptr;
     for (std::size_t i = 0; i < path.size(); ++i) {
-        element = FirstChildNamed(*at, path[i].text());
+        element = FirstChildNamed(*at, path[i].Text());
         if (element == nullptr) {
             return nullptr;
         }
@@ -57,7 +57,7 @@ TiXmlElement* SetXmlValue(TiXmlNode& start, const XmlPath& path, std::string_vie
     TiXmlNode* parent = &start;
     TiXmlElement* element = nullptr;
     for (std::size_t i = 0; i < path.size(); ++i) {
-        element = FirstChildNamed(*parent, path[i].text());
+        element = FirstChildNamed(*parent, path[i].Text());
         if (element == nullptr) {
             // From here on all are missing; either all of them can be saved or none is made.
             if (!AreXmlNames(path, i)) {
@@ -74,7 +74,7 @@ TiXmlElement* SetXmlValue(TiXmlNode& start, const XmlPath& path, std::string_vie
 }
 
 TiXmlElement* ChangeValue(XmlDocNode& node, const XmlPath& path, std::string_view value,
-                          save_flag flag) {
+                          SaveFlag flag) {
     const uint64_t before = node.doc->Edition();
     node.doc->NewEdition();
     TiXmlElement* const element = SetXmlValue(*node.doc, path, value);
@@ -116,7 +116,7 @@ bool MergeSettings(XmlDocNode& node, const TiXmlElement& from) {
     return MergeSubtree(*node.doc, from);
 }
 
-void MarkForSaving(XmlDocNode& node, save_flag flag) {
+void MarkForSaving(XmlDocNode& node, SaveFlag flag) {
     node.saveFlags |= flag;
     g_pendingSaves.flash = g_pendingSaves.flash || flag == DOC_SAVE_FLASH;
     g_pendingSaves.fresh = true;

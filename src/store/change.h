@@ -22,7 +22,7 @@ namespace veltrancord {
 // Return: the element, owned by the document, or null when the value cannot be stored: nothing has
 // changed then and nothing is marked.
 TiXmlElement* ChangeValue(XmlDocNode& node, const XmlPath& path, std::string_view value,
-                          save_flag flag);
+                          SaveFlag flag);
 
 // Sets the attribute of the element at `path`, the first of its name on each level; no element is
 // made. Marks the record DOC_SAVE_FLASH.
@@ -56,14 +56,14 @@ TiXmlElement* ChangeAttribute(XmlDocNode& node, const XmlPath& path, const std::
                                         std::string_view value);
 
 // What waits to be saved, for update/saving.h alone.
-struct pending_saves {
+struct PendingSaves {
     bool flash = false;  // a record may carry DOC_SAVE_FLASH: no walk over the records without it
     bool fresh = false;  // something has changed since a save was tried last
 };
-extern pending_saves g_pendingSaves;
+extern PendingSaves g_pendingSaves;
 
 // Marks a record whose document is to be saved, although it was not changed just now.
-void MarkForSaving(XmlDocNode& node, save_flag flag);
+void MarkForSaving(XmlDocNode& node, SaveFlag flag);
 
 // The text of the document's file, for update/saving.h alone. Valid until the next call for any
 // document or the next change; LetGoOfLongText() when it has been used.

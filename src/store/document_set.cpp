@@ -21,7 +21,7 @@
 namespace veltrancord {
 
 XmlDocNode* g_xmlDocList = nullptr;
-store_hooks g_storeHooks;
+StoreHooks g_storeHooks;
 
 namespace {
 

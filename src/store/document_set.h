@@ -12,7 +12,7 @@
 
 namespace veltrancord {
 
-enum save_flag : uint32_t {
+enum SaveFlag : uint32_t {
     DOC_SAVE_FLASH = 1,   // changed; written to its file after the current command
     DOC_SAVE_MEMORY = 2,  // changed in memory only; written by syncmemtoflash or with a flash save
 };
@@ -26,7 +26,7 @@ struct XmlDocNode {
     std::unique_ptr<XmlDocument> doc;  // its value (name) is the file name
     char path[128] = {};               // full path of the file
     char name[64] = {};                // the file name, by which documents are found
-    uint32_t saveFlags = 0;            // bits of save_flag
+    uint32_t saveFlags = 0;            // bits of SaveFlag
     bool damaged = false;              // its file holds more than the document does: the file must
                                        // be kept aside before it is replaced
 };
@@ -36,13 +36,13 @@ extern XmlDocNode* g_xmlDocList;
 
 // What the process does around loading and freeing the set; set once by the process before
 // LoadXmlDir. The store itself owns no semaphore and no shared memory.
-struct store_hooks {
+struct StoreHooks {
     void (*loaded)() = nullptr;  // LoadXmlDir has read the last entry: set the semaphores
     void (*freed)() = nullptr;   // FreeXmlDocs: detach and remove the shared-memory segments
     // The first word of the second shared-memory segment, or null while it is not attached.
     uint32_t* (*reply_length_word)() = nullptr;
 };
-extern store_hooks g_storeHooks;
+extern StoreHooks g_storeHooks;
 
 // Loads every file of the directory, which is also remembered as the configuration directory. A
 // file that cannot be read, or that memory does not suffice for, is reported and skipped; one that

@@ -34,7 +34,7 @@ bool IsWholeElement(std::string_view line, std::string_view name) {
 
 }  // namespace
 
-std::string_view kept_text::Of(const XmlDocument& document) {
+std::string_view KeptText::Of(const XmlDocument& document) {
     if (!Holds(document)) {
         edition_ = 0;
         text_.assign(1, '\n');
@@ -47,19 +47,19 @@ std::string_view kept_text::Of(const XmlDocument& document) {
     return std::string_view(text_).substr(1);
 }
 
-void kept_text::LetGo() {
+void KeptText::LetGo() {
     edition_ = 0;
     text_ = std::string();
 }
 
-void kept_text::LetGoOfLong() {
+void KeptText::LetGoOfLong() {
     if (text_.size() > most_kept) {
         LetGo();
     }
 }
 
 // Where `tag` stands as the whole beginning of a start tag, from `from` on, or npos.
-std::size_t kept_text::FindTag(const std::string& tag, std::size_t from) const {
+std::size_t KeptText::FindTag(const std::string& tag, std::size_t from) const {
     for (;;) {
         const std::size_t at = text_.find(tag, from);
         if (at == npos) {
@@ -74,7 +74,7 @@ std::size_t kept_text::FindTag(const std::string& tag, std::size_t from) const {
 }
 
 // Return: where the line feed before the element's line stands, or npos.
-std::size_t kept_text::FindLine(const XmlPath& path) const {
+std::size_t KeptText::FindLine(const XmlPath& path) const {
     std::size_t line = 0;
     std::string above;  // how lines of the parent's depth begin
     for (std::size_t depth = 0; depth < path.size(); ++depth) {
@@ -95,7 +95,7 @@ std::size_t kept_text::FindLine(const XmlPath& path) const {
 }
 
 // Return: false when the line is not the whole change.
-bool kept_text::ReplaceLine(const XmlPath& path, const TiXmlElement& element) {
+bool KeptText::ReplaceLine(const XmlPath& path, const TiXmlElement& element) {
     const std::size_t at = FindLine(path);
     const std::size_t end = at != npos ? text_.find('\n', at + 1) : npos;
     if (end == npos ||
@@ -111,8 +111,8 @@ bool kept_text::ReplaceLine(const XmlPath& path, const TiXmlElement& element) {
 }
 
 // The value is set, and no want of memory here may keep its document from being marked for saving.
-void kept_text::Follow(const XmlDocument& document, uint64_t before, const XmlPath& path,
-                       const TiXmlElement& element) {
+void KeptText::Follow(const XmlDocument& document, uint64_t before, const XmlPath& path,
+                      const TiXmlElement& element) {
     if (edition_ != before) {
         return;
     }

@@ -24,7 +24,7 @@
 
 namespace veltrancord {
 
-class kept_text {
+class KeptText {
   public:
     // A longer text is let go after its save, in bytes.
     static constexpr std::size_t most_kept = std::size_t{256} * 1024;

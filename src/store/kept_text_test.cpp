@@ -22,7 +22,7 @@ std::unique_ptr<XmlDocument> Load(const char* text) {
 }
 
 // What the door to the documents does with a value.
-bool Set(kept_text& kept, XmlDocument& document, std::string_view path, std::string_view value) {
+bool Set(KeptText& kept, XmlDocument& document, std::string_view path, std::string_view value) {
     XmlPath list;
     EXPECT_TRUE(SplitXmlPath(path, list));
     const uint64_t before = document.Edition();
@@ -38,7 +38,7 @@ bool Set(kept_text& kept, XmlDocument& document, std::string_view path, std::str
 // where it is not the kept text that followed.
 std::string AfterSetting(const char* text, std::string_view path, std::string_view value) {
     const std::unique_ptr<XmlDocument> document = Load(text);
-    kept_text kept;
+    KeptText kept;
     EXPECT_EQ(kept.Of(*document), SerialiseXmlDoc(*document));
     EXPECT_TRUE(Set(kept, *document, path, value));
     const std::string followed = kept.Holds(*document) ? "" : "printed anew: ";
@@ -49,7 +49,7 @@ std::string AfterSetting(const char* text, std::string_view path, std::string_vi
 TEST(KeptText, HoldsOneDocumentUntilItIsChanged) {
     const auto first = Load("<A/>");
     const auto second = Load("<B/>");
-    kept_text kept;
+    KeptText kept;
     EXPECT_FALSE(kept.Holds(*first));
     EXPECT_EQ(kept.Of(*first), "<A />\n");
     EXPECT_TRUE(kept.Holds(*first));
@@ -66,7 +66,7 @@ TEST(KeptText, HoldsOneDocumentUntilItIsChanged) {
 
 // A freed document's place in memory may be the next one's.
 TEST(KeptText, IsNotTakenForThatOfALaterDocument) {
-    kept_text kept;
+    KeptText kept;
     for (int i = 0; i < 10; ++i) {
         const std::string name = "A" + std::to_string(i);
         const auto document = Load(("<" + name + "/>").c_str());
@@ -76,12 +76,12 @@ TEST(KeptText, IsNotTakenForThatOfALaterDocument) {
 
 TEST(KeptText, ALongTextIsLetGo) {
     const auto document = Load("<A><B>short</B></A>");
-    kept_text kept;
+    KeptText kept;
     static_cast<void>(kept.Of(*document));
     kept.LetGoOfLong();
     EXPECT_TRUE(kept.Holds(*document));
     WriteElementText(*document->RootElement()->FirstChildElement(),
-                     std::string(kept_text::most_kept, 'x'));
+                     std::string(KeptText::most_kept, 'x'));
     document->NewEdition();
     static_cast<void>(kept.Of(*document));
     kept.LetGoOfLong();
@@ -141,7 +141,7 @@ TEST(KeptText, IsPrintedAnewWhereLinesTellNothing) {
 
 TEST(KeptText, AValueThatIsRefusedLeavesTheTextTrue) {
     const auto document = Load("<A><B>b</B></A>");
-    kept_text kept;
+    KeptText kept;
     static_cast<void>(kept.Of(*document));
     EXPECT_FALSE(Set(kept, *document, "A.-1", "x"));
     EXPECT_EQ(kept.Of(*document), SerialiseXmlDoc(*document));
@@ -149,7 +149,7 @@ TEST(KeptText, AValueThatIsRefusedLeavesTheTextTrue) {
 
 TEST(KeptText, TheSecondChangeBeforeASaveLetsItGo) {
     const auto document = Load("<A><B>b</B><C>c</C></A>");
-    kept_text kept;
+    KeptText kept;
     static_cast<void>(kept.Of(*document));
     for (int save = 0; save < 3; ++save) {
         ASSERT_TRUE(Set(kept, *document, "A.B", "1"));
@@ -230,7 +230,7 @@ TEST(KeptText, IsAlwaysWhatWouldBePrinted) {
         generator any(seed);
         XmlDocument document("A");
         static_cast<void>(document.LoadXMLFile(any.Element("A", 5).c_str()));
-        kept_text kept;
+        KeptText kept;
         for (int i = 0; i < 8; ++i) {
             ASSERT_EQ(kept.Of(document), SerialiseXmlDoc(document)) << seed;
             for (int change = any.Below(3); change >= 0; --change) {

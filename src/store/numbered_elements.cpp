@@ -14,21 +14,21 @@ namespace {
 // Calls found(element) for every element below every chain of elements of those names, starting
 // with `first` and its siblings, in document order.
 template <class Found>
-void for_each_below(const TiXmlElement* first, std::span<const std::string_view> names,
-                    const Found& found) {
+void ForEachBelow(const TiXmlElement* first, std::span<const std::string_view> names,
+                  const Found& found) {
     for (const TiXmlElement* element = first; element != nullptr;
          element = element->NextSiblingElement()) {
         if (names.empty()) {
             found(*element);
         } else if (element->ValueStr() == names.front()) {
-            for_each_below(element->FirstChildElement(), names.subspan(1), found);
+            ForEachBelow(element->FirstChildElement(), names.subspan(1), found);
         }
     }
 }
 
 }  // namespace
 
-std::optional<int32_t> element_number(std::string_view name, std::string_view prefix) {
+std::optional<int32_t> ElementNumber(std::string_view name, std::string_view prefix) {
     if (!name.starts_with(prefix)) {
         return std::nullopt;
     }
@@ -44,16 +44,16 @@ std::optional<int32_t> element_number(std::string_view name, std::string_view pr
     return number;
 }
 
-std::vector<int32_t> element_numbers(std::initializer_list<std::string_view> parents,
-                                     std::string_view prefix, int32_t max,
-                                     const element_test& counts) {
+std::vector<int32_t> ElementNumbers(std::initializer_list<std::string_view> parents,
+                                    std::string_view prefix, int32_t max,
+                                    const ElementTest& counts) {
     std::vector<int32_t> numbers;
     const XmlDocument* const document = FindXmlDoc(*parents.begin());
     if (document == nullptr) {
         return numbers;
     }
-    for_each_below(document->FirstChildElement(), parents, [&](const TiXmlElement& element) {
-        const std::optional<int32_t> number = element_number(element.ValueStr(), prefix);
+    ForEachBelow(document->FirstChildElement(), parents, [&](const TiXmlElement& element) {
+        const std::optional<int32_t> number = ElementNumber(element.ValueStr(), prefix);
         if (number && *number >= 1 && *number <= max && counts(element)) {
             numbers.push_back(*number);
         }

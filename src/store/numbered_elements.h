@@ -18,10 +18,10 @@ namespace veltrancord {
 
 // Return: the number from 0 on at the end of `name` when that is `prefix` and a number, written
 // without sign or leading zeros.
-[[nodiscard]] std::optional<int32_t> element_number(std::string_view name, std::string_view prefix);
+[[nodiscard]] std::optional<int32_t> ElementNumber(std::string_view name, std::string_view prefix);
 
 // Whether an element counts among those that are looked for.
-using element_test = std::function<bool(const TiXmlElement&)>;
+using ElementTest = std::function<bool(const TiXmlElement&)>;
 
 // The numbers from 1 to `max` for which an element "<prefix><number>" that passes `counts` exists
 // below `parents`, the names from the document's on. The caller still reads the settings that it
@@ -29,8 +29,8 @@ using element_test = std::function<bool(const TiXmlElement&)>;
 // counts. Memory that cannot be had is thrown as std::bad_alloc.
 //
 // Return: the numbers, rising, each once.
-[[nodiscard]] std::vector<int32_t> element_numbers(
+[[nodiscard]] std::vector<int32_t> ElementNumbers(
     std::initializer_list<std::string_view> parents, std::string_view prefix, int32_t max,
-    const element_test& counts = [](const TiXmlElement&) { return true; });
+    const ElementTest& counts = [](const TiXmlElement&) { return true; });
 
 }  // namespace veltrancord

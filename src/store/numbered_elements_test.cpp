@@ -11,18 +11,18 @@ namespace veltrancord {
 namespace {
 
 std::vector<int32_t> numbers(int32_t max) {
-    return element_numbers({"Account", "Part"}, "N", max);
+    return ElementNumbers({"Account", "Part"}, "N", max);
 }
 
 TEST(ElementNumber, IsWhatAPathWouldSpell) {
-    EXPECT_EQ(element_number("Permit1", "Permit"), 1);
-    EXPECT_EQ(element_number("Permit20", "Permit"), 20);
-    EXPECT_EQ(element_number("Permit0", "Permit"), 0);
-    EXPECT_EQ(element_number("Permit2147483647", "Permit"), 2147483647);
+    EXPECT_EQ(ElementNumber("Permit1", "Permit"), 1);
+    EXPECT_EQ(ElementNumber("Permit20", "Permit"), 20);
+    EXPECT_EQ(ElementNumber("Permit0", "Permit"), 0);
+    EXPECT_EQ(ElementNumber("Permit2147483647", "Permit"), 2147483647);
     for (const char* name : {"Permit", "Permit00", "Permit01", "Permit-1", "Permit-0", "Permit+1",
                              "Permit 1", "Permit1 ", "Permit1a", "Permita", "permit1", "Permi1",
                              "XPermit1", "Permit2147483648", "Permit99999999999999999999", ""}) {
-        EXPECT_EQ(element_number(name, "Permit"), std::nullopt) << name;
+        EXPECT_EQ(ElementNumber(name, "Permit"), std::nullopt) << name;
     }
 }
 
@@ -57,7 +57,7 @@ TEST(NumberedElements, AreLookedAtOnceHoweverManyThereAre) {
     const account_document account("<Part>" + content + "</Part>");
     int32_t looks = 0;
     const auto found =
-        element_numbers({"Account", "Part"}, "N", count, [&looks](const TiXmlElement&) {
+        ElementNumbers({"Account", "Part"}, "N", count, [&looks](const TiXmlElement&) {
             ++looks;
             return true;
         });
@@ -70,8 +70,8 @@ TEST(NumberedElements, AreLookedAtOnceHoweverManyThereAre) {
 TEST(NumberedElements, OnlyThoseThatCountAreFound) {
     const account_document account("<Part><N1/><N2>x</N2><N3>x</N3></Part>");
     EXPECT_EQ(
-        element_numbers({"Account", "Part"}, "N", 20,
-                        [](const TiXmlElement& element) { return element.GetText() != nullptr; }),
+        ElementNumbers({"Account", "Part"}, "N", 20,
+                       [](const TiXmlElement& element) { return element.GetText() != nullptr; }),
         (std::vector<int32_t>{2, 3}));
 }
 

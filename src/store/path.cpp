@@ -87,17 +87,17 @@ void JoinXmlPath(const XmlPath& list, char* buffer, std::size_t size) {
         if (i > 0) {
             append(".");
         }
-        append(list[i].text());
+        append(list[i].Text());
     }
     buffer[length] = '\0';
 }
 
 std::string_view XmlPathLast(const XmlPath& list) {
-    return list.empty() ? std::string_view() : list[list.size() - 1].text();
+    return list.empty() ? std::string_view() : list[list.size() - 1].Text();
 }
 
 std::string_view XmlPathParent(const XmlPath& list) {
-    return list.size() < 2 ? std::string_view() : list[list.size() - 2].text();
+    return list.size() < 2 ? std::string_view() : list[list.size() - 2].Text();
 }
 
 }  // namespace veltrancord

@@ -16,7 +16,7 @@ inline constexpr std::size_t max_path_text = 511;  // longer path text is cut to
 struct XmlPathNode {
     const char* name;
     std::size_t length;
-    [[nodiscard]] std::string_view text() const { return {name, length}; }
+    [[nodiscard]] std::string_view Text() const { return {name, length}; }
 };
 
 // The components of one path, in order. Lives on the stack: splitting allocates nothing. Not

@@ -15,8 +15,8 @@ using names = std::vector<std::string>;
 names Names(const XmlPath& list) {
     names result;
     for (std::size_t i = 0; i < list.size(); ++i) {
-        EXPECT_EQ(std::string(list[i].name), list[i].text());
-        result.emplace_back(list[i].text());
+        EXPECT_EQ(std::string(list[i].name), list[i].Text());
+        result.emplace_back(list[i].Text());
     }
     return result;
 }

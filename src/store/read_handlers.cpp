@@ -10,7 +10,7 @@
 namespace veltrancord {
 
 int32_t read_handle(connection_record& connection, command_argument argument, int32_t /*row*/) {
-    if (!open_read_reply(connection.reply, "read_handle")) {
+    if (!OpenReadReply(connection.reply, "read_handle")) {
         return result_ok;
     }
     return ReadXmlTree(argument.text(), connection.reply, 0, {});
@@ -18,7 +18,7 @@ int32_t read_handle(connection_record& connection, command_argument argument, in
 
 int32_t readwithlevel_handle(connection_record& connection, command_argument argument,
                              int32_t /*row*/) {
-    if (!open_read_reply(connection.reply, "readwithlevel_handle")) {
+    if (!OpenReadReply(connection.reply, "readwithlevel_handle")) {
         return result_ok;
     }
     // The last "&", since a path may hold one itself.
@@ -33,7 +33,7 @@ int32_t readwithlevel_handle(connection_record& connection, command_argument arg
 
 int32_t read_filter_handle(connection_record& connection, command_argument argument,
                            int32_t /*row*/) {
-    if (!open_read_reply(connection.reply, "read_filter_handle")) {
+    if (!OpenReadReply(connection.reply, "read_filter_handle")) {
         return result_ok;
     }
     return ReadXmlTree(argument.text(), connection.reply, 0, readFilterList);
@@ -43,7 +43,7 @@ int32_t read_filter_handle(connection_record& connection, command_argument argum
 // bytes up to that length: clients take the text up to the first of them.
 int32_t readvalue_handle(connection_record& connection, command_argument argument,
                          int32_t /*row*/) {
-    if (!open_read_reply(connection.reply, "readvalue_handle")) {
+    if (!OpenReadReply(connection.reply, "readvalue_handle")) {
         return result_ok;
     }
     XmlValue value;
@@ -51,7 +51,7 @@ int32_t readvalue_handle(connection_record& connection, command_argument argumen
     if (result < 0) {
         return result;
     }
-    const bool fits = static_cast<uint32_t>(result) <= read_reply_capacity(connection.reply);
+    const bool fits = static_cast<uint32_t>(result) <= ReadReplyCapacity(connection.reply);
     return fits && connection.reply.append(value.text) ? result : result_too_large;
 }
 

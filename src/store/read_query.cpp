@@ -37,8 +37,7 @@ bool IsLevelAllowed(const TiXmlElement* element, int32_t level) {
     return level <= 0 || (ReadLevel(element, own) && level <= own);
 }
 
-int32_t ReadAllDocuments(reply_text& out, uint32_t capacity, int32_t level,
-                         hidden_prefixes filter) {
+int32_t ReadAllDocuments(reply_text& out, uint32_t capacity, int32_t level, HiddenPrefixes filter) {
     const std::size_t start = out.size();
     bool kept = false;
     for (const XmlDocNode* node = g_xmlDocList; node != nullptr; node = node->next) {
@@ -79,10 +78,10 @@ int32_t ReadSingleValue(const TiXmlElement* element, std::string_view path, repl
 }
 
 int32_t ReadSubtree(XmlDocument& document, XmlPath& list, reply_text& out, uint32_t capacity,
-                    int32_t level, hidden_prefixes filter) {
+                    int32_t level, HiddenPrefixes filter) {
     StripXmlPathWildcard(list);
     TiXmlNode* top = &document;
-    if (!list[0].text().empty()) {
+    if (!list[0].Text().empty()) {
         top = FindXmlElement(document.RootElement(), list);
         if (top == nullptr) {
             return result_not_found;
@@ -101,7 +100,7 @@ int32_t ReadSubtree(XmlDocument& document, XmlPath& list, reply_text& out, uint3
 }
 
 int32_t ReadByPath(std::string_view path, reply_text& out, uint32_t capacity, int32_t level,
-                   hidden_prefixes filter) {
+                   HiddenPrefixes filter) {
     if (path == "*") {
         return ReadAllDocuments(out, capacity, level, filter);
     }
@@ -109,7 +108,7 @@ int32_t ReadByPath(std::string_view path, reply_text& out, uint32_t capacity, in
     if (!SplitXmlPath(path, list)) {
         return result_bad_argument;
     }
-    XmlDocument* const document = FindXmlDoc(list[0].text());
+    XmlDocument* const document = FindXmlDoc(list[0].Text());
     if (document == nullptr) {
         return result_not_found;
     }
@@ -122,26 +121,26 @@ int32_t ReadByPath(std::string_view path, reply_text& out, uint32_t capacity, in
 
 }  // namespace
 
-bool open_read_reply(reply_text& reply) {
+bool OpenReadReply(reply_text& reply) {
     return reply.open(std::size_t{GetReadBufSize()} + reply_key_slack);
 }
 
-bool open_read_reply(reply_text& reply, const char* handler) {
-    if (open_read_reply(reply)) {
+bool OpenReadReply(reply_text& reply, const char* handler) {
+    if (OpenReadReply(reply)) {
         return true;
     }
     print_error("%s allocate memory fail!!\n", handler);
     return false;
 }
 
-uint32_t read_reply_capacity(const reply_text& reply) {
+uint32_t ReadReplyCapacity(const reply_text& reply) {
     return static_cast<uint32_t>(reply.bound() -
                                  std::min<std::size_t>(reply.bound(), reply_key_slack));
 }
 
-int32_t ReadXmlTree(std::string_view path, reply_text& out, int32_t level, hidden_prefixes filter) {
+int32_t ReadXmlTree(std::string_view path, reply_text& out, int32_t level, HiddenPrefixes filter) {
     const std::size_t start = out.size();
-    const int32_t result = ReadByPath(path, out, read_reply_capacity(out), level, filter);
+    const int32_t result = ReadByPath(path, out, ReadReplyCapacity(out), level, filter);
     if (result < 0) {
         out.truncate(start);
     }
@@ -151,7 +150,7 @@ int32_t ReadXmlTree(std::string_view path, reply_text& out, int32_t level, hidde
 int32_t DumpXmlToFile(const char* path, const char* file) {
     reply_text text;
     int32_t result = result_too_large;
-    if (open_read_reply(text)) {
+    if (OpenReadReply(text)) {
         result = ReadXmlTree(path, text, 0, {});
     }
     if (file == nullptr || result < 1) {

@@ -23,24 +23,24 @@ inline constexpr uint32_t reply_key_slack = 512;
 // Opens `reply` for a reply of at most the current reply capacity (plus the slack above).
 //
 // Return: false when memory could not be had; the handler's message is the caller's.
-[[nodiscard]] bool open_read_reply(reply_text& reply);
+[[nodiscard]] bool OpenReadReply(reply_text& reply);
 
 // The same for the handler of that log name, with its message on standard error. A handler that
 // gets false returns result_ok.
-[[nodiscard]] bool open_read_reply(reply_text& reply, const char* handler);
+[[nodiscard]] bool OpenReadReply(reply_text& reply, const char* handler);
 
 // The reply capacity that `reply` was opened with: one request keeps to one value, though the
 // backup thread may change the capacity meanwhile.
-[[nodiscard]] uint32_t read_reply_capacity(const reply_text& reply);
+[[nodiscard]] uint32_t ReadReplyCapacity(const reply_text& reply);
 
 // Runs a read for `path`: one value, a subtree ("....*") or everything ("*"), appended to `out`,
-// which open_read_reply has opened. A level above 0 refuses what is not marked for it: a single
+// which OpenReadReply has opened. A level above 0 refuses what is not marked for it: a single
 // value and the top of a subtree must carry a Level not below it.
 //
 // Return: the length appended (0: a subtree without any text), result_not_found,
 // result_bad_argument or result_too_large; nothing is appended then.
 [[nodiscard]] int32_t ReadXmlTree(std::string_view path, reply_text& out, int32_t level,
-                                  hidden_prefixes filter);
+                                  HiddenPrefixes filter);
 
 // Puts a file with what a read of `path` returns in place of `file`, in one step: whatever had that
 // name, a link included, is replaced and not followed. Messages go to standard error.

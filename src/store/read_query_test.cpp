@@ -47,9 +47,9 @@ class ReadQuery : public testing::Test {
     }
 
     // The reply to a read; "-" and the result where that is negative.
-    static std::string Read(std::string_view path, int32_t level = 0, hidden_prefixes filter = {}) {
+    static std::string Read(std::string_view path, int32_t level = 0, HiddenPrefixes filter = {}) {
         reply_text out;
-        EXPECT_TRUE(open_read_reply(out));
+        EXPECT_TRUE(OpenReadReply(out));
         const int32_t result = ReadXmlTree(path, out, level, filter);
         if (result < 0) {
             EXPECT_EQ(out.size(), 0U);
@@ -76,7 +76,7 @@ class ReadQuery : public testing::Test {
     static reply_text Reply(std::size_t capacity) {
         reply_text out;
         EXPECT_TRUE(out.open(capacity + reply_key_slack));
-        EXPECT_EQ(read_reply_capacity(out), capacity);
+        EXPECT_EQ(ReadReplyCapacity(out), capacity);
         return out;
     }
 
@@ -90,10 +90,10 @@ class ReadQuery : public testing::Test {
 
 TEST_F(ReadQuery, ReplyIsBoundedByTheCapacityAndItsSlack) {
     reply_text out;
-    ASSERT_TRUE(open_read_reply(out));
+    ASSERT_TRUE(OpenReadReply(out));
     EXPECT_EQ(out.bound(), GetReadBufSize() + reply_key_slack);
-    EXPECT_EQ(read_reply_capacity(out), GetReadBufSize());
-    EXPECT_EQ(read_reply_capacity(reply_text()), 0U);
+    EXPECT_EQ(ReadReplyCapacity(out), GetReadBufSize());
+    EXPECT_EQ(ReadReplyCapacity(reply_text()), 0U);
 }
 
 TEST_F(ReadQuery, SingleValueIsThePathAsReceivedAndTheStoredText) {

@@ -15,14 +15,14 @@ namespace {
 
 // Whether url_decode gives back the character itself, whatever follows it. Others up to '+' do,
 // too, but they are not usual in a name.
-constexpr bool stands_for_itself(char character) {
+constexpr bool StandsForItself(char character) {
     return static_cast<unsigned char>(character) > '+' && character != '_';
 }
 
 // The same for all bytes of a word: a byte below the one that is subtracted from it borrows, which
 // sets its high bit; so it is found whether one is below '+' + 1, and, after an exclusive or with
 // '_', below 1. What is above a byte that borrows may be taken for one, which changes nothing.
-constexpr bool stand_for_themselves(uint64_t word) {
+constexpr bool StandForThemselves(uint64_t word) {
     constexpr uint64_t ones = ~uint64_t{0} / 255;
     const uint64_t underscores = word ^ (ones * '_');
     const uint64_t borrows =
@@ -31,7 +31,7 @@ constexpr bool stand_for_themselves(uint64_t word) {
 }
 
 template <class Word>
-Word copy_word(char* to, const char* from) {
+Word CopyWord(char* to, const char* from) {
     Word word;
     std::memcpy(&word, from, sizeof word);
     std::memcpy(to, &word, sizeof word);
@@ -42,33 +42,33 @@ Word copy_word(char* to, const char* from) {
 // one overlaps the one before it.
 //
 // Return: false when the name must be decoded; what was copied is worth nothing then.
-bool copy_plain_name(char* to, std::string_view name) {
+bool CopyPlainName(char* to, std::string_view name) {
     const char* const from = name.data();
     const std::size_t size = name.size();
     if (size >= sizeof(uint64_t)) {
         const std::size_t last = size - sizeof(uint64_t);
-        bool plain = stand_for_themselves(copy_word<uint64_t>(to + last, from + last));
+        bool plain = StandForThemselves(CopyWord<uint64_t>(to + last, from + last));
         for (std::size_t at = 0; at < last; at += sizeof(uint64_t)) {
-            plain = plain && stand_for_themselves(copy_word<uint64_t>(to + at, from + at));
+            plain = plain && StandForThemselves(CopyWord<uint64_t>(to + at, from + at));
         }
         return plain;
     }
     if (size >= sizeof(uint32_t)) {
         const std::size_t last = size - sizeof(uint32_t);
-        const uint64_t first = copy_word<uint32_t>(to, from);
-        return stand_for_themselves(first << 32U | copy_word<uint32_t>(to + last, from + last));
+        const uint64_t first = CopyWord<uint32_t>(to, from);
+        return StandForThemselves(first << 32U | CopyWord<uint32_t>(to + last, from + last));
     }
     for (std::size_t at = 0; at < size; ++at) {
         to[at] = from[at];
     }
-    return std::all_of(name.begin(), name.end(), stands_for_itself);
+    return std::all_of(name.begin(), name.end(), StandsForItself);
 }
 
 // Asks for the memory of what comes next while this node is listed. Parsing makes a document's
 // nodes in the order of its file, so they lie in memory one behind the other, though each has to be
 // waited for before the next can be found. Where they do not, nothing is lost: any address may be
 // asked for.
-void prefetch_behind(const TiXmlNode* node) {
+void PrefetchBehind(const TiXmlNode* node) {
     constexpr std::size_t distance = 4096;
     constexpr std::size_t bytes = 256;  // of the 400 and more that an element and its text take
     constexpr std::size_t cache_line = 64;
@@ -83,18 +83,18 @@ void prefetch_behind(const TiXmlNode* node) {
 constexpr std::size_t prefix_step = 32;
 static_assert(listing_key_size % prefix_step == 0);
 
-class lister {
+class Lister {
   public:
     // The two buffers are written before they are read, and clearing them costs more than a short
     // listing.
     // cppcheck-suppress uninitMemberVar
-    lister(reply_text& out, uint32_t capacity, hidden_prefixes filter)
+    Lister(reply_text& out, uint32_t capacity, HiddenPrefixes filter)
         : out_(out), start_(out.size()), capacity_(capacity), filter_(filter) {
         plain_[0] = '\0';
     }
-    lister(const lister&) = delete;
-    lister& operator=(const lister&) = delete;
-    ~lister() {
+    Lister(const Lister&) = delete;
+    Lister& operator=(const Lister&) = delete;
+    ~Lister() {
         if (plain_[0] != '\0') {
             ::explicit_bzero(plain_, sizeof plain_);
         }
@@ -123,26 +123,26 @@ class lister {
     reply_text& out_;
     const std::size_t start_;
     const std::size_t capacity_;
-    const hidden_prefixes filter_;
+    const HiddenPrefixes filter_;
     char key_[listing_key_size];    // one for the whole walk: a child's key begins with its
                                     // parent's
     char plain_[secret_text_size];  // the decoded form of a secret
 };
 
 // Return: the length of the key with the decoded name behind it.
-std::size_t lister::AppendName(std::size_t length, std::string_view name) {
+std::size_t Lister::AppendName(std::size_t length, std::string_view name) {
     if (length > 0 && length + 1 < sizeof(key_)) {
         key_[length++] = '.';
     }
     const std::size_t room = sizeof(key_) - length;
-    if (name.size() < room && copy_plain_name(key_ + length, name)) {
+    if (name.size() < room && CopyPlainName(key_ + length, name)) {
         return length + name.size();
     }
     url_decode(key_ + length, room, name);
     return length + std::strlen(key_ + length);
 }
 
-bool lister::AppendLine(std::string_view key, const TiXmlElement& element, std::string_view text) {
+bool Lister::AppendLine(std::string_view key, const TiXmlElement& element, std::string_view text) {
     if (IsSecretName(element.ValueStr())) {
         text = DecodeSecret(text, plain_);
     }
@@ -156,7 +156,7 @@ bool lister::AppendLine(std::string_view key, const TiXmlElement& element, std::
 // will stand: a name that neither has to be decoded nor names a secret, and room to spare.
 //
 // Return: false, and nothing is appended, when the line is not of that kind or does not fit.
-bool lister::AppendUsualLine(std::size_t length, const std::string& name, const std::string& text) {
+bool Lister::AppendUsualLine(std::size_t length, const std::string& name, const std::string& text) {
     const std::size_t key_length = length + 1 + name.size();
     if (key_length >= sizeof(key_) || IsSecretName(name)) {
         return false;
@@ -172,7 +172,7 @@ bool lister::AppendUsualLine(std::size_t length, const std::string& name, const 
     if (length > 0) {
         *to++ = '.';
     }
-    if (!copy_plain_name(to, name)) {
+    if (!CopyPlainName(to, name)) {
         return false;
     }
     to += name.size();
@@ -187,9 +187,9 @@ bool lister::AppendUsualLine(std::size_t length, const std::string& name, const 
     return true;
 }
 
-bool lister::List(const TiXmlNode& parent, std::size_t length, bool at_top) {
+bool Lister::List(const TiXmlNode& parent, std::size_t length, bool at_top) {
     for (const TiXmlNode* node = parent.FirstChild(); node != nullptr; node = node->NextSibling()) {
-        prefetch_behind(node);
+        PrefetchBehind(node);
         if (node->Type() != TiXmlNode::TINYXML_ELEMENT) {
             continue;
         }
@@ -225,12 +225,12 @@ bool lister::List(const TiXmlNode& parent, std::size_t length, bool at_top) {
 }  // namespace
 
 int32_t ListXmlSubtree(const TiXmlNode& top, reply_text& out, uint32_t capacity,
-                       std::string_view prefix, hidden_prefixes filter) {
-    lister listing(out, capacity, filter);
+                       std::string_view prefix, HiddenPrefixes filter) {
+    Lister listing(out, capacity, filter);
     return listing.List(top, listing.SetPrefix(prefix), true) ? 0 : -1;
 }
 
-bool IsXmlNodeVisible(std::string_view key, const TiXmlElement& element, hidden_prefixes filter) {
+bool IsXmlNodeVisible(std::string_view key, const TiXmlElement& element, HiddenPrefixes filter) {
     for (const std::string_view prefix : filter) {
         if (key.starts_with(prefix)) {
             return false;

@@ -13,7 +13,7 @@
 namespace veltrancord {
 
 // Key prefixes that a filtered read hides; empty: nothing is filtered.
-using hidden_prefixes = std::span<const std::string_view>;
+using HiddenPrefixes = std::span<const std::string_view>;
 
 // A key is built in a field of this size, NUL included; a longer one is cut.
 inline constexpr std::size_t listing_key_size = 256;
@@ -29,12 +29,12 @@ inline constexpr std::size_t listing_key_size = 256;
 // Return: 0, or -1 when a line does not fit or memory could not be had; what was listed before
 // stays in `out`.
 [[nodiscard]] int32_t ListXmlSubtree(const TiXmlNode& top, reply_text& out, uint32_t capacity,
-                                     std::string_view prefix, hidden_prefixes filter);
+                                     std::string_view prefix, HiddenPrefixes filter);
 
 // Whether a filtered read shows the element: its key begins with none of the prefixes, compared
 // byte by byte ("Account.User" hides "Account.UserGroup" too), and it has no attribute AllowToShow
 // but "YES" in any case.
 [[nodiscard]] bool IsXmlNodeVisible(std::string_view key, const TiXmlElement& element,
-                                    hidden_prefixes filter);
+                                    HiddenPrefixes filter);
 
 }  // namespace veltrancord

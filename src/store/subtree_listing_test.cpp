@@ -15,14 +15,14 @@ namespace veltrancord {
 namespace {
 
 constexpr std::array<std::string_view, 1> filter = {"A.Hidden"};
-constexpr hidden_prefixes no_filter;
+constexpr HiddenPrefixes no_filter;
 
 struct listing {
     int32_t result = 0;
     std::string text;
 };
 
-listing List(const TiXmlNode& top, std::string_view prefix, hidden_prefixes hidden = no_filter,
+listing List(const TiXmlNode& top, std::string_view prefix, HiddenPrefixes hidden = no_filter,
              uint32_t capacity = 100000) {
     reply_text out;
     EXPECT_TRUE(out.open(capacity + 512));
@@ -33,7 +33,7 @@ listing List(const TiXmlNode& top, std::string_view prefix, hidden_prefixes hidd
 }
 
 // Lists what is below the root of the text, whose name is the prefix.
-std::string Lines(const char* xml, hidden_prefixes hidden = no_filter) {
+std::string Lines(const char* xml, HiddenPrefixes hidden = no_filter) {
     XmlDocument document("D");
     EXPECT_TRUE(document.LoadXMLFile(xml));
     const listing listed = List(*document.RootElement(), document.RootElement()->Value(), hidden);

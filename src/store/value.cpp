@@ -13,7 +13,7 @@ TiXmlElement* FindXmlElement(TiXmlElement* first, const XmlPath& list) {
         return nullptr;
     }
     TiXmlElement* match = first;
-    while (match != nullptr && match->ValueStr() != list[0].text()) {
+    while (match != nullptr && match->ValueStr() != list[0].Text()) {
         match = match->NextSiblingElement();
     }
     // `level` components have matched, the last of them `within`. Where that one does not hold the
@@ -26,7 +26,7 @@ TiXmlElement* FindXmlElement(TiXmlElement* first, const XmlPath& list) {
                 return match;
             }
             within = match;
-            match = FirstChildNamed(*within, list[level].text());
+            match = FirstChildNamed(*within, list[level].Text());
         } else if (level > 0) {
             match = NextOfSameName(*within);
             within = --level > 0 ? within->Parent()->ToElement() : nullptr;
@@ -48,7 +48,7 @@ int32_t ReadXmlValue(std::string_view path, XmlValue& out) {
     if (!SplitXmlPath(path, list) || path == ".*") {
         return result_bad_argument;
     }
-    XmlDocument* const document = FindXmlDoc(list[0].text());
+    XmlDocument* const document = FindXmlDoc(list[0].Text());
     if (document == nullptr) {
         return result_not_found;
     }

@@ -128,11 +128,11 @@ int32_t remove_setting(std::string_view argument) {
         }
         return documents_removed();
     }
-    XmlDocNode* const node = FindXmlDocNode(list[0].text());
+    XmlDocNode* const node = FindXmlDocNode(list[0].Text());
     if (node == nullptr || node->doc == nullptr) {
         return result_not_found;
     }
-    if (argument == std::string(list[0].text()).append(".*")) {
+    if (argument == std::string(list[0].Text()).append(".*")) {
         remove_document(*node);
         return documents_removed();
     }

@@ -41,7 +41,7 @@ int32_t set_element_value(std::string_view path, std::string_view value, bool to
         !SplitXmlPath(path, list)) {
         return result_bad_argument;
     }
-    XmlDocNode* const node = FindXmlDocNode(list[0].text());
+    XmlDocNode* const node = FindXmlDocNode(list[0].Text());
     if (node == nullptr || node->doc == nullptr) {
         return result_not_found;
     }
@@ -65,7 +65,7 @@ int32_t set_attribute_value(std::string_view path, std::string_view value) {
     const std::string name(XmlPathLast(list).substr(0, max_attribute_name));
     // A path of one component keeps it: the attribute of the root element that bears its name.
     DropXmlPathTail(list);
-    XmlDocNode* const node = FindXmlDocNode(list[0].text());
+    XmlDocNode* const node = FindXmlDocNode(list[0].Text());
     if (node == nullptr || node->doc == nullptr) {
         return result_not_found;
     }

@@ -30,7 +30,7 @@ TiXmlElement* Walk(TiXmlNode*& node, std::string_view name, int limit) {
 }
 
 // Return: null when memory could not be had, or `parent` is in no document.
-child_index* MakeIndex(TiXmlNode& parent) {
+ChildIndex* MakeIndex(TiXmlNode& parent) {
     XmlDocument* const document = DocumentOf(parent);
     return document != nullptr ? document->ChildIndexes().Make(parent) : nullptr;
 }
@@ -43,7 +43,7 @@ void DropIndexes(TiXmlNode& node) {
 
 }  // namespace
 
-child_index::child_index(TiXmlNode& parent) : parent_(parent) {
+ChildIndex::ChildIndex(TiXmlNode& parent) : parent_(parent) {
     std::size_t children = 0;
     for (TiXmlElement* child = parent.FirstChildElement(); child != nullptr;
          child = child->NextSiblingElement()) {
@@ -57,12 +57,12 @@ child_index::child_index(TiXmlNode& parent) : parent_(parent) {
     parent.SetUserData(this);
 }
 
-std::size_t child_index::Home(std::string_view name) const {
+std::size_t ChildIndex::Home(std::string_view name) const {
     return std::hash<std::string_view>()(name) & (slots_.size() - 1);
 }
 
-// Where the name stands, or the free slot where it belongs.
-std::size_t child_index::Place(std::string_view name) const {
+// Where the name stands, or the free Slot where it belongs.
+std::size_t ChildIndex::Place(std::string_view name) const {
     std::size_t place = Home(name);
     while (slots_[place].first != nullptr && slots_[place].first->ValueStr() != name) {
         place = Next(place);
@@ -71,32 +71,32 @@ std::size_t child_index::Place(std::string_view name) const {
 }
 
 // Makes room for that many names with a quarter of the slots left free.
-void child_index::Resize(std::size_t names) {
+void ChildIndex::Resize(std::size_t names) {
     std::size_t size = least_slots;
     while (size / 4 * 3 < names) {
         size *= 2;
     }
-    const std::vector<slot> before = std::exchange(slots_, std::vector<slot>(size));
-    for (const slot& one : before) {
+    const std::vector<Slot> before = std::exchange(slots_, std::vector<Slot>(size));
+    for (const Slot& one : before) {
         if (one.first != nullptr) {
             slots_[Place(one.first->ValueStr())] = one;
         }
     }
 }
 
-TiXmlElement* child_index::First(std::string_view name) const {
+TiXmlElement* ChildIndex::First(std::string_view name) const {
     return slots_[Place(name)].first;
 }
 
-TiXmlElement* child_index::Last(std::string_view name) const {
+TiXmlElement* ChildIndex::Last(std::string_view name) const {
     return slots_[Place(name)].last;
 }
 
-void child_index::Append(TiXmlElement& child) {
+void ChildIndex::Append(TiXmlElement& child) {
     if (used_ + 1 > slots_.size() / 4 * 3) {
         Resize(used_ + 1);
     }
-    slot& place = slots_[Place(child.ValueStr())];
+    Slot& place = slots_[Place(child.ValueStr())];
     if (place.first == nullptr) {
         place.first = &child;
         ++used_;
@@ -104,9 +104,9 @@ void child_index::Append(TiXmlElement& child) {
     place.last = &child;
 }
 
-void child_index::Remove(TiXmlElement& child) {
+void ChildIndex::Remove(TiXmlElement& child) {
     const std::size_t place = Place(child.ValueStr());
-    slot& found = slots_[place];
+    Slot& found = slots_[place];
     if (found.first == found.last) {
         Free(place);
     } else if (found.first == &child) {
@@ -116,8 +116,8 @@ void child_index::Remove(TiXmlElement& child) {
     }
 }
 
-// Names behind the freed slot that would not be found across it move up.
-void child_index::Free(std::size_t place) {
+// Names behind the freed Slot that would not be found across it move up.
+void ChildIndex::Free(std::size_t place) {
     const std::size_t mask = slots_.size() - 1;
     for (std::size_t i = Next(place); slots_[i].first != nullptr; i = Next(i)) {
         const std::size_t home = Home(slots_[i].first->ValueStr());
@@ -130,7 +130,7 @@ void child_index::Free(std::size_t place) {
     --used_;
 }
 
-child_index* child_indexes::Make(TiXmlNode& parent) {
+ChildIndex* ChildIndexSet::Make(TiXmlNode& parent) {
     try {
         return &all_.emplace_front(parent);
     } catch (const std::bad_alloc&) {
@@ -139,7 +139,7 @@ child_index* child_indexes::Make(TiXmlNode& parent) {
 }
 
 TiXmlElement* FirstChildNamed(TiXmlNode& parent, std::string_view name) {
-    if (const child_index* const made = child_index::Of(parent); made != nullptr) {
+    if (const ChildIndex* const made = ChildIndex::Of(parent); made != nullptr) {
         return made->First(name);
     }
     TiXmlNode* child = parent.FirstChild();
@@ -147,7 +147,7 @@ TiXmlElement* FirstChildNamed(TiXmlNode& parent, std::string_view name) {
     if (found != nullptr || child == nullptr) {
         return found;
     }
-    const child_index* const index = MakeIndex(parent);
+    const ChildIndex* const index = MakeIndex(parent);
     return index != nullptr ? index->First(name) : Walk(child, name, INT_MAX);
 }
 
@@ -155,7 +155,7 @@ TiXmlElement* NextOfSameName(TiXmlElement& element) {
     const std::string_view name = element.ValueStr();
     TiXmlNode& parent = *element.Parent();
     TiXmlNode* sibling = element.NextSibling();
-    const child_index* index = child_index::Of(parent);
+    const ChildIndex* index = ChildIndex::Of(parent);
     if (index == nullptr) {
         TiXmlElement* const found = Walk(sibling, name, walked_children);
         if (found != nullptr || sibling == nullptr) {
@@ -172,7 +172,7 @@ TiXmlElement* NextOfSameName(TiXmlElement& element) {
 TiXmlElement& AppendElement(TiXmlNode& parent, const std::string& name) {
     TiXmlElement& child =
         *parent.LinkEndChild(std::make_unique<TiXmlElement>(name).release())->ToElement();
-    if (child_index* const index = child_index::Of(parent); index != nullptr) {
+    if (ChildIndex* const index = ChildIndex::Of(parent); index != nullptr) {
         try {
             index->Append(child);
         } catch (const std::bad_alloc&) {
@@ -187,9 +187,9 @@ void RemoveChildNode(TiXmlNode& child) {
     TiXmlElement* const element = child.ToElement();
     if (element != nullptr) {
         // What is below an element may be indexed, too.
-        if (element->FirstChildElement() != nullptr || child_index::Of(*element) != nullptr) {
+        if (element->FirstChildElement() != nullptr || ChildIndex::Of(*element) != nullptr) {
             DropIndexes(parent);
-        } else if (child_index* const index = child_index::Of(parent); index != nullptr) {
+        } else if (ChildIndex* const index = ChildIndex::Of(parent); index != nullptr) {
             index->Remove(*element);
         }
     }

@@ -27,16 +27,16 @@ inline constexpr int walked_children = 64;
 
 // The first and the last child element of each name of one element. It takes up to 43 bytes for
 // each child, a tenth or so of what the child itself takes.
-class child_index {
+class ChildIndex {
   public:
-    explicit child_index(TiXmlNode& parent);
-    child_index(const child_index&) = delete;
-    child_index& operator=(const child_index&) = delete;
-    ~child_index() { parent_.SetUserData(nullptr); }
+    explicit ChildIndex(TiXmlNode& parent);
+    ChildIndex(const ChildIndex&) = delete;
+    ChildIndex& operator=(const ChildIndex&) = delete;
+    ~ChildIndex() { parent_.SetUserData(nullptr); }
 
     // The index that hangs on `parent`, or null.
-    [[nodiscard]] static child_index* Of(TiXmlNode& parent) {
-        return static_cast<child_index*>(parent.GetUserData());
+    [[nodiscard]] static ChildIndex* Of(TiXmlNode& parent) {
+        return static_cast<ChildIndex*>(parent.GetUserData());
     }
 
     // Return: the first child element of that name, or null.
@@ -52,8 +52,8 @@ class child_index {
     void Remove(TiXmlElement& child);
 
   private:
-    struct slot {
-        TiXmlElement* first = nullptr;  // null: the slot is free
+    struct Slot {
+        TiXmlElement* first = nullptr;  // null: the Slot is free
         TiXmlElement* last = nullptr;
     };
 
@@ -66,22 +66,22 @@ class child_index {
     void Free(std::size_t place);
 
     TiXmlNode& parent_;
-    std::vector<slot> slots_;  // a power of two; a name stands at its hash or as soon as possible
-                               // behind it, with no free slot between
+    std::vector<Slot> slots_;  // a power of two; a name stands at its hash or as soon as possible
+                               // behind it, with no free Slot between
     std::size_t used_ = 0;
 };
 
 // The indexes of one document, which end before its nodes do.
-class child_indexes {
+class ChildIndexSet {
   public:
     // Return: a new index that hangs on `parent`, or null when memory could not be had.
-    child_index* Make(TiXmlNode& parent);
+    ChildIndex* Make(TiXmlNode& parent);
 
     void Drop() { all_.clear(); }
-    [[nodiscard]] std::size_t count() const { return all_.size(); }
+    [[nodiscard]] std::size_t Count() const { return all_.size(); }
 
   private:
-    std::list<child_index> all_;
+    std::list<ChildIndex> all_;
 };
 
 // The first child element of that name, or null. Where memory for an index cannot be had, the

@@ -44,18 +44,18 @@ TEST(ChildIndex, FewChildrenAreWalkedOver) {
     const auto doc = Load("<D>" + Children(walked_children, walked_children) + "</D>");
     EXPECT_EQ(FirstChildNamed(*doc->RootElement(), "none"), nullptr);
     EXPECT_NE(FirstChildNamed(*doc->RootElement(), "E63"), nullptr);
-    EXPECT_EQ(doc->ChildIndexes().count(), 0U);
+    EXPECT_EQ(doc->ChildIndexes().Count(), 0U);
 }
 
 TEST(ChildIndex, IsMadeWhenAWalkIsNotEnough) {
     const auto doc = Load("<D>" + Children(1000, 1000) + "</D>");
     TiXmlElement& root = *doc->RootElement();
     EXPECT_EQ(FirstChildNamed(root, "E63"), WalkedTo(root, "E63"));
-    EXPECT_EQ(doc->ChildIndexes().count(), 0U);
+    EXPECT_EQ(doc->ChildIndexes().Count(), 0U);
     EXPECT_EQ(FirstChildNamed(root, "E64"), WalkedTo(root, "E64"));
     EXPECT_EQ(FirstChildNamed(root, "E999"), WalkedTo(root, "E999"));
     EXPECT_EQ(FirstChildNamed(root, "E1000"), nullptr);
-    EXPECT_EQ(doc->ChildIndexes().count(), 1U);
+    EXPECT_EQ(doc->ChildIndexes().Count(), 1U);
 }
 
 TEST(ChildIndex, GivesTheFirstOfANameAndTheNext) {
@@ -73,15 +73,15 @@ TEST(ChildIndex, GivesTheFirstOfANameAndTheNext) {
 TEST(ChildIndex, IsGoneWithWhatItWasMadeFor) {
     const auto doc = Load("<D><G>" + Children(200, 200) + "</G><H/></D>");
     EXPECT_NE(FirstChildNamed(*doc->RootElement()->FirstChild(), "E199"), nullptr);
-    EXPECT_EQ(doc->ChildIndexes().count(), 1U);
+    EXPECT_EQ(doc->ChildIndexes().Count(), 1U);
     RemoveChildNode(*doc->RootElement()->FirstChild());
-    EXPECT_EQ(doc->ChildIndexes().count(), 0U);
+    EXPECT_EQ(doc->ChildIndexes().Count(), 0U);
 
     EXPECT_TRUE(doc->LoadXMLFile(("<D>" + Children(200, 200) + "</D>").c_str()));
     EXPECT_NE(FirstChildNamed(*doc->RootElement(), "E199"), nullptr);
-    EXPECT_EQ(doc->ChildIndexes().count(), 1U);
+    EXPECT_EQ(doc->ChildIndexes().Count(), 1U);
     EXPECT_TRUE(doc->LoadXMLFile("<D/>"));
-    EXPECT_EQ(doc->ChildIndexes().count(), 0U);
+    EXPECT_EQ(doc->ChildIndexes().Count(), 0U);
     EXPECT_EQ(FirstChildNamed(*doc->RootElement(), "E199"), nullptr);
 }
 
@@ -93,9 +93,9 @@ TEST(ChildIndex, IsGoneWithAnElementThatWasEmptied) {
     while (!group.NoChildren()) {
         RemoveChildNode(*group.FirstChild());
     }
-    EXPECT_EQ(doc->ChildIndexes().count(), 1U);
+    EXPECT_EQ(doc->ChildIndexes().Count(), 1U);
     RemoveChildNode(group);
-    EXPECT_EQ(doc->ChildIndexes().count(), 0U);
+    EXPECT_EQ(doc->ChildIndexes().Count(), 0U);
 }
 
 TEST(ChildIndex, NodesOutsideADocumentAreWalkedOver) {

@@ -55,9 +55,9 @@ void NormaliseLineEnds(std::string& text) {
 // it has read all that is in it. Here an element is hung in before, so nesting is counted while
 // reading, and whatever ends the reading, a refused allocation above all, leaves nothing behind
 // that the document does not own.
-class XmlDocument::reader {
+class XmlDocument::Reader {
   public:
-    reader(XmlDocument& document, const char* text)
+    Reader(XmlDocument& document, const char* text)
         : document_(document), at_(text), parent_(&document) {
         if (std::string_view(text).starts_with(byte_order_mark)) {
             encoding_ = TIXML_ENCODING_UTF8;
@@ -95,7 +95,7 @@ class XmlDocument::reader {
     TiXmlEncoding encoding_ = TIXML_ENCODING_UNKNOWN;
 };
 
-const char* XmlDocument::reader::Read() {
+const char* XmlDocument::Reader::Read() {
     for (at_ = BehindWhiteSpace(at_); *at_ != '\0'; at_ = BehindWhiteSpace(at_)) {
         if (!ReadNext()) {
             return at_;
@@ -107,13 +107,13 @@ const char* XmlDocument::reader::Read() {
     return at_;
 }
 
-bool XmlDocument::reader::Fail(int error) {
+bool XmlDocument::Reader::Fail(int error) {
     document_.SetError(error, nullptr, nullptr, encoding_);
     return false;
 }
 
 // The node for the markup that begins here, as the library tells its kinds apart.
-std::unique_ptr<TiXmlNode> XmlDocument::reader::MakeNode() const {
+std::unique_ptr<TiXmlNode> XmlDocument::Reader::MakeNode() const {
     if (StringEqual(at_, "<?xml", true, encoding_)) {
         return std::make_unique<TiXmlDeclaration>();
     }
@@ -131,14 +131,14 @@ std::unique_ptr<TiXmlNode> XmlDocument::reader::MakeNode() const {
     return std::make_unique<TiXmlUnknown>();
 }
 
-bool XmlDocument::reader::ReadNext() {
+bool XmlDocument::Reader::ReadNext() {
     if (*at_ != '<') {
         return !AtTop() && ReadText();
     }
     return !AtTop() && at_[1] == '/' ? ReadEndTag() : ReadMarkup();
 }
 
-bool XmlDocument::reader::ReadText() {
+bool XmlDocument::Reader::ReadText() {
     auto text = std::make_unique<TiXmlText>("");
     const char* const end = text->Parse(at_, nullptr, encoding_);
     if (text->ValueStr().find_first_not_of(white_space) != std::string::npos) {
@@ -147,7 +147,7 @@ bool XmlDocument::reader::ReadText() {
     return end != nullptr ? GoOn(end) : Fail(TIXML_ERROR_READING_ELEMENT_VALUE);
 }
 
-bool XmlDocument::reader::ReadMarkup() {
+bool XmlDocument::Reader::ReadMarkup() {
     TiXmlNode& node = *parent_->LinkEndChild(MakeNode().release());
     if (TiXmlElement* const element = node.ToElement()) {
         return ReadStartTag(*element);
@@ -164,7 +164,7 @@ bool XmlDocument::reader::ReadMarkup() {
     return end != nullptr ? GoOn(end) : Fail(TIXML_ERROR_READING_ELEMENT_VALUE);
 }
 
-bool XmlDocument::reader::ReadStartTag(TiXmlElement& element) {
+bool XmlDocument::Reader::ReadStartTag(TiXmlElement& element) {
     if (depth_ == max_xml_nesting) {
         document_.nests_too_deep_ = true;
         return Fail(TIXML_ERROR_READING_ELEMENT_VALUE);
@@ -193,7 +193,7 @@ bool XmlDocument::reader::ReadStartTag(TiXmlElement& element) {
 }
 
 // Return: where the attribute ends, or null when there is none, or a second one of its name.
-const char* XmlDocument::reader::ReadAttribute(TiXmlElement& element, const char* from) {
+const char* XmlDocument::Reader::ReadAttribute(TiXmlElement& element, const char* from) {
     TiXmlAttribute attribute;
     attribute.SetDocument(&document_);  // for its errors
     const char* const end = attribute.Parse(from, nullptr, encoding_);
@@ -204,7 +204,7 @@ const char* XmlDocument::reader::ReadAttribute(TiXmlElement& element, const char
     return end;
 }
 
-bool XmlDocument::reader::ReadEndTag() {
+bool XmlDocument::Reader::ReadEndTag() {
     const std::string& name = parent_->ValueStr();
     if (std::strncmp(at_ + 2, name.data(), name.size()) != 0) {
         return Fail(TIXML_ERROR_READING_END_TAG);
@@ -236,7 +236,7 @@ bool XmlDocument::LoadXMLFile(std::string text) {
     text.append(text_padding, '\0');
     const char* stopped = nullptr;
     try {
-        stopped = reader(*this, text.c_str()).Read();
+        stopped = Reader(*this, text.c_str()).Read();
     } catch (const std::bad_alloc&) {
         Clear();
         throw;

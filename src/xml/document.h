@@ -52,14 +52,14 @@ class XmlDocument : public TiXmlDocument {
     void NewEdition() { edition_ = ++last_edition_; }
 
     // For FirstChildNamed and its like alone.
-    [[nodiscard]] child_indexes& ChildIndexes() { return child_indexes_; }
+    [[nodiscard]] ChildIndexSet& ChildIndexes() { return child_indexes_; }
 
   private:
-    class reader;
+    class Reader;
 
     static uint64_t last_edition_;
 
-    child_indexes child_indexes_;
+    ChildIndexSet child_indexes_;
     uint64_t edition_ = ++last_edition_;
     std::size_t damaged_line_ = 0;
     bool nests_too_deep_ = false;

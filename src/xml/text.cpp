@@ -98,12 +98,12 @@ void AppendEncodedCharacter(char c, std::string& out) {
     }
 }
 
-class printer {
+class Printer {
   public:
-    explicit printer(std::string& out) : out_(out) {}
+    explicit Printer(std::string& out) : out_(out) {}
 
     void Print(const TiXmlNode& node, int depth);
-    [[nodiscard]] bool regular() const { return regular_; }
+    [[nodiscard]] bool Regular() const { return regular_; }
 
   private:
     void Indent(int depth) { out_.append(static_cast<std::size_t>(depth) * xml_indentation, ' '); }
@@ -122,14 +122,14 @@ class printer {
 };
 
 // What may hold anything, between marks of its own.
-void printer::Raw(std::string_view text) {
+void Printer::Raw(std::string_view text) {
     regular_ = regular_ && text.find('\n') == std::string_view::npos;
     out_ += text;
 }
 
 // Text with entities. Builds of the library differ in whether they pass on what looks like a
 // character reference in the text itself, so such a text is left to the library.
-void printer::Encoded(std::string_view text) {
+void Printer::Encoded(std::string_view text) {
     for (;;) {
         const std::size_t plain = PlainLength(text);
         out_ += text.substr(0, plain);
@@ -149,7 +149,7 @@ void printer::Encoded(std::string_view text) {
     }
 }
 
-void printer::Attribute(const TiXmlAttribute& attribute) {
+void Printer::Attribute(const TiXmlAttribute& attribute) {
     const std::string& value = attribute.ValueStr();
     const char quote = value.find('"') == std::string::npos ? '"' : '\'';
     out_ += ' ';
@@ -160,7 +160,7 @@ void printer::Attribute(const TiXmlAttribute& attribute) {
     out_ += quote;
 }
 
-void printer::Declaration(const TiXmlDeclaration& declaration) {
+void Printer::Declaration(const TiXmlDeclaration& declaration) {
     const auto print = [this](std::string_view name, std::string_view value) {
         if (!value.empty()) {
             out_.append(name).append("=\"");
@@ -175,7 +175,7 @@ void printer::Declaration(const TiXmlDeclaration& declaration) {
     out_ += "?>";
 }
 
-void printer::Text(const TiXmlText& text, int depth) {
+void Printer::Text(const TiXmlText& text, int depth) {
     if (!text.CDATA()) {
         Encoded(text.ValueStr());
         return;
@@ -190,7 +190,7 @@ void printer::Text(const TiXmlText& text, int depth) {
 // What nearly every line is, an element with a short text that needs no encoding, in one piece.
 //
 // Return: false when it is not of that kind; nothing is printed then.
-bool printer::ShortLine(std::string_view name, std::string_view text, int depth) {
+bool Printer::ShortLine(std::string_view name, std::string_view text, int depth) {
     constexpr std::size_t room = 256;
     constexpr std::size_t brackets = 5;
     const std::size_t indented = static_cast<std::size_t>(depth) * xml_indentation;
@@ -218,7 +218,7 @@ bool printer::ShortLine(std::string_view name, std::string_view text, int depth)
     return true;
 }
 
-void printer::StartTag(const TiXmlElement& element, std::string_view name, int depth) {
+void Printer::StartTag(const TiXmlElement& element, std::string_view name, int depth) {
     Indent(depth);
     out_ += '<';
     out_ += name;
@@ -230,7 +230,7 @@ void printer::StartTag(const TiXmlElement& element, std::string_view name, int d
 
 // An element without children is one tag; one whose only child is a text stays on one line; all
 // others have each child that is no text on a line of its own.
-void printer::Element(const TiXmlElement& element, int depth) {
+void Printer::Element(const TiXmlElement& element, int depth) {
     const std::string_view name = UpToNul(element.ValueStr());
     const TiXmlNode* const first = element.FirstChild();
     const TiXmlText* const text =
@@ -257,7 +257,7 @@ void printer::Element(const TiXmlElement& element, int depth) {
     out_ += '>';
 }
 
-void printer::Children(const TiXmlNode& first, int depth) {
+void Printer::Children(const TiXmlNode& first, int depth) {
     for (const TiXmlNode* child = &first; child != nullptr; child = child->NextSibling()) {
         if (child->Type() != TiXmlNode::TINYXML_TEXT) {
             out_ += '\n';
@@ -266,7 +266,7 @@ void printer::Children(const TiXmlNode& first, int depth) {
     }
 }
 
-void printer::Print(const TiXmlNode& node, int depth) {
+void Printer::Print(const TiXmlNode& node, int depth) {
     switch (node.Type()) {
         case TiXmlNode::TINYXML_DOCUMENT:
             for (const TiXmlNode* child = node.FirstChild(); child != nullptr;
@@ -306,9 +306,9 @@ bool IsWrittenAsEntity(char c) {
 }
 
 bool PrintXml(const TiXmlNode& node, int depth, std::string& out) {
-    printer printer(out);
+    Printer printer(out);
     printer.Print(node, depth);
-    return printer.regular();
+    return printer.Regular();
 }
 
 bool SerialiseXmlDoc(const XmlDocument& document, std::string& out) {
