@@ -1,5 +1,7 @@
 """upload, download, restore and syncxml over the wire."""
 
+import errno
+import os
 import re
 
 import pytest
@@ -30,6 +32,39 @@ def test_download_prints_every_document_one_level_deeper(service):
     assert device.read_file("/tmp/out") == (
         b'<ROOT>\n    <A>\n        <Same Level="3">loaded</Same>\n        <Mine>1</Mine>\n'
         b"    </A>\n</ROOT>")
+
+
+def test_a_download_that_finds_no_room_leaves_the_old_file(device):
+    device.mount_tmpfs("/mnt/usb", size="64k")
+    device.write_documents({"A": "<A>" + "x" * 30000 + "</A>"})
+    device.start()
+    device.write_file("/mnt/usb/snapshot", "an older one")
+    with open(device.outside("/mnt/usb/filler"), "wb", buffering=0) as filler:
+        filler.write(b"x" * 40960)
+    assert device.request("download:/mnt/usb/snapshot").code == -1
+    line = f"replace_file /mnt/usb/snapshot error : {os.strerror(errno.ENOSPC)}\n"
+    assert device.stderr().count(line) == 1
+    assert device.read_file("/mnt/usb/snapshot") == b"an older one"
+    assert device.request("download:/mnt/usb/other").code == -1
+    assert sorted(device.list_directory("/mnt/usb")) == ["filler", "snapshot"]
+    device.outside("/mnt/usb/filler").unlink()
+    assert device.request("download:/mnt/usb/snapshot").code == 0
+    assert device.read_file("/mnt/usb/snapshot").endswith(b"</ROOT>")
+
+
+def test_syncxml_tells_what_it_cannot_store_and_goes_on(service):
+    device = service({"A": '<?xml version="1.0"?><A><Old>1</Old></A>', "B": "<B/>"})
+    device.write_file("/tmp/in", b"<R><A><Old>caf\xe9</Old><Deep><Password>" + b"p" * 200
+                      + b"</Password><Other>2</Other></Deep><Password>caf\xe9</Password></A>"
+                      b"<B><V>3</V></B></R>")
+    assert device.request("syncxml:/tmp/in").code == -11
+    lines = [line for line in device.stderr().splitlines() if "can't store" in line]
+    assert lines == ["syncxml can't store A.Old", "syncxml can't store A.Deep.Password"]
+    assert device.request("readvalue:A.Old").text == "1"
+    assert device.request("readvalue:A.Deep.Other").text == "2"
+    assert device.request("readvalue:B.V").text == "3"
+    assert b"<Password>enc:4:" in device.read_document("A")
+    assert b"<V>3</V>" in device.read_document("B")
 
 
 def test_upload(service):

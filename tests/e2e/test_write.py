@@ -1,8 +1,11 @@
 """write, writedbmem and writeattr over the wire, and the programs that a write starts."""
 
+import re
+
 import pytest
 
-from device import wait_until
+from device import LOGS, wait_until
+from tracer import Strace
 
 ACCOUNT = """<Account>
     <User1 Level="3">
@@ -112,6 +115,17 @@ def test_a_program_finds_the_new_value_in_the_file(service):
     device.request("write:Doc.A=new")
     device.wait_for_file("/tmp/seen")
     assert b">new</A>" in device.read_file("/tmp/seen")
+
+
+def test_programs_are_started_behind_the_save(device):
+    """What a program finds tells little: it takes longer to start than the save."""
+    device.write_documents({"Doc": '<Doc><A DispatchW="/bin/true">old</A></Doc>'})
+    device.start()
+    with Strace(device, "-f", "-e", "trace=renameat,clone,clone3,vfork,fork") as strace:
+        assert device.request("write:Doc.A=new").code == 1
+    lines = device.read_file(f"{LOGS}/strace").decode()
+    started = re.search(r"\b(clone3?|vfork|fork)\(", lines)
+    assert -1 < lines.find("renameat(") < started.start()
 
 
 def test_two_programs_each_read_everything(service):
