@@ -106,6 +106,9 @@ int32_t ReadAttributeHandleFun(std::string_view path, reply_text& out) {
     if (const int32_t begun = Begin(path, list, document); begun != result_ok) {
         return begun;
     }
+    if (XmlPathParent(list) == all_marker && XmlPathLast(list) == own_marker) {
+        return result_not_found;  // a marker is no name, though the tail asks for one
+    }
     AttributeName name = "";
     const Mode how = TakeTail(list, name);
     const TiXmlElement* const element = FindXmlElement(document->RootElement(), list);

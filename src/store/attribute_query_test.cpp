@@ -157,7 +157,9 @@ TEST_F(AttributeQuery, OneAttributeInASubtree) {
     EXPECT_EQ(List("Account.*.AllowToShow"), "Account.User1.AllowToShow=YES\n");
     EXPECT_EQ(List("Account.User2.*.Level"), "Account.User2.Level=4\n");
     EXPECT_EQ(List("Account.*.Color"), "");
-    EXPECT_EQ(List("Account.*.#"), "");
+    EXPECT_EQ(List("Account.*.#"), "-4");
+    EXPECT_EQ(List("Account.User1.*.#"), "-4");
+    EXPECT_EQ(List("*.#"), "-4");
 }
 
 TEST_F(AttributeQuery, LengthOfASubtreeListingIsStoredWhereTheSegmentIsAttached) {

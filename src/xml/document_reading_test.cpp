@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "support/markup_pieces.h"
 #include "support/same_xml.h"
 #include "xml/document.h"
 
@@ -59,65 +60,9 @@ TEST(XmlDocumentReading, HiddenEndTagsDoNotHideTheDepth) {
 }
 
 std::string AnyMarkup(std::mt19937& random) {
-    static constexpr std::string_view pieces[] = {"<a>",
-                                                  "<a>",
-                                                  "<a>",
-                                                  "<b>",
-                                                  "</a>",
-                                                  "</a>",
-                                                  "</b>",
-                                                  "</a >",
-                                                  "</b\n>",
-                                                  "<b >",
-                                                  "<a/>",
-                                                  "<a x='",
-                                                  "'",
-                                                  "\"",
-                                                  "<b y=\"",
-                                                  ">",
-                                                  "/>",
-                                                  "<",
-                                                  "</",
-                                                  "/",
-                                                  "=",
-                                                  " ",
-                                                  "\n",
-                                                  "text",
-                                                  "<!--",
-                                                  "-->",
-                                                  "<![CDATA[",
-                                                  "]]>",
-                                                  "<!x",
-                                                  "<?xml",
-                                                  "<?xml version=\"1\"?>",
-                                                  "<?XML encoding='UTF-8'?>",
-                                                  "<?xml encoding='x'?>",
-                                                  "?>",
-                                                  "\xC3",
-                                                  "\xE2",
-                                                  "\xF0",
-                                                  "\xFF",
-                                                  "\xEF\xBB\xBF",
-                                                  "\xEF\xBF\xBE",
-                                                  "&",
-                                                  "&#",
-                                                  "&#x41;",
-                                                  "&#65;",
-                                                  "&lt;",
-                                                  ";",
-                                                  "<_",
-                                                  "<\xC3\xA4>",
-                                                  "</\xC3\xA4>",
-                                                  "-",
-                                                  ".",
-                                                  ":",
-                                                  "encoding='UTF-8'",
-                                                  "standalone=",
-                                                  "\x7F",
-                                                  "\x01"};
     std::string text;
     for (std::size_t i = random() % 40; i > 0; --i) {
-        text += pieces[random() % std::size(pieces)];
+        text += markup_pieces[random() % std::size(markup_pieces)];
     }
     return text;
 }

@@ -122,6 +122,14 @@ TEST(XmlDocument, ADamageIsForgottenWithTheTextThatHadIt) {
     EXPECT_EQ(document.DamagedLine(), 0U);
 }
 
+// A saved value comes back so at the next start.
+TEST(XmlDocument, BlanksOfATextAreCondensed) {
+    XmlDocument document("A");
+    EXPECT_TRUE(document.LoadXMLFile("<A><B>  a \t b  </B><C>  </C></A>"));
+    EXPECT_STREQ(document.RootElement()->FirstChildElement("B")->GetText(), "a b");
+    EXPECT_TRUE(document.RootElement()->FirstChildElement("C")->NoChildren());
+}
+
 TEST(XmlDocument, ByteOrderMarkIsRemembered) {
     XmlDocument document("A");
     EXPECT_FALSE(document.HasByteOrderMark());

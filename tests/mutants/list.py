@@ -162,6 +162,11 @@ MUTANTS = [
            "Error() || *stopped != '\\0' || more;",
            "Error() || more;",
            (("unit:xml_test", "XmlDocument.TellsTheLineOfADamage"),)),
+    Mutant("a marker is taken for a name", "C1", "src/store/attribute_query.cpp",
+           "    if (XmlPathParent(list) == all_marker && XmlPathLast(list) == own_marker) {\n"
+           "        return result_not_found;",
+           "    if (list.empty()) {\n        return result_not_found;",
+           (("unit:store_test", "AttributeQuery.*"),)),
     Mutant("accepted sockets travel into programs", "F2", "src/server/listener.cpp",
            "SOCK_NONBLOCK | SOCK_CLOEXEC));",
            "SOCK_NONBLOCK));",
