@@ -53,7 +53,10 @@ class Group:
             line += parts[-1].count("\n")
         self.text = "".join(parts)
         digest = hashlib.sha256(self.text.encode()).hexdigest()[:16]
-        self.path = folder / f"{files[0].parent.name}-{files[0].stem}-{digest}{files[0].suffix}"
+        # In a folder like the sources' own, so that clang-tidy finds the same settings above it.
+        place = folder / files[0].parent.relative_to(ROOT)
+        place.mkdir(parents=True, exist_ok=True)
+        self.path = place / f"{files[0].parent.name}-{files[0].stem}-{digest}{files[0].suffix}"
         self.path.write_text(self.text)
 
     def compiles(self):
@@ -91,20 +94,12 @@ def look(group, surroundings, folder):
     if passed.exists():
         return ""
     done = subprocess.run(
-        ["clang-tidy", "--quiet", f"--config-file={ROOT / config_of(group)}", group.path, "--", *group.flags],
+        ["clang-tidy", "--quiet", group.path, "--", *group.flags],
         capture_output=True, text=True, check=False)
     if done.returncode == 0:
         passed.touch()
         return ""
     return group.told(done.stdout + (done.stderr if not done.stdout else ""))
-
-
-def config_of(group):
-    """The nearest .clang-tidy above the sources, relative to the tree."""
-    for above in group.files[0].parents:
-        if (above / ".clang-tidy").exists():
-            return (above / ".clang-tidy").relative_to(ROOT)
-    raise FileNotFoundError(".clang-tidy")
 
 
 def main():
@@ -115,9 +110,14 @@ def main():
     for command in json.loads((build / "compile_commands.json").read_text()):
         file = Path(command["directory"], command["file"]).resolve()
         together[file.parent, file.suffix, flags_of(command)].append(file)
+    configs = sorted(path for path in ROOT.glob("**/.clang-tidy") if "build" not in str(path.relative_to(ROOT)))
+    for config in configs:
+        if config.parent != ROOT:
+            copy = folder / config.relative_to(ROOT)
+            copy.parent.mkdir(parents=True, exist_ok=True)
+            copy.write_text(config.read_text())
     version = subprocess.run(["clang-tidy", "--version"], capture_output=True, text=True, check=True).stdout
     headers = sorted(path for path in ROOT.glob("*/**/*.h") if not path.relative_to(ROOT).parts[0].startswith("build"))
-    configs = sorted(path for path in ROOT.glob("**/.clang-tidy") if "build" not in str(path.relative_to(ROOT)))
     surroundings = hashlib.sha256("\0".join(
         [version, *(path.read_text() for path in [*configs, *headers])]).encode()).hexdigest()
     with ThreadPoolExecutor(jobs) as pool:

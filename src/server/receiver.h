@@ -14,7 +14,8 @@ struct received_request {
     // thus already out of the socket, which matters when it is closed.
     static constexpr std::size_t capacity = 4096;
 
-    received_request() noexcept {}  // the bytes are deliberately not cleared
+    // The bytes are deliberately not cleared.
+    received_request() noexcept {}  // NOLINT(modernize-use-equals-default)
     received_request(const received_request&) = delete;
     received_request& operator=(const received_request&) = delete;
     ~received_request();  // they may hold a secret, and are wiped as far as they were used
