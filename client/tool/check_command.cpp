@@ -13,12 +13,31 @@
 namespace veltrancord::tool {
 namespace {
 
-int run_check(context& tool, const std::string& directory) {
+struct check_options {
+    std::string directory;
+    std::string log_file;
+};
+
+// The device's own log belongs to the device's own directory, and not to a copy elsewhere.
+check_options with_defaults(check_options options) {
+    if (options.directory.empty()) {
+        options.directory = "/mnt/database/xml";
+        if (options.log_file.empty()) {
+            options.log_file = "/mnt/database/eventlog/log";
+        }
+    }
+    return options;
+}
+
+int run_check(context& tool, const check_options& options) {
     std::vector<finding> findings;
-    if (!check_files(directory, findings)) {
-        return tool.fail_with(exit_not_found, directory, std::strerror(errno));
+    if (!check_files(options.directory, findings)) {
+        return tool.fail_with(exit_not_found, options.directory, std::strerror(errno));
     }
     check_settings(findings);
+    if (!options.log_file.empty()) {
+        check_log(options.log_file, findings);
+    }
     json list = json::array();
     for (const finding& one : findings) {
         list.push_back(
@@ -37,12 +56,15 @@ int run_check(context& tool, const std::string& directory) {
 }  // namespace
 
 void add_check_command(subcommand app, context& tool) {
-    const auto directory = std::make_shared<std::string>("/mnt/database/xml");
+    const auto options = std::make_shared<check_options>();
     subcommand command =
         app.add_subcommand("fsck", "check the files of a configuration directory, offline");
-    command.add_option("DIR", *directory, "the directory; /mnt/database/xml if not given");
-    command.callback([&tool, directory] {
-        tool.run = [&tool, directory] { return run_check(tool, *directory); };
+    command.add_option(
+        "DIR", options->directory,
+        "the directory; /mnt/database/xml, and the device's event log, if not given");
+    command.add_option("--log-file", options->log_file, "this event log, too");
+    command.callback([&tool, options] {
+        tool.run = [&tool, options] { return run_check(tool, with_defaults(*options)); };
     });
 }
 

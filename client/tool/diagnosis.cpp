@@ -37,6 +37,10 @@ std::string age_of(time_t changed) {
                           : std::to_string(seconds / 3600) + " h old";
 }
 
+std::string described(const std::string& file, const struct stat& status) {
+    return file + ": " + std::to_string(status.st_size) + " bytes, " + age_of(status.st_mtime);
+}
+
 void diagnose_socket(const context& tool, diagnosis_list& list) {
     struct stat status {};
     if (stat(tool.socket_path.c_str(), &status) != 0) {
@@ -115,12 +119,10 @@ void diagnose_directory(const std::string& directory, diagnosis_list& list) {
         }
         const bool leftover = is_replacement_leftover(name);
         const bool kept = is_kept_original(name);
-        list.push_back(
-            {leftover ? "leftover"
-             : kept   ? "kept"
-                      : "file",
-             leftover || kept ? state::warning : state::info,
-             path + ": " + std::to_string(status.st_size) + " bytes, " + age_of(status.st_mtime)});
+        list.push_back({leftover ? "leftover"
+                        : kept   ? "kept"
+                                 : "file",
+                        leftover || kept ? state::warning : state::info, described(path, status)});
     }
 }
 
@@ -139,14 +141,17 @@ void diagnose_room(const std::string& path, diagnosis_list& list) {
 
 void diagnose_files(const doctor_options& options, diagnosis_list& list) {
     diagnose_directory(options.directory, list);
+    struct stat kept {};
+    const std::string log_original = kept_original_of(options.log_file);
+    if (stat(log_original.c_str(), &kept) == 0) {
+        list.push_back({"kept", state::warning, described(log_original, kept)});
+    }
     for (const std::string& file : {options.log_file, std::string("/tmp/Permit.db")}) {
         struct stat status {};
         if (stat(file.c_str(), &status) != 0) {
             list.push_back({"file", state::warning, file + ": " + std::strerror(errno)});
         } else {
-            list.push_back({"file", state::info,
-                            file + ": " + std::to_string(status.st_size) + " bytes, " +
-                                age_of(status.st_mtime)});
+            list.push_back({"file", state::info, described(file, status)});
         }
     }
     diagnose_room(options.directory, list);
@@ -178,6 +183,7 @@ void diagnose_saves(context& tool, const doctor_options& options, diagnosis_list
     if (!check_files(options.directory, findings)) {
         return;
     }
+    check_log(options.log_file, findings);
     if (!findings.empty()) {
         list.push_back({"fsck", state::warning,
                         std::to_string(findings.size()) + " findings, see veltrancordctl fsck"});

@@ -7,7 +7,7 @@
 namespace veltrancord::tool {
 
 struct finding {
-    std::string file;   // name in the directory
+    std::string file;   // name in the directory; of an event log its path
     std::string place;  // path of the setting, or empty
     std::string kind;   // a stable word, for programs: "unparsable", "plain-secret" ...
     std::string text;   // a sentence for people
@@ -16,6 +16,9 @@ struct finding {
 // Loads the documents of `directory` into the store (they stay there, for further questions) and
 // collects what is wrong with files. Return: false with errno set when it cannot be read.
 bool check_files(const std::string& directory, std::vector<finding>& findings);
+
+// Collects what is wrong with the file of an event log; one that is not there is none.
+void check_log(const std::string& file, std::vector<finding>& findings);
 
 // Collects what is wrong among the settings of the loaded documents.
 void check_settings(std::vector<finding>& findings);

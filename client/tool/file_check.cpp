@@ -140,6 +140,12 @@ finding damage(const std::string& name, const XmlDocument& document) {
     return {name, "", "unparsable", "does not parse: " + reason + " (line " + line + ")"};
 }
 
+finding kept_original(const std::string& name) {
+    return {name, "", "kept",
+            "is the original of a damaged file, from before it was replaced; save what is needed "
+            "of it and remove it"};
+}
+
 void check_document(const std::string& name, const XmlDocument& document,
                     std::vector<finding>& findings) {
     if (document.DamagedLine() != 0) {
@@ -193,9 +199,7 @@ bool check_files(const std::string& directory, std::vector<finding>& findings) {
             continue;
         }
         if (is_kept_original(name)) {
-            findings.push_back({name, "", "kept",
-                                "is the original of a damaged file, from before it was replaced; "
-                                "save what is needed of it and remove it"});
+            findings.push_back(kept_original(name));
             continue;
         }
         XmlDocument* document = nullptr;
@@ -211,6 +215,26 @@ bool check_files(const std::string& directory, std::vector<finding>& findings) {
         check_document(name, *document, findings);
     }
     return readable;
+}
+
+void check_log(const std::string& file, std::vector<finding>& findings) {
+    const std::string kept = kept_original_of(file);
+    struct stat status {};
+    if (lstat(kept.c_str(), &status) == 0) {
+        findings.push_back(kept_original(kept));
+    }
+    if (stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return;
+    }
+    const quiet_output quiet;
+    std::string text;
+    XmlDocument document("Log");
+    if (LoadFile2Buf(file.c_str(), text) == 0) {
+        static_cast<void>(document.LoadXMLFile(std::move(text)));
+    }
+    if (document.DamagedLine() != 0) {
+        findings.push_back(damage(file, document));
+    }
 }
 
 }  // namespace veltrancord::tool

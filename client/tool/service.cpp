@@ -96,8 +96,17 @@ int32_t write_settings(context& tool, const setting_list& settings, bool memory_
     for (const setting& one : settings) {
         lines.push_back({one.path.c_str(), one.value.c_str()});
     }
-    return memory_only ? veltrancord_write_memory(&tool.client(), lines.data(), lines.size())
-                       : veltrancord_write(&tool.client(), lines.data(), lines.size());
+    const int32_t result =
+        memory_only ? veltrancord_write_memory(&tool.client(), lines.data(), lines.size())
+                    : veltrancord_write(&tool.client(), lines.data(), lines.size());
+    for (const setting& one : settings) {
+        if (result >= 0 && loses_blanks(one)) {
+            context::note(one.path +
+                          ": blanks at the ends of a value, and all but one in a row, are gone "
+                          "after the next start of the service");
+        }
+    }
+    return result;
 }
 
 int32_t look_for(context& tool, const std::string& path) {

@@ -56,7 +56,8 @@ int32_t look_for(context& tool, const std::string& path);
 // was.
 bool is_there(context& tool, const std::string& path);
 
-// Writes all settings with one request. Return: the result.
+// Writes all settings with one request, and says of each value that it will lose blanks. Return:
+// the result.
 int32_t write_settings(context& tool, const setting_list& settings, bool memory_only);
 
 // After a write of `settings` failed with `result`: says which certainly hold, having read them

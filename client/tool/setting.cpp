@@ -33,6 +33,12 @@ bool has_blank_at_end(std::string_view path) {
                              blanks.find(path.back()) != std::string_view::npos);
 }
 
+bool loses_blanks(const setting& one) {
+    const std::string& value = one.value;
+    return !is_secret_path(one.path) && (value.starts_with(' ') || value.ends_with(' ') ||
+                                         value.find("  ") != std::string::npos);
+}
+
 std::string shown_value(const setting& one, bool reveal) {
     return !reveal && is_secret_path(one.path) ? std::string(masked_value) : one.value;
 }

@@ -43,6 +43,10 @@ std::vector<setting_change> compare(const std::map<std::string, std::string>& be
 // than was meant.
 bool has_blank_at_end(std::string_view path);
 
+// Whether the value begins or ends with a blank, or has two in a row: the XML library drops those
+// at the next start of the service. A secret keeps its blanks, as its stored form has none.
+bool loses_blanks(const setting& one);
+
 // Splits "path=value" lines at line feeds or, with `null_separated`, at NUL bytes; blank lines and
 // lines that begin with "#" are passed over. Return: false with the line's number (from 1) in `bad`
 // when one has no "=".

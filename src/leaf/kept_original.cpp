@@ -95,6 +95,11 @@ bool part_from_kept_original(int directory, const char* name, const struct stat&
            keep(directory, name, false);
 }
 
+std::string kept_original_of(std::string_view path) {
+    const std::size_t name = path.rfind('/') + 1;  // npos + 1 is 0
+    return std::string(path.substr(0, name)) + prefixed(kept_prefix, path.substr(name));
+}
+
 bool is_kept_original(std::string_view name) {
     return name.size() > kept_prefix.size() && name.starts_with(kept_prefix);
 }

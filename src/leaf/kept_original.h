@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace veltrancord {
@@ -30,6 +31,9 @@ namespace veltrancord {
 // Return: false with errno set when that copy cannot be made.
 [[nodiscard]] bool part_from_kept_original(int directory, const char* name,
                                            const struct stat& status);
+
+// The path under which the original of the file at `path` is kept.
+[[nodiscard]] std::string kept_original_of(std::string_view path);
 
 // Whether a directory entry's name is that of a kept original.
 [[nodiscard]] bool is_kept_original(std::string_view name);

@@ -115,6 +115,19 @@ def test_a_written_value(service, command):
         assert device.request("readvalue:A.V") == (kept, b"v" * kept)
 
 
+@pytest.mark.parametrize("value", [" a", "a ", "a  b", " "])
+def test_blanks_of_a_written_value(service, value):
+    device = service({"A": "<A/>"})
+    assert device.request(f"write:A.V={value}\nA.Password={value}").code == 2
+    device.request(f"writeattr:A.V.x={value}")
+    assert device.request("readvalue:A.V").text == value
+    device.restart()
+    assert device.request("readvalue:A.V").text == " ".join(value.split())
+    secret = device.request("readvalue:A.Password").body
+    assert secret[:secret.find(b"\0")].decode() == value
+    assert device.request("readsingleattr:A.V.x").text == value
+
+
 def test_a_written_attribute_value(service):
     device = service({"A": "<A/>"})
     most = limit("value of a written attribute line")

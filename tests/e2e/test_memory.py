@@ -2,6 +2,8 @@
 
 import pytest
 
+from device import CONFIGURATION
+
 SIBLINGS = 20000
 
 
@@ -32,6 +34,44 @@ def test_large_replies_leave_no_memory_behind(wordy):
         reply = wordy.request("read:*")
         assert reply.code == len(reply.body) > 10_000_000
     assert resident_kilobytes(wordy) <= before * 1.1
+
+
+MEBIBYTE = 1 << 20
+
+
+def test_loading_takes_one_copy_of_the_text_more_than_the_document(device):
+    if device.sanitizer is not None:
+        pytest.skip("a sanitizer keeps freed memory")
+    size = 64 * MEBIBYTE
+    value = "v" * (size // 64)
+    device.write_document("Large", "<Large>" + f"<E>{value}</E>" * 64 + "</Large>")
+    device.start()
+    worker = device.worker_pid
+    # Where a thing was read from a file does not matter: it is the kernel's to drop.
+    peak = device.memory_kilobytes(worker, "VmHWM")
+    held = device.memory_kilobytes(worker, "VmRSS")
+    assert held * 1024 > size
+    assert (peak - held) * 1024 < 1.5 * size
+
+
+def test_a_document_that_memory_does_not_suffice_for_is_skipped(device):
+    if device.sanitizer is not None:
+        pytest.skip("address space is theirs for the most part")
+    device.write_document("Aaa", "<Aaa><Name>a</Name></Aaa>")
+    device.write_document("Mmm", "<Mmm>" + "<a/>" * (2 * MEBIBYTE) + "</Mmm>")
+    device.write_document("Zzz", "<Zzz><Name>z</Name></Zzz>")
+    large = device.read_document("Mmm")
+    device.start("-l", limits={"AS": 192 * MEBIBYTE})
+    worker = device.worker_pid
+    assert device.stderr().count(f"LoadXmlDir no memory, skip strxmlPath={CONFIGURATION}/Mmm\n") == 1
+    for name in ("Aaa", "Zzz"):
+        assert device.request(f"readvalue:{name}.Name").text == name[0].lower()
+        assert device.request(f"write:{name}.Name=new").code == 1
+    assert device.request("readvalue:Mmm.a").code == -4
+    assert device.request("syncmemtoflash:").code == 0
+    assert device.read_document("Mmm") == large
+    assert device.worker_pid == worker
+    assert "restart" not in device.stderr()
 
 
 def test_large_saves_and_exchanges_leave_no_memory_behind(wordy):

@@ -116,6 +116,28 @@ def test_blanks_around_the_sign_are_refused(tool, line):
     assert tool("set", "Network.Lan.Mtu", " 1400").status == 0  # which says what it means
 
 
+GONE = ("veltrancordctl: Network.Lan.Mtu: blanks at the ends of a value, and all but one in a row, are "
+        "gone after the next start of the service\n")
+
+
+@pytest.mark.parametrize("text", ["a ", "a  b", " a"])
+def test_blanks_that_will_be_lost_are_told(tool, text):
+    line = f"Network.Lan.Mtu={text}"
+    written = [tool("set", "Network.Lan.Mtu", text)]
+    written += [tool("apply", "-", stdin=f"Network.Lan.Mtu={text}.{text}\n")]
+    if text != " a":  # which is refused behind a "="
+        written += [tool("set", line), tool("set", "-", stdin=line + "\n")]
+    assert [(one.status, one.stderr) for one in written] == [(0, GONE)] * len(written)
+    tool("set", "Network.Lan.Mtu", "1")
+    edited = tool("edit", "Network.Lan.Mtu", "--yes",
+                  environment=[f"EDITOR=sed -i 's/=.*/={text}/'"])
+    assert (edited.status, edited.stderr) == (0, GONE)
+    assert tool.device.request("readvalue:Network.Lan.Mtu").text == text
+    assert tool("set", "Network.Lan.Mtu", "a b\t").stderr == ""
+    secret = tool("set", "--create", "Network.Lan.Password", "-", stdin=text)
+    assert "blanks" not in secret.stderr and secret.status == 0
+
+
 def test_diff_reads_an_exchange_file_as_the_service_would(tool):
     assert tool("dump", "/tmp/all").status == 0
     assert tool("diff", "/tmp/all").status == 0  # secrets included: they are decoded alike

@@ -6,7 +6,7 @@ import re
 import pytest
 
 from command_line import Tool
-from device import CONFIGURATION, REPOSITORY
+from device import CONFIGURATION, EVENT_LOG, REPOSITORY
 
 
 @pytest.fixture
@@ -103,6 +103,49 @@ def test_every_kind_of_finding(tool):
     assert "Deep: does not parse: elements stand more than 512 deep (line 1) [unparsable]\n" in text.stdout
     assert "Cut: is not read from line 4 on: a zero byte, or no element [damaged]\n" in text.stdout
     assert text.stderr == ""
+
+
+KEPT_BESIDE_THE_LOG = "/mnt/database/eventlog/.veltrancord-kept.log"
+
+
+def test_fsck_looks_at_the_event_log_too(tool):
+    device = tool.device
+    device.write_document("Network", "<Network><A>1</A></Network>")
+    assert tool("fsck").status == 0  # no log yet is nothing wrong
+    device.write_file(EVENT_LOG, "<Log>\n<E1>1</E1>\n<E2")
+    device.write_file(KEPT_BESIDE_THE_LOG, "<Log")
+    expected = {(EVENT_LOG, "", "unparsable"), (KEPT_BESIDE_THE_LOG, "", "kept")}
+    found = {(one["file"], one["path"], one["kind"]) for one in tool.json("fsck", status=10)}
+    assert found == expected
+    assert kinds(tool, CONFIGURATION, status=0) == set()
+    device.write_file("/tmp/db/Network", "<Network/>")
+    device.write_file("/tmp/log", "<Log/>\0x")
+    log = tool.json("fsck", "/tmp/db", "--log-file", "/tmp/log", status=10)
+    assert [(one["file"], one["kind"]) for one in log] == [("/tmp/log", "damaged")]
+
+
+def test_fsck_and_doctor_show_what_the_service_has_kept(tool):
+    device = tool.device
+    damaged = "<Network><A>1</A><B"
+    device.write_document("Network", damaged)
+    device.write_file(EVENT_LOG, damaged)
+    device.start()
+    damages = "2 findings, see veltrancordctl fsck"
+    assert damages in [one["text"] for one in report(tool, 10)[1]["fsck"]]
+    assert "kept" not in report(tool, 10)[1]
+    assert device.request("write:Network.A=2").code == 1
+    assert tool("log", "add", "1", "x").status == 0
+    kept = {f"{CONFIGURATION}/.veltrancord-kept.Network", KEPT_BESIDE_THE_LOG}
+    for _ in range(2):  # neither of them goes with a restart, and none is a document
+        told = report(tool, 10)[1]["kept"]
+        assert {one["text"].split(":")[0] for one in told} == kept
+        assert {one["state"] for one in told} == {"warning"}
+        assert {(one["file"], one["kind"]) for one in tool.json("fsck", status=10)} == {
+            (".veltrancord-kept.Network", "kept"), (KEPT_BESIDE_THE_LOG, "kept")}
+        assert device.read_file(KEPT_BESIDE_THE_LOG) == damaged.encode()
+        assert device.read_document(".veltrancord-kept.Network") == damaged.encode()
+        assert device.request("read:*").text == "Network.A=2\n"
+        device.restart()
 
 
 def test_fsck_agrees_with_the_service_on_what_is_loaded(tool):

@@ -163,6 +163,9 @@ struct veltrancord_setting {
  * document. The service stops at the first setting that fails and undoes nothing: those before it
  * hold, those behind it were not tried.
  *
+ * Blanks at the ends of a value, and all but one in a row, are kept until the next start of the
+ * service only, when the XML library drops them; a secret keeps its own.
+ *
  * Return: how many were written. When the library refuses one nothing is sent, and error.index
  * tells which one it is. */
 VELTRANCORD_API int32_t veltrancord_write(struct veltrancord_client* client,

@@ -227,7 +227,8 @@ class Client:
     def write(self, settings: Settings) -> int:
         """Writes all settings with one request, in order, and saves them. The service stops at the
         first that fails and undoes nothing. A value is a text, a number, or a truth value, which
-        is written as YES or NO. Return: how many were written."""
+        is written as YES or NO. Blanks at the ends of a text, and all but one in a row, last until
+        the next start of the service only. Return: how many were written."""
         return self._write("write", settings)
 
     def set(self, path: str, value: Value) -> None:
