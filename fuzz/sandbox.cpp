@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -30,6 +31,29 @@ namespace veltrancord::fuzz {
 namespace {
 
 int g_children = 0;
+
+constexpr int none = -1;
+int g_keptBack = none;       // what standard error goes to meanwhile
+int g_standardError = none;  // where it goes else; none when it is closed
+
+void keep_errors_back() {
+    g_standardError = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    g_keptBack = ::memfd_create("errors", MFD_CLOEXEC);
+    require(g_keptBack >= 0 && ::dup2(g_keptBack, STDERR_FILENO) >= 0, "sandbox: no memory file\n");
+}
+
+void let_errors_out() {
+    if (g_keptBack == none) {
+        return;
+    }
+    ::close(std::exchange(g_keptBack, none));
+    if (g_standardError == none) {
+        ::close(STDERR_FILENO);
+    } else {
+        ::dup2(g_standardError, STDERR_FILENO);
+        ::close(std::exchange(g_standardError, none));
+    }
+}
 
 // The two roots. The outer one is kept open: it is the way back.
 struct roots {
@@ -108,6 +132,7 @@ roots& the_roots() {
 }
 
 void leave_if_inside() {
+    let_errors_out();
     if (the_roots().inside) {
         the_roots().leave();
     }
@@ -138,6 +163,16 @@ void put_file(const std::string& path, std::string_view content) {
 std::string get_file(const std::string& path) {
     std::ifstream stream(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+std::string errors_printed_by(const std::function<void()>& call) {
+    keep_errors_back();
+    call();
+    std::string printed(static_cast<std::size_t>(::lseek(g_keptBack, 0, SEEK_END)), '\0');
+    const ssize_t count = ::pread(g_keptBack, printed.data(), printed.size(), 0);
+    let_errors_out();
+    require(count == static_cast<ssize_t>(printed.size()), "sandbox: what was printed");
+    return printed;
 }
 
 int refused_children() {

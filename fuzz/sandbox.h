@@ -11,6 +11,7 @@
 // programs is tested end to end.
 #pragma once
 
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -36,6 +37,10 @@ void put_file(const std::string& path, std::string_view content);
 
 // Return: whole content, empty when there is none.
 [[nodiscard]] std::string get_file(const std::string& path);
+
+// Return: what `call` has printed on standard error, where it does not go. A sanitizer's report
+// goes there all the same.
+[[nodiscard]] std::string errors_printed_by(const std::function<void()>& call);
 
 // How many children the service would have made since the last call.
 [[nodiscard]] int refused_children();

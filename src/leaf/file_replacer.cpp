@@ -48,6 +48,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -134,16 +135,31 @@ bool may_follow(const struct stat& directory, const struct stat& entry) {
 
 constexpr int directory_flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
+// Whether the kernel has openat2. Any thread that finds out writes it.
+std::atomic<bool> g_linklessOpen{true};
+
+// Return: the directory, or nothing where a link is on the way to it or another error occurred.
+owned_fd open_linkless_directory(const char* place) {
+    owned_fd directory;
+    if (g_linklessOpen.load(std::memory_order_relaxed)) {
+        open_how how{};
+        how.flags = directory_flags;
+        how.resolve = RESOLVE_NO_SYMLINKS;
+        directory.reset(static_cast<int>(uninterrupted(
+            [&] { return ::syscall(SYS_openat2, AT_FDCWD, place, &how, sizeof how); })));
+        if (!directory && errno == ENOSYS) {
+            g_linklessOpen.store(false, std::memory_order_relaxed);
+        }
+    }
+    return directory;
+}
+
 // The usual way to a directory has no link on it, and is opened in one call. Where it has, or the
 // kernel has no such call, each step is judged.
 //
 // Return: the directory, or nothing with errno set.
 owned_fd open_judged_directory(const char* place) {
-    open_how how{};
-    how.flags = directory_flags;
-    how.resolve = RESOLVE_NO_SYMLINKS;
-    owned_fd directory(static_cast<int>(
-        uninterrupted([&] { return ::syscall(SYS_openat2, AT_FDCWD, place, &how, sizeof how); })));
+    owned_fd directory = open_linkless_directory(place);
     path_walk walk;
     if (!directory && walk.follow(place, may_follow)) {
         directory.reset(

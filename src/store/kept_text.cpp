@@ -49,7 +49,7 @@ std::string_view KeptText::Of(const XmlDocument& document) {
 
 void KeptText::LetGo() {
     edition_ = 0;
-    text_ = std::string();
+    std::string().swap(text_);  // an assignment would keep the memory
 }
 
 void KeptText::LetGoOfLong() {

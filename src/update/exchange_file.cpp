@@ -5,9 +5,9 @@
 #include <unistd.h>
 
 #include <limits>
-#include <memory>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "leaf/file_replacer.h"
 #include "leaf/owned_fd.h"
@@ -24,14 +24,18 @@ namespace {
 constexpr std::size_t max_path = 255;      // longer ones are refused
 constexpr std::size_t max_cut_path = 127;  // longer ones are cut
 
-// Return: the first `size` bytes of the file and a NUL, or null when there are fewer.
-std::unique_ptr<char[]> read_text(int fd, std::size_t size) {
-    std::unique_ptr<char[]> text(new (std::nothrow) char[size + 1]);
-    if (text == nullptr || read_whole(fd, text.get(), size) != static_cast<ssize_t>(size)) {
-        return nullptr;
+// What parsing appends to the text, which should not have to be copied for it.
+constexpr std::size_t parsing_room = 8;
+
+// Return: false when the file has fewer bytes, or memory for them could not be had.
+bool read_text(int fd, std::size_t size, std::string& text) {
+    try {
+        text.reserve(size + parsing_room);
+        text.resize(size);
+    } catch (const std::bad_alloc&) {
+        return false;
     }
-    text[size] = '\0';
-    return text;
+    return read_whole(fd, text.data(), size) == static_cast<ssize_t>(size);
 }
 
 // Calls `apply` for each element below the root of the exchange file, until one cannot be written.
@@ -86,8 +90,9 @@ bool load_exchange_file(const char* path, XmlDocument& exchange) {
         status.st_size <= 0 || status.st_size >= std::numeric_limits<int32_t>::max()) {
         return false;
     }
-    const auto text = read_text(file.get(), static_cast<std::size_t>(status.st_size));
-    return text != nullptr && exchange.LoadXMLFile(text.get());
+    std::string text;
+    return read_text(file.get(), static_cast<std::size_t>(status.st_size), text) &&
+           exchange.LoadXMLFile(std::move(text));
 }
 
 int32_t upload_documents(std::string_view path) {

@@ -82,6 +82,18 @@ def test_large_saves_and_exchanges_leave_no_memory_behind(wordy):
     assert resident_kilobytes(wordy) <= before * 1.1
 
 
+def test_the_text_of_a_large_save_is_let_go(device):
+    if device.sanitizer is not None:
+        pytest.skip("a sanitizer keeps freed memory")
+    values = "".join(f"<E{i}>{'text ' * 500}</E{i}>" for i in range(4000))
+    device.write_document("Large", f"<Large>{values}</Large>")
+    device.start()
+    before = resident_kilobytes(device)
+    assert device.request("write:Large.E1=new").code == 1
+    assert len(device.read_document("Large")) > 9_000_000
+    assert resident_kilobytes(device) - before < 4096
+
+
 def test_every_one_of_many_siblings_is_found(device):
     """The first, those around the end of what is walked over, and the last."""
     device.write_document("Flat", flat_document("Flat", SIBLINGS))

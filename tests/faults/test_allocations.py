@@ -2,12 +2,14 @@
 
 import os
 import random
+import signal
 
 import pytest
 
 import sanitizer
 from device import EVENT_LOG, wait_until
 from fault_control import ALLOCATIONS, FOR_EVER, NEVER, Faults
+from wire import NO_REPLY
 from workload import COMMANDS, do, install
 
 PROBE = "readvalue:Account.User1.Username"
@@ -32,10 +34,6 @@ def starved(device):
         device.request(COMMANDS["SetSession"].payload)
     for _ in range(MOST_CAPTCHAS):
         device.request(COMMANDS["SetCaptcha"].payload)
-    # The records of events are kept; whether one is needed depends on who comes first, the
-    # connection's request or the server's look at it.
-    with device.connect(), device.connect(), device.connect():
-        assert device.request(PROBE) == PROBE_REPLY
     return device
 
 
@@ -43,12 +41,54 @@ def test_every_command_of_the_table_is_tried():
     assert len(COMMANDS) == 35
 
 
+def thread_state(device):
+    stat = device.outside(f"/proc/{device.worker_pid}/task/{device.faults.thread}/stat")
+    return stat.read_text().rpartition(")")[2].split()[0]
+
+
+def open_sockets(device):
+    return sum(what.startswith("socket:")
+               for what in device.open_descriptors(device.worker_pid).values())
+
+
 def settled_blocks(device):
     """The blocks that the server thread holds when it waits for the next request."""
     assert device.request(PROBE) == PROBE_REPLY
-    stat = device.outside(f"/proc/{device.worker_pid}/task/{device.faults.thread}/stat")
-    wait_until(lambda: stat.read_text().rpartition(")")[2].split()[0] == "S", "the thread waits")
+    wait_until(lambda: thread_state(device) == "S", "the thread waits")
     return device.faults.blocks
+
+
+# What the server allocates depends on whether the request is there when it looks at a new client,
+# so each order is brought about, and kept to: `way(device, payload)` returns the reply.
+
+
+def there_at_once(device, payload):
+    """The server finds the whole request when it accepts the client."""
+    worker = device.worker_pid
+    device.send_signal(worker, signal.SIGSTOP)
+    try:
+        wait_until(lambda: thread_state(device) == "T", "the server is stopped")
+        client = device.connect()
+        client.send_request(payload)
+    finally:
+        device.send_signal(worker, signal.SIGCONT)
+    with client:
+        return client.receive_reply()
+
+
+def awaited(device, payload):
+    """The server has nothing to read when it accepts the client, and waits."""
+    wait_until(lambda: thread_state(device) == "S", "the server waits")
+    sockets = open_sockets(device)
+    with device.connect() as client:
+        wait_until(lambda: open_sockets(device) > sockets or not client.is_open(),
+                   "the client is accepted, or refused")
+        wait_until(lambda: thread_state(device) == "S", "the server waits")
+        try:
+            client.send_request(payload)
+        except BrokenPipeError:
+            return NO_REPLY  # it has been refused
+        return client.receive_reply()
 
 
 def allowed(reply, good):
@@ -57,8 +97,9 @@ def allowed(reply, good):
 
 
 @pytest.mark.fault("M1")
+@pytest.mark.parametrize("way", [there_at_once, awaited])
 @pytest.mark.parametrize("name", COMMANDS)
-def test_every_allocation_fails(starved, name, figure):
+def test_every_allocation_fails(starved, name, way, figure):
     one = COMMANDS[name]
     faults = starved.faults
     worker = starved.worker_pid
@@ -67,7 +108,7 @@ def test_every_allocation_fails(starved, name, figure):
     for payload in one.before:
         starved.request(payload)
     with faults.failing(ALLOCATIONS, NEVER):
-        assert starved.request(one.payload) == good
+        assert way(starved, one.payload) == good
     amount = faults.seen
     assert amount > 0
     blocks = None
@@ -78,7 +119,7 @@ def test_every_allocation_fails(starved, name, figure):
             for payload in one.before:
                 starved.request(payload)
             with faults.failing(ALLOCATIONS, number, times):
-                reply = starved.request(one.payload)
+                reply = way(starved, one.payload)
             assert faults.failed > 0, where
             assert allowed(reply, good), (where, reply)
             assert starved.request(PROBE) == PROBE_REPLY, where
@@ -103,7 +144,7 @@ def test_no_entry_that_is_in_the_log_is_denied(starved):
         numbered = b"writelog:" + record[:10] + bytes([number]) + record[11:]
         starved.request("cleanlog:")  # the first save of a log builds the text of its file
         with faults.failing(ALLOCATIONS, number, FOR_EVER):
-            reply = starved.request(numbered)
+            reply = there_at_once(starved, numbered)
         newest = starved.request("readlog:1&-1&1").body
         if reply.code is not None:
             assert (newest[10:11] == bytes([number])) == (reply.code == 0), (number, reply)
