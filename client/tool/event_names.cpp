@@ -1,6 +1,6 @@
 #include "event_names.h"
 
-#include "encoding/hex_digit.h"
+#include "encoding/escape.h"
 #include "service.h"
 
 namespace veltrancord::tool {

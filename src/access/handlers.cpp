@@ -12,8 +12,7 @@
 #include "access/permits.h"
 #include "access/sessions.h"
 #include "access/users.h"
-#include "handler/argument_fields.h"
-#include "handler/argument_wipe.h"
+#include "handler/arguments.h"
 #include "leaf/clock.h"
 #include "leaf/decimal_number.h"
 #include "leaf/message.h"
@@ -150,7 +149,6 @@ int32_t GetCGIPermitFilter_handle(connection_record&, command_argument argument,
 // since a check takes what follows the "&" for the lifetime. Refusing it here would turn a login
 // page that gets along with it today into one where nobody can log in.
 int32_t SetSession_handle(connection_record& connection, command_argument argument, int32_t) {
-    const argument_wipe wipe(argument);
     if (argument.absent()) {
         print_error("%s: NULL Session String !!\n", "SetSession_handle");
         return result_argument_absent;
@@ -163,7 +161,6 @@ int32_t SetSession_handle(connection_record& connection, command_argument argume
 }
 
 int32_t CheckSession_handle(connection_record& connection, command_argument argument, int32_t) {
-    const argument_wipe wipe(argument);
     if (argument.absent()) {
         print_error("%s: NULL String !!\n", "CheckSession_handle");
         return result_argument_absent;
@@ -179,7 +176,6 @@ int32_t CheckSession_handle(connection_record& connection, command_argument argu
 // a comparison ends it at the next "&", since more fields follow there: a captcha that holds an "&"
 // can be kept, but not answered.
 int32_t SetCaptcha_handle(connection_record& connection, command_argument argument, int32_t) {
-    const argument_wipe wipe(argument);
     const auto texts =
         split(argument, {"SetCaptcha_handle", "NULL Captcha String", "NULL Verify String"});
     if (!texts) {
@@ -205,7 +201,6 @@ int32_t SetCaptcha_handle(connection_record& connection, command_argument argume
 }
 
 int32_t CompareCaptcha_handle(connection_record& connection, command_argument argument, int32_t) {
-    const argument_wipe wipe(argument);
     const auto texts =
         split(argument, {"CompareCaptcha_handle", "NULL String", "Captcha Code NULL String"});
     if (!texts) {
@@ -218,7 +213,6 @@ int32_t CompareCaptcha_handle(connection_record& connection, command_argument ar
 // Its log lines have always named it without the "t"; whoever searches logs for it does so too.
 int32_t UpdateCaptchaTime_handle(connection_record& connection, command_argument argument,
                                  int32_t) {
-    const argument_wipe wipe(argument);
     const auto texts =
         split(argument, {"UpdateCapchaTime", "NULL String", "Captcha Code NULL String"});
     if (!texts) {
@@ -233,7 +227,6 @@ int32_t UpdateCaptchaTime_handle(connection_record& connection, command_argument
 // ignore the result. Telling the two apart would tell anybody who asks whether a guessed captcha
 // was right, without the rules of a comparison.
 int32_t DelCaptchaItem_handle(connection_record& connection, command_argument argument, int32_t) {
-    const argument_wipe wipe(argument);
     const auto texts =
         split(argument, {"DelCaptchaItem", "NULL String", "Captcha Code NULL String"});
     if (!texts) {

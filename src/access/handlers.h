@@ -13,7 +13,7 @@ command_handler getGroupName_handle;         // getGroupName: "user"
 command_handler listPermits_handle;          // listPermits: the argument is ignored
 command_handler GetCGIPermitFilter_handle;   // GetCGIPermitFilter: "user&command[&parameters]"
 
-// Tokens and captchas are secrets: these wipe their argument.
+// Tokens and captchas are secrets; the server wipes each request when it has been answered.
 command_handler SetSession_handle;         // SetSession: "session"
 command_handler CheckSession_handle;       // CheckSession: "session[&lifetime]"
 command_handler SetCaptcha_handle;         // SetCaptcha: "code&captcha"

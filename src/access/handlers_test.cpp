@@ -318,15 +318,6 @@ TEST(SessionHandlers, RefuseTextBeyondTheBoundAsMissingMemory) {
     EXPECT_EQ(call(SetSession_handle, "12345678"), result_ok);
 }
 
-TEST(SessionHandlers, WipeTheirArgument) {
-    handler_call call;
-    const std::string token = "secret-token&60";
-    for (command_handler* const handler : {SetSession_handle, CheckSession_handle}) {
-        call(handler, token);
-        EXPECT_EQ(call.argument(), std::string(token.size(), '\0'));
-    }
-}
-
 TEST(CaptchaHandlers, SayWhichPartOfTheArgumentIsMissing) {
     struct {
         command_handler* handler;
@@ -463,16 +454,6 @@ TEST(CaptchaHandlers, ReportMissingMemoryWithoutTheCaptcha) {
         EXPECT_EQ(call(SetCaptcha_handle, "id&secret"), result_too_large);
         EXPECT_EQ(call.printed(), message);
         EXPECT_EQ(call.sessions.captcha_count, 0);
-    }
-}
-
-TEST(CaptchaHandlers, WipeTheirArgument) {
-    const std::string argument = "id&secret";
-    for (command_handler* const handler : {SetCaptcha_handle, CompareCaptcha_handle,
-                                           UpdateCaptchaTime_handle, DelCaptchaItem_handle}) {
-        handler_call call;
-        call(handler, argument);
-        EXPECT_EQ(call.argument(), std::string(argument.size(), '\0'));
     }
 }
 

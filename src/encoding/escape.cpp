@@ -1,7 +1,5 @@
 #include "encoding/escape.h"
 
-#include "encoding/hex_digit.h"
-
 namespace veltrancord {
 
 namespace {
@@ -9,6 +7,19 @@ namespace {
 constexpr std::string_view escape_digits = "0123456789ABCDEF";
 
 }  // namespace
+
+int32_t hex_digit_value(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    return -1;
+}
 
 char* url_encode(char* out, std::size_t size, std::string_view in) {
     std::size_t i = 0;

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 namespace veltrancord {
@@ -24,6 +25,9 @@ inline constexpr std::array<bool, 256> url_safe_bytes = [] {
 [[nodiscard]] inline bool url_safe(char byte) {
     return url_safe_bytes[static_cast<unsigned char>(byte)];
 }
+
+// Return: 0 to 15, or -1 when `c` is not a hexadecimal digit of either case.
+[[nodiscard]] int32_t hex_digit_value(char c);
 
 // Encode (decode) the text up to its end or its first NUL, writing at most `size` bytes, the
 // terminating NUL included; `size` is at least 1. An escape that does not fit whole is dropped, and

@@ -109,11 +109,7 @@ int32_t event_log::add(const log_record& record, const log_time_text& time) {
     if (!document_ || is_terminating()) {
         return result_denied;
     }
-    const int32_t result =
-        document_->set(ring_.write_position(), entry_to_keep(record, time).view());
-    if (result < 0) {
-        return result;
-    }
+    document_->set(ring_.write_position(), entry_to_keep(record, time).view());
     ring_.advance();
     // From here on the entry is in, and nothing may tell the client that it is not.
     try {

@@ -35,8 +35,7 @@ class event_log {
     // entry is kept and saved with the next one. A detail text whose end would take in what follows
     // the entry in the file is cut.
     //
-    // Return: result_ok, result_denied (no document, or the process is terminating),
-    // result_bad_argument or result_store_failed.
+    // Return: result_ok, or result_denied: no document, or the process is terminating.
     [[nodiscard]] int32_t add(const log_record& record, const log_time_text& time);
 
     // Reads a page into `reply`, which is opened.

@@ -7,8 +7,6 @@
 #include <optional>
 
 #include "eventlog/entry_text.h"
-#include "leaf/result.h"
-#include "store/change.h"
 #include "store/numbered_elements.h"
 #include "store/path.h"
 #include "store/value.h"
@@ -147,25 +145,11 @@ void log_document::create_entry(slot& place, int32_t position) {
     place_of(position) = nowhere;
 }
 
-int32_t log_document::set_by_path(int32_t position, std::string_view text) {
-    XmlPath path;
-    if (!split_entry_path(position, path)) {
-        return result_bad_argument;
-    }
-    forget_file_text();
-    const bool set = SetXmlValue(*document_, path, text) != nullptr;
-    log_ = document_->FirstChildElement(log_name);
-    return set ? result_ok : result_store_failed;
-}
-
 bool log_document::keeps(std::string_view text) const {
     return IsXmlTextWhole(*document_, text);
 }
 
-int32_t log_document::set(int32_t position, std::string_view text) {
-    if (!indexed(position)) {
-        return set_by_path(position, text);
-    }
+void log_document::set(int32_t position, std::string_view text) {
     slot& place = hold(position);
     if (place.element == nullptr || place.element->Parent() != log_) {
         create_entry(place, position);
@@ -177,7 +161,6 @@ int32_t log_document::set(int32_t position, std::string_view text) {
     } catch (const std::bad_alloc&) {
         forget_file_text();  // the entry is in; the file's text can be built anew
     }
-    return result_ok;
 }
 
 // Whether the file is one element "Log" with a line for each child, as the service itself writes

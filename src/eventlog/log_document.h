@@ -77,11 +77,9 @@ class log_document {
     // file: in a file that declares itself UTF-8 a character cut short at its end is not.
     [[nodiscard]] bool keeps(std::string_view text) const;
 
-    // Sets the text of "Log.E<position>"; elements that are missing are created.
-    //
-    // Return: result_ok, result_bad_argument when the path cannot be formed, or
-    // result_store_failed.
-    [[nodiscard]] int32_t set(int32_t position, std::string_view text);
+    // Sets the text of "Log.E<position>", a position of the index, as every one is that the ring
+    // writes to; elements that are missing are created.
+    void set(int32_t position, std::string_view text);
 
     // The bytes of the document's file, as SerialiseXmlDoc gives them; valid until the next change.
     [[nodiscard]] std::string_view file_text();
@@ -115,7 +113,6 @@ class log_document {
 
     void build_index();
     void create_entry(slot& place, int32_t position);
-    [[nodiscard]] int32_t set_by_path(int32_t position, std::string_view text);
 
     [[nodiscard]] bool is_plain() const;
     void build_file_text();

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "encoding/hex_digit.h"
+#include "encoding/escape.h"
 #include "eventlog/stored_settings.h"
 #include "leaf/bounded_text.h"
 #include "leaf/child_program.h"

@@ -3,9 +3,8 @@
 #include <array>
 
 #include "access/handlers.h"
-#include "eventlog/log_handlers.h"
-#include "store/attribute_handlers.h"
-#include "store/read_handlers.h"
+#include "eventlog/handlers.h"
+#include "store/handlers.h"
 #include "update/handlers.h"
 #include "update/program_queue.h"
 #include "update/saving.h"

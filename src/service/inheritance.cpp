@@ -1,5 +1,3 @@
-#include "service/inheritance.h"
-
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -7,6 +5,7 @@
 #include <csignal>
 
 #include "leaf/child_program.h"
+#include "service/processes.h"
 
 namespace veltrancord {
 

@@ -1,5 +1,3 @@
-#include "service/inheritance.h"
-
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -7,6 +5,8 @@
 #include <unistd.h>
 
 #include <csignal>
+
+#include "service/processes.h"
 
 namespace veltrancord {
 namespace {

@@ -1,5 +1,4 @@
 #include "leaf/message.h"
-#include "service/inheritance.h"
 #include "service/options.h"
 #include "service/processes.h"
 

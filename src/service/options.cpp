@@ -9,6 +9,7 @@
 #include "leaf/bounded_text.h"
 #include "leaf/decimal_number.h"
 #include "leaf/message.h"
+#include "store/reply_capacity.h"
 
 namespace veltrancord {
 
@@ -35,7 +36,7 @@ void take_path(char (&field)[64], std::string_view path) {
 }  // namespace
 
 service_options::service_options() {
-    copy_bounded(xml_path, default_xml_path);
+    copy_bounded(xml_path, default_config_directory);
     copy_bounded(event_log_path, default_event_log_path);
 }
 

@@ -5,7 +5,6 @@
 
 namespace veltrancord {
 
-inline constexpr const char* default_xml_path = "/mnt/database/xml";
 inline constexpr const char* default_event_log_path = "/mnt/database/eventlog/log";
 inline constexpr int32_t shortest_backup_interval = 300;  // seconds
 

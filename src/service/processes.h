@@ -20,6 +20,15 @@ namespace veltrancord {
 // never.
 [[nodiscard]] int run_worker(const service_options& options);
 
+// Makes what the service's starter has inherited the same whoever starts it. To be called before
+// anything is opened or printed:
+// - descriptors 0, 1 and 2 are opened on /dev/null where they are closed, so that no file or socket
+//   of the service can come to stand where messages are printed; all others are closed;
+// - no signal is blocked, and the end of a child can be waited for;
+// - no process of the service dumps core: secrets are in its memory.
+// Umask, directory, environment, priority and the other limits are the starter's to choose.
+void settle_inheritance();
+
 // Sets g_storeHooks: after each load the semaphores 520, 521, 522, 523 and 530 are set, in this
 // order, to 0, 0, 1, 0 and 0; with the set the shared-memory segments are removed. To be called
 // before anything is loaded.

@@ -17,7 +17,8 @@ inline constexpr key_t readiness_semaphore = 530;
 // Return: 1, or 0 after "create semaphore fail".
 int32_t semaphore_create(key_t key, int value);
 
-// Removes the semaphore; who waits for it wakes with an error.
+// Removes the semaphore; who waits for it wakes with an error. The service never does, since other
+// programs may wait; it is for a program of the device that ends what it began.
 //
 // Return: what semctl returned; "Fail to delete semaphore" is printed when that is negative.
 int32_t semaphore_delete(key_t key);

@@ -103,7 +103,7 @@ int32_t load_configuration(const service_options& options) {
     if (loaded >= 0) {
         // The default directory, wherever the configuration is loaded from: products that load
         // another one count on replies being bounded as they are on the device.
-        scan_reply_capacity(default_xml_path);
+        scan_reply_capacity(default_config_directory);
     }
     return loaded;
 }

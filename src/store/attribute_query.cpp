@@ -6,7 +6,6 @@
 #include "leaf/bounded_text.h"
 #include "leaf/message.h"
 #include "leaf/result.h"
-#include "store/attribute_listing.h"
 #include "store/document_set.h"
 #include "store/path.h"
 #include "store/read_query.h"
@@ -15,6 +14,8 @@
 namespace veltrancord {
 
 namespace {
+
+constexpr std::size_t max_key = 511;
 
 constexpr std::string_view all_marker = "*";
 // "#" as splitting a path leaves it. A client's own "_23" becomes something else, so this is "#".
@@ -58,6 +59,118 @@ Mode TakeTail(XmlPath& list, AttributeName& name) {
     }
     DropXmlPathTail(list);
     return own ? Mode::own : Mode::one;
+}
+
+// Where lines go: the end of an opened reply text, up to a capacity.
+class AttributeListing {
+  public:
+    AttributeListing(reply_text& out, uint32_t capacity)
+        : out_(out), start_(out.size()), capacity_(capacity) {}
+
+    // Appends "key=value\n". The whole line counts against the capacity.
+    //
+    // Return: false when it does not fit, or memory could not be had.
+    [[nodiscard]] bool Append(std::string_view key, std::string_view value);
+
+    // Bytes listed so far.
+    [[nodiscard]] std::size_t Used() const { return out_.size() - start_; }
+
+    // Whether a line that fits could not be stored: the listing is then worth nothing.
+    [[nodiscard]] bool OutOfMemory() const { return out_of_memory_; }
+
+    // Takes back what was listed.
+    void Clear() { out_.truncate(start_); }
+
+  private:
+    reply_text& out_;
+    std::size_t start_;
+    std::size_t capacity_;
+    bool out_of_memory_ = false;
+};
+
+bool AttributeListing::Append(std::string_view key, std::string_view value) {
+    const std::size_t length = key.size() + value.size() + 2;
+    if (capacity_ < Used() + length) {
+        return false;
+    }
+    if (!out_.reserve(out_.size() + length)) {
+        out_of_memory_ = true;
+        return false;
+    }
+    return out_.append(key) && out_.append("=") && out_.append(value) && out_.append("\n");
+}
+
+// A key in a field of fixed size, to which names are appended and taken off again.
+class AttributeKey {
+  public:
+    explicit AttributeKey(std::string_view prefix) { Append(prefix); }
+
+    [[nodiscard]] std::size_t Size() const { return size_; }
+    [[nodiscard]] std::string_view View() const { return {text_, size_}; }
+    void Cut(std::size_t size) { size_ = size; }
+    void Append(std::string_view text) {
+        size_ += text.copy(text_ + size_, std::min(text.size(), max_key - size_));
+    }
+
+  private:
+    char text_[max_key];
+    std::size_t size_ = 0;
+};
+
+bool ListOwn(const TiXmlElement& element, AttributeListing& listing, AttributeKey& key,
+             const char* name) {
+    const std::size_t size = key.Size();
+    bool fits = true;
+    for (const TiXmlAttribute* attribute = element.FirstAttribute(); fits && attribute != nullptr;
+         attribute = attribute->Next()) {
+        if (name != nullptr && std::strcmp(name, attribute->Name()) != 0) {
+            continue;
+        }
+        key.Append(".");
+        key.Append(attribute->Name());
+        fits = listing.Append(key.View(), attribute->Value());
+        key.Cut(size);
+    }
+    return fits;
+}
+
+// NOLINTNEXTLINE(misc-no-recursion): as deep as the tree, which loading bounds.
+void ListTree(const TiXmlElement* first, AttributeListing& listing, AttributeKey& key,
+              const char* name) {
+    const std::size_t size = key.Size();
+    for (const TiXmlElement* element = first; element != nullptr && !listing.OutOfMemory();
+         element = element->NextSiblingElement()) {
+        key.Append(".");
+        key.Append(element->ValueStr());
+        static_cast<void>(ListOwn(*element, listing, key, name));
+        ListTree(element->FirstChildElement(), listing, key, name);
+        key.Cut(size);
+    }
+}
+
+// Lists the attributes of `element` in their order, all of them or (name not null) only those of
+// that name. A key is `prefix`, "." and the attribute's name, cut at 511 bytes.
+//
+// Return: 0, or -1 when a line does not fit or `element` is null; lines before it stay listed.
+int32_t ListXmlAttrs(const TiXmlElement* element, AttributeListing& listing,
+                     std::string_view prefix, const char* name) {
+    if (element == nullptr) {
+        return -1;
+    }
+    AttributeKey key(prefix);
+    return ListOwn(*element, listing, key, name) ? 0 : -1;
+}
+
+// Does the same for `first`, the elements that follow it and all below them, whose names are
+// appended to the prefix as they are stored. A line that does not fit ends its element's lines and
+// nothing else: those of other elements may still fit.
+//
+// Return: 0.
+int32_t ListXmlAttrTree(const TiXmlElement* first, AttributeListing& listing,
+                        std::string_view prefix, const char* name) {
+    AttributeKey key(prefix);
+    ListTree(first, listing, key, name);
+    return 0;
 }
 
 int32_t List(const TiXmlElement& element, Mode how, std::string_view prefix, const char* name,

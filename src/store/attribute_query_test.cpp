@@ -8,8 +8,8 @@
 #include <string_view>
 
 #include "leaf/result.h"
-#include "store/attribute_handlers.h"
 #include "store/document_set.h"
+#include "store/handlers.h"
 #include "store/read_query.h"
 #include "store/reply_capacity.h"
 

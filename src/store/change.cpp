@@ -2,7 +2,7 @@
 
 #include "encoding/secret.h"
 #include "store/kept_text.h"
-#include "store/subtree_merge.h"
+#include "store/merge.h"
 #include "store/value.h"
 #include "xml/child_index.h"
 #include "xml/element_text.h"

@@ -37,7 +37,7 @@ TiXmlElement* ChangeAttribute(XmlDocNode& node, const XmlPath& path, const std::
 // Return: whether there was one.
 [[nodiscard]] bool RemoveElement(XmlDocNode& node, const XmlPath& path);
 
-// Merges the settings of `from` into the document (store/subtree_merge.h) and marks the record
+// Merges the settings of `from` into the document (store/merge.h) and marks the record
 // DOC_SAVE_FLASH.
 //
 // Return: whether all of them could be stored. One line on standard error tells each that could

@@ -76,14 +76,8 @@ int32_t RemoveXmlDocNode(XmlDocNode* node);
 // which no lookup finds.
 void PruneXmlDocs();
 
-// Merges the element tree `from` into `into`: texts of `from` win, elements only in `into` stay.
-// Null arguments do nothing. Return: 0.
-int32_t MergeXmlNode(TiXmlNode* into, TiXmlNode* from);
-
-// Merges the first child node of the record's document, when that is an element. Return: 0.
-int32_t MergeXmlDoc(XmlDocNode* node, TiXmlNode* into);
-
-// Empties the set and runs the `freed` hook. Return: 0.
+// Empties the set and runs the `freed` hook: for whoever loads a set and goes on without it, as
+// tests do; the worker keeps its own to the end. Return: 0.
 int32_t FreeXmlDocs();
 
 // Return: 1 if stat() succeeds, else 0.

@@ -15,7 +15,7 @@
 
 #include "leaf/result.h"
 #include "store/document_set.h"
-#include "store/read_handlers.h"
+#include "store/handlers.h"
 #include "store/reply_capacity.h"
 
 namespace veltrancord {

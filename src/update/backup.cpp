@@ -21,10 +21,6 @@ constexpr std::size_t max_script_text = 256;
 constexpr int64_t clock_step = 1800;  // seconds
 constexpr std::chrono::seconds look_period{5};
 
-// Always this one, even when the service runs on another directory: the reply capacity follows the
-// device's own configuration, as it does at start.
-constexpr char default_config_directory[] = "/mnt/database/xml";
-
 }  // namespace
 
 int32_t XMLDBCallBack(std::string_view text) {

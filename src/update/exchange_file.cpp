@@ -14,6 +14,7 @@
 #include "leaf/result.h"
 #include "leaf/whole_io.h"
 #include "store/change.h"
+#include "store/merge.h"
 #include "update/documents.h"
 #include "xml/text.h"
 

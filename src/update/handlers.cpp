@@ -1,6 +1,5 @@
 #include "update/handlers.h"
 
-#include "handler/argument_wipe.h"
 #include "leaf/result.h"
 #include "update/backup.h"
 #include "update/documents.h"
@@ -20,16 +19,13 @@ void count_change(const connection_record& connection) {
 
 }  // namespace
 
-// The argument may hold a password in plain text.
 int32_t write_handle(connection_record& connection, command_argument argument, int32_t /*row*/) {
-    const argument_wipe wipe(argument);
     count_change(connection);
     return write_lines(argument.text(), true);
 }
 
 int32_t writedbmem_handle(connection_record& /*connection*/, command_argument argument,
                           int32_t /*row*/) {
-    const argument_wipe wipe(argument);
     return write_lines(argument.text(), false);
 }
 

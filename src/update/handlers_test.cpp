@@ -82,16 +82,6 @@ TEST_F(WriteHandlers, EndTheArgumentAtANulByte) {
     EXPECT_EQ(value("a.c"), "0");
 }
 
-TEST_F(WriteHandlers, WipeAnArgumentThatMayHoldAPassword) {
-    for (command_handler* handler : {write_handle, writedbmem_handle}) {
-        for (std::string argument : {"a.Password=secret\na.b=1", "missing.Password=secret"}) {
-            const std::size_t size = argument.size();
-            handler(connection_, {argument.data(), size}, 0);
-            EXPECT_EQ(argument, std::string(size, '\0'));
-        }
-    }
-}
-
 TEST_F(WriteHandlers, CountAChangeForEachCommandWhateverItsResult) {
     run(write_handle, "a.b=1\na.c=2");
     EXPECT_EQ(change_counter_, 1U);

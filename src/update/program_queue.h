@@ -26,7 +26,7 @@ void queue_program(const TiXmlElement& element, std::string_view argument);
 // reason and goes on with the next one. The queue is empty afterwards.
 void run_program_queue();
 
-// Number of queued programs.
+// Number of queued programs. For tests and fuzz targets, which look at the queue between commands.
 [[nodiscard]] std::size_t queued_programs();
 
 }  // namespace veltrancord

@@ -11,6 +11,7 @@
 
 #include "store/change.h"
 #include "store/document_set.h"
+#include "store/merge.h"
 #include "store/value.h"
 #include "xml/document.h"
 #include "xml/text.h"

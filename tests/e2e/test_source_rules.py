@@ -11,10 +11,9 @@ CHANGES = re.compile(
     r"(?:Write|Sync|Restore)ElementText|LinkEndChild|Insert(?:End|Before|After)Child|"
     r"ReplaceChild|RemoveChild|RemoveAttribute|Set(?:Double)?Attribute|SetValue|SetCDATA)\(")
 # The door to the loaded documents and what it is made of; below, documents that are not loaded ones.
-DOOR = {"store/change.cpp", "store/change.h", "store/subtree_merge.cpp", "store/subtree_merge.h"}
-OTHERS = {"store/document_merge.cpp",   # an exchange file's elements
-          "store/document_set.h",       # which declares that
-          "eventlog/log_document.cpp"}  # the event log
+DOOR = {"store/change.cpp", "store/change.h", "store/merge.cpp", "store/merge.h"}
+OTHERS = {"eventlog/log_document.cpp"}  # the event log
+
 
 
 def code(path):

@@ -26,11 +26,10 @@ class handler_call {
 
     int32_t without_argument(command_handler* handler) { return call(handler, {}); }
 
-    // What was printed on standard error; the reply text; the argument's bytes afterwards.
+    // What was printed on standard error; the reply text.
     [[nodiscard]] const std::string& printed() const { return printed_; }
     [[nodiscard]] std::string_view reply() const { return connection_.reply.view(); }
     [[nodiscard]] bool has_reply() const { return connection_.reply.is_open(); }
-    [[nodiscard]] const std::string& argument() const { return argument_; }
 
     session_lists sessions;
 

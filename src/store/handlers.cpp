@@ -1,9 +1,10 @@
-#include "store/read_handlers.h"
+#include "store/handlers.h"
 
 #include <string_view>
 
 #include "leaf/decimal_number.h"
 #include "leaf/result.h"
+#include "store/attribute_query.h"
 #include "store/read_query.h"
 #include "store/value.h"
 
@@ -53,6 +54,27 @@ int32_t readvalue_handle(connection_record& connection, command_argument argumen
     }
     const bool fits = static_cast<uint32_t>(result) <= ReadReplyCapacity(connection.reply);
     return fits && connection.reply.append(value.text) ? result : result_too_large;
+}
+
+int32_t readattr_handle(connection_record& connection, command_argument argument, int32_t /*row*/) {
+    if (!OpenReadReply(connection.reply, "readattr_handle")) {
+        return result_ok;
+    }
+    return ReadAttributeHandleFun(argument.text(), connection.reply);
+}
+
+int32_t readsingleattr_handle(connection_record& connection, command_argument argument,
+                              int32_t /*row*/) {
+    if (!OpenReadReply(connection.reply, "readsingleattr_handle")) {
+        return result_ok;
+    }
+    std::string_view value;
+    const int32_t result = ReadSingleAttr(argument.text(), value);
+    if (result < 0) {
+        return result;
+    }
+    const bool fits = value.size() <= ReadReplyCapacity(connection.reply);
+    return fits && connection.reply.append(value) ? result : result_too_large;
 }
 
 }  // namespace veltrancord

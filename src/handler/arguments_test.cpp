@@ -1,4 +1,4 @@
-#include "handler/argument_fields.h"
+#include "handler/arguments.h"
 
 #include <gtest/gtest.h>
 

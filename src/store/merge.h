@@ -1,7 +1,13 @@
-// Merging one element's settings into a loaded document, each at its own place.
+// The two merges of an element tree into another. syncxml's brings settings into a loaded document
+// and looks at what it stores; restore's fills the tree of an exchange file as its readers expect
+// it, attributes included. Their rules differ on purpose: clients know both.
 #pragma once
 
 #include <tinyxml.h>
+
+#include <cstdint>
+
+#include "store/document_set.h"
 
 namespace veltrancord {
 
@@ -20,5 +26,12 @@ namespace veltrancord {
 //
 // Return: whether nothing was left out.
 [[nodiscard]] bool MergeSubtree(TiXmlNode& into, const TiXmlElement& from);
+
+// Restore's merge: merges the element tree `from` into `into`: texts of `from` win, elements only
+// in `into` stay. Null arguments do nothing. Return: 0.
+int32_t MergeXmlNode(TiXmlNode* into, TiXmlNode* from);
+
+// Merges the first child node of the record's document, when that is an element. Return: 0.
+int32_t MergeXmlDoc(XmlDocNode* node, TiXmlNode* into);
 
 }  // namespace veltrancord

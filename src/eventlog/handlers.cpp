@@ -1,4 +1,4 @@
-#include "eventlog/log_handlers.h"
+#include "eventlog/handlers.h"
 
 #include <cerrno>
 #include <new>
