@@ -1,10 +1,13 @@
 """What a long life costs."""
 
+import os
 import shutil
+import signal
 
 import pytest
 
 import valgrind
+from device import CONFIGURATION, EVENT_LOG, wait_until
 from log_model import record
 
 pytestmark = pytest.mark.fault("X1")
@@ -40,16 +43,26 @@ def lives_without_loss(device, requests):
     device.write_document("Account", ACCOUNT)
     device.write_document("Hook", '<Hook><Run DispatchW="/tmp/hook.sh">x</Run></Hook>')
     device.install_script("/tmp/hook.sh", "#!/bin/sh\nread line\n")
-    device.start(under=valgrind.COMMAND)
+    device.start("-L", under=valgrind.COMMAND)
     worker, supervisor = device.worker_pid, device.supervisor_pid
     for request in requests:
         device.request(request)
-    device.stop()
-    # The worker keeps a descriptor in reserve, to turn a client away when it has no other left.
-    for pid, kept in ((worker, ["/dev/null"]), (supervisor, []), (device.starter.pid, [])):
+    # The worker ends first, and by its signal alone: where it found the socket shut down it would
+    # end as it is, with the socket open. The supervisor stands still meanwhile and starts no other.
+    device.send_signal(supervisor, signal.SIGSTOP)
+    device.send_signal(worker, signal.SIGTERM)
+    wait_until(lambda: not device.is_running(worker), "the worker ended", device.patience)
+    device.send_signal(supervisor, signal.SIGTERM)
+    device.send_signal(supervisor, signal.SIGCONT)
+    assert device.wait_for_end(supervisor, device.patience) == 1
+    # The two directories stay locked until the last process that serves from them has ended.
+    locked = sorted((CONFIGURATION, os.path.dirname(EVENT_LOG)))
+    for pid, kept in ((worker, locked), (supervisor, locked), (device.starter.pid, [])):
         report = device.read_file(f"/run/log/valgrind.{pid}").decode()
         assert "ERROR SUMMARY: 0 errors" in report, report
-        assert valgrind.left_open(report) == kept, report
+        assert sorted(valgrind.left_open(report)) == kept, report
+        # What valgrind does not know, openat2, is tried once, and not at each save.
+        assert report.count("WARNING: unhandled") <= 1, report
 
 
 def test_ten_thousand_mixed_reads_leak_nothing(device):

@@ -67,7 +67,6 @@ def there_at_once(device, payload):
     worker = device.worker_pid
     device.send_signal(worker, signal.SIGSTOP)
     try:
-        wait_until(lambda: thread_state(device) == "T", "the server is stopped")
         client = device.connect()
         client.send_request(payload)
     finally:

@@ -234,8 +234,12 @@ def test_kinds_of_errors(serve, tmp_path):
         client_of(serve(reply(-12))).user_group("u")
     with pytest.raises(ConnectionError):
         Client(str(tmp_path / "missing"), timeout=None).get("A")
-    with pytest.raises(TimeoutError):
-        client_of(serve(serve=lambda connection: time.sleep(0.2)), timeout=0.02).get("A")
+    over = threading.Event()
+    try:
+        with pytest.raises(TimeoutError):
+            client_of(serve(serve=lambda connection: over.wait()), timeout=0.02).get("A")
+    finally:
+        over.set()
 
 
 ABOUT = [
@@ -478,8 +482,12 @@ def test_refused_connection_is_tried_again_until_the_deadline(tmp_path):
     listener.bind(str(tmp_path / "socket"))
     with pytest.raises(veltrancord.Unreachable):
         Client(str(tmp_path / "socket"), timeout=0.03).ping()
-    threading.Timer(0.05, lambda: listener.listen(1)).start()
-    threading.Timer(0.1, lambda: listener.accept()[0].close()).start()
+
+    def listen_and_hang_up():
+        listener.listen(1)
+        listener.accept()[0].close()
+
+    threading.Timer(0.05, listen_and_hang_up).start()
     with pytest.raises(veltrancord.Error) as caught:
         Client(str(tmp_path / "socket"), timeout=None).ping()
     assert caught.value.code is Result.NO_REPLY  # connected in the end
