@@ -1,6 +1,6 @@
-// The door to a loaded document: whoever changes one goes through here. Each change makes what was
-// kept of the document's text follow or go, changes the document, and marks its record for saving,
-// so that none of the three can be forgotten. Documents outside the set (the event log's, an
+// The one place where a loaded document is changed. Each routine brings the cached text of the
+// document's file up to date or drops it, changes the document, and marks its record for saving, so
+// that none of the three can be forgotten. Documents outside the set (the event log's, an
 // exchange file's) are changed by their owners.
 //
 // Server thread only.

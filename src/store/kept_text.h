@@ -1,4 +1,4 @@
-// The text of one document's file, kept from one save to the next.
+// A cache: the text of the file of the document saved last, kept from one save to the next.
 //
 // What it gains: a write of one value in a document of 4 KB takes a tenth less processor time in a
 // file system in memory, one of 44 KB half; on a disk, where the flush counts, 2 to 4 percent.
@@ -8,8 +8,8 @@
 // its memory does not count beside that of the documents.
 //
 // It belongs to one edition of the document (xml/document.h): a change that does not tell of itself
-// by Follow() leaves an edition that nothing is kept of. Only the door to the documents
-// (store/change.cpp) uses it.
+// by Follow() leaves an edition that nothing is kept of. Only store/change.cpp
+// uses it.
 //
 // Server thread only.
 #pragma once

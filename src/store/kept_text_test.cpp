@@ -21,7 +21,7 @@ std::unique_ptr<XmlDocument> Load(const char* text) {
     return document;
 }
 
-// What the door to the documents does with a value.
+// What store/change.cpp does with a value.
 bool Set(KeptText& kept, XmlDocument& document, std::string_view path, std::string_view value) {
     XmlPath list;
     EXPECT_TRUE(SplitXmlPath(path, list));

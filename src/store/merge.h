@@ -22,7 +22,7 @@ namespace veltrancord {
 //
 // What cannot be stored is left out: a secret whose form would be too long, a text with which the
 // saved document could not be read whole again (xml/syntax.h). One line on standard error names the
-// path of each. Only the door to the documents (store/change.h) calls this.
+// path of each. Only store/change.h calls this.
 //
 // Return: whether nothing was left out.
 [[nodiscard]] bool MergeSubtree(TiXmlNode& into, const TiXmlElement& from);

@@ -26,41 +26,10 @@ constexpr std::array<bool, 256> encoded_table = [] {
     return table;
 }();
 
-constexpr std::size_t word_size = sizeof(uint64_t);
-
-constexpr uint64_t EachByte(char c) {
-    return 0x0101010101010101U * static_cast<unsigned char>(c);
-}
-
-// Not zero exactly where one of the word's bytes is below `bound`, which is 128 at most: what is
-// taken away from all of them then sets the highest bit of a byte that had it clear.
-constexpr uint64_t AnyBelow(uint64_t word, char bound) {
-    return (word - EachByte(bound)) & ~word & EachByte('\x80');
-}
-
-// Whether one of the eight characters is an encoded one. "&" and "'" differ in one bit, and so do
-// "<" and ">": each pair is looked for at once, with that bit set.
-bool AnyEncoded(const char* characters) {
-    uint64_t word = 0;
-    std::memcpy(&word, characters, word_size);
-    const uint64_t quote = AnyBelow(word ^ EachByte('"'), 1);
-    const uint64_t ampersand = AnyBelow((word | EachByte(1)) ^ EachByte('\''), 1);
-    const uint64_t bracket = AnyBelow((word | EachByte(2)) ^ EachByte('>'), 1);
-    return (AnyBelow(word, ' ') | quote | ampersand | bracket) != 0;
-}
-
 // How many characters at the beginning are written as they stand.
 std::size_t PlainLength(std::string_view text) {
     std::size_t at = 0;
-    while (text.size() - at >= word_size && !AnyEncoded(text.data() + at)) {
-        at += word_size;
-    }
-    const std::size_t left = text.size() - at;
-    if (left < word_size && text.size() >= word_size &&
-        !AnyEncoded(text.data() + text.size() - word_size)) {
-        return text.size();
-    }
-    while (at < text.size() && !IsWrittenAsEntity(text[at])) {
+    while (at < text.size() && !encoded_table[static_cast<unsigned char>(text[at])]) {
         ++at;
     }
     return at;
