@@ -11,6 +11,7 @@ line=
 for argument; do line="$line[$argument]"; done
 echo "$line" >>/tmp/backups
 """
+SLEEPS = ("35", "230")  # nanosleep and clock_nanosleep, as /proc/PID/syscall numbers them
 DOCUMENT = {"Doc": "<Doc><V>0</V></Doc>"}
 
 
@@ -47,7 +48,7 @@ class Clock:
     """A device whose clock is moved and runs ten times as fast, so that its backup thread looks
     twice a second.
 
-    Whether the thread has looked is seen by how often it went to sleep, so nothing is measured. The
+    Whether the thread has looked is seen by the sleeps it is found in, so nothing is measured. The
     distances below leave a slow machine at least a minute; the rule's exact bounds are tried in
     src/update/backup_test.cpp."""
 
@@ -61,16 +62,27 @@ class Clock:
         self.position += seconds
         self.device.move_clock(self.position, self.RATE)
 
-    def _times_asleep(self):
-        """Of the backup thread: the worker starts it second."""
+    def _sleep(self):
+        """Which of its sleeps until the next look the backup thread, which the worker starts second,
+        is in, by a number that grows; None: it is looking, or waits for something else."""
         tasks = self.device.outside(f"/proc/{self.device.worker_pid}/task")
         thread = sorted(tasks.iterdir(), key=lambda task: int(task.name))[1]
-        status = (thread / "status").read_text()
-        return int(status.split("voluntary_ctxt_switches:")[1].split()[0])
 
-    def pass_looks(self, count=2):
-        start = self._times_asleep()
-        wait_until(lambda: self._times_asleep() >= start + count, "the thread has looked",
+        def times_stopped():
+            status = (thread / "status").read_text()
+            return int(status.split("voluntary_ctxt_switches:")[1].split()[0])
+
+        before = times_stopped()
+        call = (thread / "syscall").read_text().split()[0]
+        return before if call in SLEEPS and times_stopped() == before else None
+
+    def finish_look(self):
+        wait_until(self._sleep, "the thread sleeps", self.device.patience)
+
+    def pass_looks(self):
+        """At least one look has begun and ended when this returns."""
+        first = wait_until(self._sleep, "the thread sleeps", self.device.patience)
+        wait_until(lambda: (self._sleep() or 0) > first, "the thread has looked",
                    self.device.patience)
 
     def wait_for_backups(self, count):
@@ -79,7 +91,7 @@ class Clock:
         assert backups(self.device) == ["[internal]"] * count
         # Behind the script the thread still clears the counter: a change that came before that
         # would not count. It is done when it has gone to sleep again.
-        self.pass_looks()
+        self.finish_look()
 
 
 @pytest.fixture

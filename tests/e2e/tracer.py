@@ -1,5 +1,6 @@
 """What the service's server thread asks of the system: counted, shown, and made to fail."""
 
+import contextlib
 import re
 import signal
 
@@ -33,7 +34,8 @@ class Strace:
 
     def __exit__(self, *_):
         if self._tracer():
-            self.device.send_signal(self.tracer, signal.SIGTERM)
+            with contextlib.suppress(ProcessLookupError):  # it ends with the thread that it traces
+                self.device.send_signal(self.tracer, signal.SIGTERM)
         wait_until(lambda: not self.device.is_running(self.tracer), "strace has ended")
 
     def calls(self):
