@@ -43,6 +43,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -67,6 +68,8 @@ namespace {
 
 constexpr std::string_view helper_prefix = ".veltrancord-new.";
 constexpr mode_t permission_bits = 07777;
+// All clients wait while a FIFO's reader takes its next part.
+constexpr int reader_wait = 2'000;  // milliseconds
 
 // Whether an error in making a helper file or in renaming it means that this place allows no
 // replacement at all, while the file itself may be writable.
@@ -356,6 +359,26 @@ std::string file_replacement::prepared_path() const {
     return std::string(static_cast<const char*>(target_), name_).append(helper_);
 }
 
+// Return: false with errno set: EAGAIN where nobody takes the rest.
+bool file_replacement::write_as_it_stands(int fd) const {
+    std::string_view rest = content_;
+    for (bool waited = false; !rest.empty();) {
+        const ssize_t count = uninterrupted([&] { return ::write(fd, rest.data(), rest.size()); });
+        if (count > 0) {
+            rest.remove_prefix(static_cast<std::size_t>(count));
+            waited = false;
+        } else if (count < 0 && errno == EAGAIN && !waited) {
+            pollfd place = {fd, POLLOUT, 0};
+            uninterrupted([&] { return ::poll(&place, 1, reader_wait); });
+            waited = true;
+        } else {
+            errno = count == 0 ? ENOSPC : errno;
+            return false;
+        }
+    }
+    return true;
+}
+
 // Return: false with errno set.
 bool file_replacement::write_in_place() {
     const owned_fd file(uninterrupted([this] {
@@ -368,7 +391,7 @@ bool file_replacement::write_in_place() {
         return false;
     }
     if (!S_ISREG(status.st_mode)) {
-        return write_whole(file.get(), content_);
+        return write_as_it_stands(file.get());
     }
     kept_content old;
     if (!part_from_kept_original(directory_.get(), name_, status) ||

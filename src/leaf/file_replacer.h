@@ -38,8 +38,8 @@ class file_replacement {
     // replaced), but in a sticky directory that others may write to only one of the directory's
     // owner or of the service's own user; the same goes for each step of the path. Mode and owner
     // are those of the file that is there. Where that is no regular file (a device, a FIFO) nothing
-    // is written aside: commit() writes it as it stands, and never waits for a reader. `path` and
-    // `content` must stay until commit(). To be called once.
+    // is written aside: commit() writes it as it stands, and waits at most 2 s for a reader to
+    // take the next part. `path` and `content` must stay until commit(). To be called once.
     //
     // Return: result_ok, or result_failed when the content cannot be written: nothing has changed
     // and nothing is left behind.
@@ -84,6 +84,7 @@ class file_replacement {
     [[nodiscard]] bool keep_identity() const;
     [[nodiscard]] bool fill_helper();
     [[nodiscard]] bool write_in_place();
+    [[nodiscard]] bool write_as_it_stands(int fd) const;
     [[nodiscard]] int32_t commit_in_place();
     int32_t fail(int error);
     void discard();

@@ -1,6 +1,7 @@
 #include "leaf/file_replacer.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -12,6 +13,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "leaf/result.h"
@@ -208,12 +210,34 @@ TEST_F(FileReplacer, RefusesAMissingDirectoryAndADirectory) {
     EXPECT_EQ(printed_, line("Account", EISDIR));
 }
 
-TEST_F(FileReplacer, NeverWaitsForAReaderOfAPipe) {
+TEST_F(FileReplacer, WaitsOnlySoLongForTheReaderOfAPipe) {
     ASSERT_EQ(mkfifo(path("Account").c_str(), 0600), 0);
     EXPECT_EQ(replace("Account", "new"), result_ok);  // opened both ways: nobody else is needed
     EXPECT_TRUE(fs::is_fifo(dir_ / "Account"));
     EXPECT_EQ(replace("Account", std::string(1 << 20, 'x')), result_failed);
     EXPECT_EQ(printed_, line("Account", EAGAIN));
+}
+
+TEST_F(FileReplacer, FillsAPipeAsFastAsItIsRead) {
+    ASSERT_EQ(mkfifo(path("Account").c_str(), 0600), 0);
+    // More than a pipe holds, so that only a reader that is waited for lets it end.
+    const std::string content(1 << 20, 'x');
+    const owned_fd pipe(open(path("Account").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    std::string received;
+    std::thread reader([&] {
+        char bytes[4096];
+        while (received.size() < content.size()) {
+            pollfd place = {pipe.get(), POLLIN, 0};
+            if (poll(&place, 1, 10'000) <= 0) {
+                break;
+            }
+            const ssize_t count = read(pipe.get(), bytes, sizeof bytes);
+            received.append(bytes, count > 0 ? static_cast<std::size_t>(count) : 0);
+        }
+    });
+    EXPECT_EQ(replace("Account", content), result_ok);
+    reader.join();
+    EXPECT_TRUE(received == content);
 }
 
 TEST_F(FileReplacer, WritesADeviceAndAPipeAsTheyStand) {

@@ -40,7 +40,7 @@ namespace veltrancord {
 
 // Writes every loaded document, in list order, into the file at `path`, between "<ROOT>" and
 // "</ROOT>". The file is replaced in one step; what is no regular file (a pipe, /dev/null) is
-// written as it stands.
+// written as it stands, and fails where its reader takes nothing for 2 s.
 //
 // Return: result_ok; result_failed when the path is over 255 characters, and, after one line on
 // standard error, when the file cannot be written: the old one is then still there.
