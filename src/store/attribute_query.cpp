@@ -117,8 +117,12 @@ class AttributeKey {
     std::size_t size_ = 0;
 };
 
-bool ListOwn(const TiXmlElement& element, AttributeListing& listing, AttributeKey& key,
-             const char* name) {
+// Lists the attributes of `element` in their order, all of them or (name not null) only those of
+// that name. A key is the element's, "." and the attribute's name.
+//
+// Return: false when a line does not fit; lines before it stay listed.
+bool ListXmlAttrs(const TiXmlElement& element, AttributeListing& listing, AttributeKey& key,
+                  const char* name) {
     const std::size_t size = key.Size();
     bool fits = true;
     for (const TiXmlAttribute* attribute = element.FirstAttribute(); fits && attribute != nullptr;
@@ -134,59 +138,39 @@ bool ListOwn(const TiXmlElement& element, AttributeListing& listing, AttributeKe
     return fits;
 }
 
+// Does the same for `first`, the elements that follow it and all below them, whose names are
+// appended to the key as they are stored. A line that does not fit ends its element's lines and
+// nothing else: those of other elements may still fit.
 // NOLINTNEXTLINE(misc-no-recursion): as deep as the tree, which loading bounds.
-void ListTree(const TiXmlElement* first, AttributeListing& listing, AttributeKey& key,
-              const char* name) {
+void ListXmlAttrTree(const TiXmlElement* first, AttributeListing& listing, AttributeKey& key,
+                     const char* name) {
     const std::size_t size = key.Size();
     for (const TiXmlElement* element = first; element != nullptr && !listing.OutOfMemory();
          element = element->NextSiblingElement()) {
         key.Append(".");
         key.Append(element->ValueStr());
-        static_cast<void>(ListOwn(*element, listing, key, name));
-        ListTree(element->FirstChildElement(), listing, key, name);
+        static_cast<void>(ListXmlAttrs(*element, listing, key, name));
+        ListXmlAttrTree(element->FirstChildElement(), listing, key, name);
         key.Cut(size);
     }
 }
 
-// Lists the attributes of `element` in their order, all of them or (name not null) only those of
-// that name. A key is `prefix`, "." and the attribute's name, cut at 511 bytes.
-//
-// Return: 0, or -1 when a line does not fit or `element` is null; lines before it stay listed.
-int32_t ListXmlAttrs(const TiXmlElement* element, AttributeListing& listing,
-                     std::string_view prefix, const char* name) {
-    if (element == nullptr) {
-        return -1;
-    }
+// Return: false when a line does not fit that had to.
+bool List(const TiXmlElement& element, Mode how, std::string_view prefix, const char* name,
+          AttributeListing& listing) {
     AttributeKey key(prefix);
-    return ListOwn(*element, listing, key, name) ? 0 : -1;
-}
-
-// Does the same for `first`, the elements that follow it and all below them, whose names are
-// appended to the prefix as they are stored. A line that does not fit ends its element's lines and
-// nothing else: those of other elements may still fit.
-//
-// Return: 0.
-int32_t ListXmlAttrTree(const TiXmlElement* first, AttributeListing& listing,
-                        std::string_view prefix, const char* name) {
-    AttributeKey key(prefix);
-    ListTree(first, listing, key, name);
-    return 0;
-}
-
-int32_t List(const TiXmlElement& element, Mode how, std::string_view prefix, const char* name,
-             AttributeListing& listing) {
     const TiXmlElement* const child = element.FirstChildElement();
     const bool below = how == Mode::all_below || how == Mode::one_in_subtree;
     if (!below || child == nullptr) {
-        return ListXmlAttrs(&element, listing, prefix, name);
+        return ListXmlAttrs(element, listing, key, name);
     }
-    const int32_t result = ListXmlAttrTree(child, listing, prefix, name);
+    ListXmlAttrTree(child, listing, key, name);
     if (how == Mode::one_in_subtree && g_storeHooks.reply_length_word != nullptr) {
         if (uint32_t* const word = g_storeHooks.reply_length_word(); word != nullptr) {
             *word = static_cast<uint32_t>(listing.Used());
         }
     }
-    return result;
+    return true;
 }
 
 }  // namespace
@@ -232,13 +216,13 @@ int32_t ReadAttributeHandleFun(std::string_view path, reply_text& out) {
     JoinXmlPath(list, prefix, sizeof(prefix));
     AttributeListing listing(out, ReadReplyCapacity(out));
     const bool named = how == Mode::one || how == Mode::one_in_subtree;
-    const int32_t result = List(*element, how, prefix, named ? name : nullptr, listing);
+    const bool fits = List(*element, how, prefix, named ? name : nullptr, listing);
     if (listing.OutOfMemory()) {
         print_error("%s %d Allocate fail!!\n", "ReadAttributeHandleFun", __LINE__);
         listing.Clear();
         return result_too_large;
     }
-    if (result != 0) {
+    if (!fits) {
         if (how != Mode::own) {
             print_error("ERR_PARAMETER\n");
         }
