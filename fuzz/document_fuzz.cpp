@@ -56,7 +56,7 @@ bool holds_whole_text(const TiXmlNode& node) {
 void try_input(input_reader& input) {
     const std::string text(up_to_nul(input.rest()));
     XmlDocument document("D");
-    const bool parsed = document.LoadXMLFile(text.c_str());
+    const bool parsed = document.LoadXMLFile(text);
     require(parsed == !document.Error(), "what loading returns");
     std::string printed;
     PrintXml(document, 0, printed);
@@ -65,13 +65,13 @@ void try_input(input_reader& input) {
     // A file that was written once is written the same ever after.
     const std::string first = SerialiseXmlDoc(document);
     XmlDocument again("D");
-    if (!parsed || !holds_whole_text(document) || !again.LoadXMLFile(first.c_str()) ||
+    if (!parsed || !holds_whole_text(document) || !again.LoadXMLFile(first) ||
         !holds_whole_text(again)) {
         return;
     }
     const std::string second = SerialiseXmlDoc(again);
     XmlDocument third("D");
-    if (third.LoadXMLFile(second.c_str())) {
+    if (third.LoadXMLFile(second)) {
         require(SerialiseXmlDoc(third) == second, "a saved document stays as it is");
     }
 }

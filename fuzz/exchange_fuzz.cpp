@@ -38,7 +38,7 @@ void check_uploaded(const XmlDocument& exchange) {
     for (const auto& [name, text] : uploaded_files(exchange)) {
         require(get_file(std::string(configuration) + "/" + name) == text, "an uploaded file");
         XmlDocument read_back(name.c_str());
-        read_back.LoadXMLFile(text.c_str());
+        read_back.LoadXMLFile(text);
         const XmlDocument* const loaded = FindXmlDoc(name);
         require(loaded != nullptr && SerialiseXmlDoc(*loaded) == SerialiseXmlDoc(read_back),
                 "an uploaded document");
@@ -71,7 +71,7 @@ void try_input(input_reader& input) {
     const small_store store;
     put_file(client_file, text);
     XmlDocument exchange("exchange");
-    const bool loads = exchange.LoadXMLFile(text.c_str());
+    const bool loads = exchange.LoadXMLFile(text);
     require(run_exchange(choice) == (loads ? result_ok : result_unparsable),
             "the result of an exchange");
     save_changed_documents();

@@ -79,7 +79,7 @@ void check_question(input_reader& input) {
 void try_input(input_reader& input) {
     const std::string account(up_to_nul(input.piece()));
     auto document = std::make_unique<XmlDocument>("Account");
-    document->LoadXMLFile(account.c_str());
+    document->LoadXMLFile(account);
     AddXmlDocNode("Account", "/nowhere/Account", std::move(document));
     init_permit_list();
     init_group_list();

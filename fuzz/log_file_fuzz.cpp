@@ -77,9 +77,9 @@ void try_input(input_reader& input) {
     const std::string text(up_to_nul(input.rest()));
 
     XmlDocument plain("Log");
-    plain.LoadXMLFile(text.c_str());
+    plain.LoadXMLFile(text);
     log_document log(capacity);
-    log.load(text.c_str());
+    log.load(text);
     for (std::size_t i = 0; i < settings.size() && i < 16; ++i) {
         const auto choice = static_cast<uint8_t>(settings[i]);
         const int32_t position = choice % 14;

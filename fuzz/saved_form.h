@@ -31,7 +31,7 @@ inline std::size_t count_settings(const TiXmlNode& node) {
 inline void check_saved_form(const XmlDocument& document) {
     const std::string saved = SerialiseXmlDoc(document);
     XmlDocument again("again");
-    again.LoadXMLFile(saved.c_str());
+    again.LoadXMLFile(saved);
     require(count_settings(again) == count_settings(document), "a saved document is read whole");
 }
 

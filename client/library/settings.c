@@ -12,9 +12,9 @@ static int32_t start_path_request(struct veltrancord_client* client, struct requ
                                   const char* path, path_check* check) {
     int32_t result = 0;
     clear_failure(client);
+    request_init(request);
     result = check(client, path, VELTRANCORD_MAX_READ_PATH);
     if (result == VELTRANCORD_OK) {
-        request_init(request);
         request_append_text(request, path);
     }
     return about(client, path, result);

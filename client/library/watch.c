@@ -94,6 +94,7 @@ static int32_t begin(struct veltrancord_watcher* watcher, const char* const* pat
         result = read_now(watcher, one->path, &one->held);
         if (result != VELTRANCORD_OK) {
             free(one->path);
+            one->path = NULL;
             return result;
         }
     }
@@ -191,7 +192,13 @@ static int tell(struct veltrancord_watcher* watcher, struct veltrancord_change* 
         return 0;
     }
     if (comparison_next(&watcher->comparison, &before, &after)) {
-        change->path = after != NULL ? after->path : before->path;
+        /* At least one of them is there. */
+        if (before != NULL) {
+            change->path = before->path;
+        }
+        if (after != NULL) {
+            change->path = after->path;
+        }
         change->before = before != NULL ? before->value : NULL;
         change->after = after != NULL ? after->value : NULL;
         return 1;

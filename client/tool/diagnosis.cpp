@@ -171,8 +171,12 @@ void diagnose_scripts(const context& tool, diagnosis_list& list) {
             list.push_back({"script", state::warning, script + ": is not executable"});
         } else {
             const std::string why = why_not_trusted(script.c_str(), service_user);
-            list.push_back({"script", why.empty() ? state::info : state::warning,
-                            script + (why.empty() ? ": executable" : ": is not run: " + why)});
+            if (why.empty()) {
+                list.push_back({"script", state::info, script + ": executable"});
+            } else {
+                list.push_back({"script", state::warning,
+                                std::string(script).append(": is not run: ").append(why)});
+            }
         }
     }
 }

@@ -11,7 +11,7 @@ namespace veltrancord::tool {
 
 bool parse_exchange_text(const std::string& text, setting_list& settings) {
     XmlDocument file("exchange");
-    if (!file.LoadXMLFile(text.c_str()) || file.RootElement() == nullptr) {
+    if (!file.LoadXMLFile(text) || file.RootElement() == nullptr) {
         return false;
     }
     for (const TiXmlElement* element = file.RootElement()->FirstChildElement(); element != nullptr;

@@ -35,7 +35,10 @@ std::unique_ptr<PermitDef> make_permit(int32_t number, std::string_view name) {
                        permit->name.assign(name) &&
                        assign_if_found(permit->type, ReadAttributeSetting(type)) &&
                        assign_if_found(permit->value, ReadAttributeSetting(value));
-    return whole ? std::move(permit) : nullptr;
+    if (!whole) {
+        permit.reset();
+    }
+    return permit;
 }
 
 // Appends the permit of that number, unless it has no name.

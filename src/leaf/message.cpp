@@ -131,7 +131,7 @@ void print(outlet& out, std::string_view text) noexcept {
     errno = error;
 }
 
-void print(outlet& out, const char* format, va_list arguments) {
+[[gnu::format(printf, 2, 0)]] void print(outlet& out, const char* format, va_list arguments) {
     const int error = errno;
     std::array<char, longest_message> text;
     const int length = std::vsnprintf(text.data(), text.size(), format, arguments);

@@ -15,7 +15,8 @@ struct received_request {
     static constexpr std::size_t capacity = 4096;
 
     // The bytes are deliberately not cleared.
-    received_request() noexcept {}  // NOLINT(modernize-use-equals-default)
+    // NOLINTNEXTLINE(modernize-use-equals-default)
+    received_request() noexcept {}  // cppcheck-suppress uninitMemberVar
     received_request(const received_request&) = delete;
     received_request& operator=(const received_request&) = delete;
     ~received_request();  // they may hold a secret, and are wiped as far as they were used
