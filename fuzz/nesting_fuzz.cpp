@@ -42,7 +42,7 @@ void try_input(input_reader& input) {
     XmlDocument document("");
     const bool loaded = document.LoadXMLFile(text);
     require(loaded == !document.Error(), "what loading returns");
-    if (XmlDepth(expected) > max_xml_nesting) {
+    if (xml_depth(expected) > max_xml_nesting) {
         require(!loaded && document.NestsTooDeep() && document.NoChildren(),
                 "the bound of nesting");
         return;
@@ -51,7 +51,7 @@ void try_input(input_reader& input) {
     require(!document.NestsTooDeep(), "too deep without being so");
     if (text.find('\r') == std::string::npos) {
         require(loaded == !expected.Error(), "whether there is a fault");
-        require(SameXml(document, expected), "the library's document");
+        require(same_xml(document, expected), "the library's document");
     }
 }
 

@@ -29,14 +29,14 @@ bool ExpectTheLibrarysDocument(const std::string& text) {
     expected.Parse((text + std::string(4, '\0')).c_str());
     XmlDocument document("");
     const bool loaded = document.LoadXMLFile(text);
-    if (XmlDepth(expected) > max_xml_nesting) {
+    if (xml_depth(expected) > max_xml_nesting) {
         EXPECT_FALSE(loaded) << testing::PrintToString(text);
         EXPECT_TRUE(document.NestsTooDeep()) << testing::PrintToString(text);
         EXPECT_TRUE(document.NoChildren()) << testing::PrintToString(text);
     } else {
         EXPECT_EQ(loaded, !expected.Error()) << testing::PrintToString(text);
         EXPECT_FALSE(document.NestsTooDeep()) << testing::PrintToString(text);
-        EXPECT_TRUE(SameXml(document, expected)) << testing::PrintToString(text);
+        EXPECT_TRUE(same_xml(document, expected)) << testing::PrintToString(text);
     }
     return !expected.Error();
 }

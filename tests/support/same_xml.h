@@ -8,7 +8,7 @@
 
 namespace veltrancord {
 
-inline bool SameAttributes(const TiXmlElement& one, const TiXmlElement& other) {
+inline bool same_attributes(const TiXmlElement& one, const TiXmlElement& other) {
     const TiXmlAttribute* left = one.FirstAttribute();
     const TiXmlAttribute* right = other.FirstAttribute();
     while (left != nullptr && right != nullptr && left->NameTStr() == right->NameTStr() &&
@@ -20,11 +20,11 @@ inline bool SameAttributes(const TiXmlElement& one, const TiXmlElement& other) {
 }
 
 // Whether both hold the same: kinds, names, attributes and texts of all nodes in them.
-inline bool SameXml(const TiXmlNode& one, const TiXmlNode& other) {
+inline bool same_xml(const TiXmlNode& one, const TiXmlNode& other) {
     if (one.Type() != other.Type() || one.ValueStr() != other.ValueStr()) {
         return false;
     }
-    if (one.ToElement() != nullptr && !SameAttributes(*one.ToElement(), *other.ToElement())) {
+    if (one.ToElement() != nullptr && !same_attributes(*one.ToElement(), *other.ToElement())) {
         return false;
     }
     if (one.ToText() != nullptr && one.ToText()->CDATA() != other.ToText()->CDATA()) {
@@ -39,7 +39,7 @@ inline bool SameXml(const TiXmlNode& one, const TiXmlNode& other) {
     }
     const TiXmlNode* left = one.FirstChild();
     const TiXmlNode* right = other.FirstChild();
-    while (left != nullptr && right != nullptr && SameXml(*left, *right)) {
+    while (left != nullptr && right != nullptr && same_xml(*left, *right)) {
         left = left->NextSibling();
         right = right->NextSibling();
     }
@@ -47,11 +47,11 @@ inline bool SameXml(const TiXmlNode& one, const TiXmlNode& other) {
 }
 
 // Elements within elements, an element itself counting as 1.
-inline int XmlDepth(const TiXmlNode& node) {
+inline int xml_depth(const TiXmlNode& node) {
     int deepest = 0;
     for (const TiXmlElement* child = node.FirstChildElement(); child != nullptr;
          child = child->NextSiblingElement()) {
-        deepest = std::max(deepest, XmlDepth(*child));
+        deepest = std::max(deepest, xml_depth(*child));
     }
     return deepest + (node.ToElement() != nullptr ? 1 : 0);
 }
