@@ -601,6 +601,10 @@ MUTANTS = [
            "                               O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));\n"
            "    return write_whole(file.get(), text) ? result_ok : result_failed;\n",
            (("e2e/test_exchange.py", "finds_no_room"),)),
+    Mutant("a payload with a block of its own is not wiped", "Z2", "src/server/connection.h",
+           "        ::explicit_bzero(payload, used);\n",
+           "",
+           (("e2e/test_framing.py", "asked_for"),)),
     Mutant("what arrives late of a payload is not wiped", "Z2", "src/server/receiver.cpp",
            "        std::size_t& have = client.payload_block.get_deleter().used;\n",
            "        std::size_t have = 0;\n",
