@@ -161,7 +161,7 @@ def test_permit_db_takes_its_name_from_whatever_has_it(household):
 
 @pytest.mark.parametrize("trouble", ["a directory in the way", "no room"])
 def test_a_permit_db_that_cannot_be_written_stays(service, device, trouble):
-    device.mount_tmpfs("/tmp", size="128k")
+    device.mount_tmpfs("/tmp", size="4m")
     device.install_script(SCRIPT, "#!/bin/sh\n: > /mnt/ran\n")
     household = service({"Account": account_text(HOUSEHOLD)})
     old = household.read_file(PERMIT_DB)
