@@ -19,8 +19,9 @@ START = 1_000_000_000
 @pytest.fixture
 def timed(device):
     device.require_fake_clock(time_must_pass=False)
-    device.require_no_sanitizer(
-        "address", "its allocator asks the moved clock for the time, which allocates to tell it")
+    for kind in ("address", "thread"):
+        device.require_no_sanitizer(
+            kind, "its allocator asks the moved clock for the time, which allocates to tell it")
     device.mount_tmpfs(os.path.dirname(EVENT_LOG), size="16m")
     device.write_document("Account", ACCOUNT)
     device.start(fake_clock=True, environment={"TZ": "UTC0"})
