@@ -265,6 +265,10 @@ int run_apply(context& tool, const apply_options& options) {
     }
     print_difference(tool, changes);
     (void)tool.finish(exit_done);
+    status = make_documents(tool, created);
+    if (status != exit_done) {
+        return status;
+    }
     status = options.confirm_seconds > 0
                  ? apply_with_confirmation(tool, folder, changes, options.confirm_seconds)
                  : write_changes(tool, changes);

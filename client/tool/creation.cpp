@@ -2,11 +2,16 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 #include <set>
 
 #include "exit_status.h"
+#include "file_name.h"
 #include "service.h"
 #include "setting_tree.h"
+#include "store/document_set.h"
+#include "xml/syntax.h"
 
 namespace veltrancord::tool {
 
@@ -64,6 +69,32 @@ int refuse_creation(context& tool, const std::string& path) {
                               "--create makes it. Nothing was written");
 }
 
+// The component that names the document; the service passes over empty ones before it.
+std::string document_of(const std::string& path) {
+    const std::size_t start = std::min(path.find_first_not_of('.'), path.size());
+    return path.substr(start, path.find('.', start) - start);
+}
+
+// Merged and not loaded: a document that somebody else makes meanwhile keeps what it holds.
+int merge_empty(context& tool, const std::set<std::string>& documents) {
+    std::string text = "<ROOT>\n";
+    for (const std::string& name : documents) {
+        text.append("<").append(name).append("></").append(name).append(">\n");
+    }
+    const service_file file = service_file::with_text(text + "</ROOT>\n");
+    if (file.name().empty()) {
+        return tool.fail_with(exit_failed, "a file in /tmp", std::strerror(errno));
+    }
+    const int32_t result = veltrancord_sync_file(&tool.client(), file.name().c_str());
+    if (result < 0) {
+        return tool.fail_change(*documents.begin(), result);
+    }
+    for (const std::string& name : documents) {
+        context::note("created the document " + name);
+    }
+    return exit_done;
+}
+
 }  // namespace
 
 std::size_t name_distance(std::string_view one, std::string_view other) {
@@ -111,6 +142,25 @@ int check_creation(context& tool, const setting_list& settings, bool create,
         created.push_back(one.path);
     }
     return exit_done;
+}
+
+int make_documents(context& tool, const std::vector<std::string>& created) {
+    std::set<std::string> missing;
+    for (const std::string& path : created) {
+        const std::string name = document_of(path);
+        const int32_t result = look_for(tool, name);
+        if (result < 0 && result != VELTRANCORD_NOT_FOUND) {
+            return tool.fail(name, result);
+        }
+        if (result < 0 && (!IsXmlName(name) || name.size() >= sizeof(XmlDocNode::name))) {
+            return tool.fail_with(exit_refused, name,
+                                  "no document can have this name. Nothing was written");
+        }
+        if (result < 0) {
+            missing.insert(name);
+        }
+    }
+    return missing.empty() ? static_cast<int>(exit_done) : merge_empty(tool, missing);
 }
 
 void tell_created(const std::vector<std::string>& created) {

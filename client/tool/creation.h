@@ -17,6 +17,13 @@ namespace veltrancord::tool {
 int check_creation(context& tool, const setting_list& settings, bool create,
                    std::vector<std::string>& created);
 
+// Makes the documents of those paths that are not there, each with an empty root element: a write
+// makes elements, but no document. Says so of each, since it stays when the write fails; and it is
+// saved at once, also where the write is to memory alone.
+//
+// Return: exit_done, or a status after a message; nothing must be written then.
+int make_documents(context& tool, const std::vector<std::string>& created);
+
 // Says what was created, a line for each.
 void tell_created(const std::vector<std::string>& created);
 

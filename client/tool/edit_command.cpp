@@ -97,6 +97,10 @@ int write_edited(context& tool, const setting_map& before, const setting_map& af
         context::note("nothing was done");
         return exit_cancelled;
     }
+    const int made = make_documents(tool, created);
+    if (made != exit_done) {
+        return made;
+    }
     const int32_t result = write_settings(tool, lines, false);
     if (result < 0) {
         return explain_failed_write(tool, lines, result);

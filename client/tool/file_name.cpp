@@ -1,6 +1,7 @@
 #include "file_name.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -26,16 +27,23 @@ service_file::service_file(const std::string& name) : name_(name) {
     }
     name_.clear();
     std::string text;
-    if (!read_input("-", text)) {
-        return;
+    if (read_input("-", text)) {
+        spool(text, S_IRUSR | S_IWUSR);
     }
+}
+
+service_file service_file::with_text(const std::string& text) {
+    return {text, S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH};
+}
+
+void service_file::spool(const std::string& text, mode_t mode) {
     char path[] = "/tmp/veltrancordctl-XXXXXX";
     const owned_fd file(mkostemp(path, O_CLOEXEC));
     if (!file) {
         return;
     }
     temporary_name_ = path;
-    if (write_whole(file.get(), text)) {
+    if (write_whole(file.get(), text) && fchmod(file.get(), mode) == 0) {
         name_ = path;
     }
 }

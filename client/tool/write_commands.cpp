@@ -122,9 +122,12 @@ int run_set(context& tool, const set_options& options) {
         return tool.fail_with(exit_usage, "set", "no settings");
     }
     std::vector<std::string> created;
-    const int checked = check_creation(tool, settings, options.create, created);
-    if (checked != exit_done) {
-        return checked;
+    int made = check_creation(tool, settings, options.create, created);
+    if (made == exit_done) {
+        made = make_documents(tool, created);
+    }
+    if (made != exit_done) {
+        return made;
     }
     const int32_t result = write_settings(tool, settings, options.memory_only);
     if (result < 0) {

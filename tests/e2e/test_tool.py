@@ -100,11 +100,11 @@ def test_set_writes_many_lines_with_one_request(tool):
 
 
 def test_set_tells_which_lines_certainly_hold(tool):
-    failed = tool("set", "--create", "Network.Lan.Mtu=1", "Network.Lan.X=2", "Nowhere.A=3",
+    failed = tool("set", "--create", "Network.Lan.Mtu=1", "Network.Lan.X=2", "Network.Lan.1st=3",
                   "Network.Lan.Y=4")
-    assert failed.status == 1
+    assert failed.status == 7
     assert failed.stderr == (
-        "veltrancordctl: Nowhere.A: not found (-4)\n"
+        "veltrancordctl: Network.Lan.1st: the store could not apply the value (-11)\n"
         "veltrancordctl: of 4 lines the first 2 certainly hold, the last of them Network.Lan.X\n")
     refused = tool("set", "--create", "Network.Lan.Mtu=2", "Network.Lan.Z=" + "v" * 4096)
     assert refused.status == 5

@@ -104,6 +104,43 @@ def test_what_is_created_is_told(tool):
     assert tool("set", "Network.Lan.Label", "x").stderr == ""
 
 
+@pytest.mark.parametrize("words, stdin", [
+    (["set", "--create", "System.Name=gate", "Network.Lan.Mtu=2", "System.Label=north"], ""),
+    (["set", "--create", "-"], "System.Name=gate\nSystem.Label=north\n"),
+    (["apply", "--create", "-"], "System.Name=gate\nSystem.Label=north\n"),
+    (["edit", "Network", "--create", "--yes"], "")])
+def test_a_document_that_is_missing_is_made(tool, words, stdin):
+    tool.device.install_script(
+        "/tmp/editor", "#!/bin/sh\nprintf 'System.Name=gate\\nSystem.Label=north\\n' >> $1\n")
+    assert tool("set", "System.Name=gate").status == 1
+    made = tool(*words, stdin=stdin, environment=["EDITOR=/tmp/editor"])
+    assert made.status == 0, made
+    assert sorted(made.stderr.splitlines()) == [
+        "veltrancordctl: created System.Label", "veltrancordctl: created System.Name",
+        "veltrancordctl: created the document System"]
+    assert sorted(tool("get", "System.*").stdout.split()) == ["System.Label=north", "System.Name=gate"]
+    assert b"<Name>gate</Name>" in tool.device.read_document("System")
+    assert not list(tool.device.outside("/tmp").glob("veltrancordctl-*"))
+
+
+def test_an_empty_database_can_be_begun(service):
+    tool = Tool(service({}))
+    assert tool("set", "--create", "System.Name=gate").status == 0
+    assert tool("set", "--create", "--memory", "Network.Lan.Mtu=1400").status == 0
+    assert tool("get", "*").stdout.count("\n") == 2
+    assert b"1400" not in tool.device.read_document("Network")
+    tool.device.power_cut()
+    tool.device.start()
+    assert tool("get", "System.Name").stdout == "gate\n"
+
+
+@pytest.mark.parametrize("name", ["1st", "My System", "S" * 64])
+def test_no_document_is_made_of_a_name_that_none_can_have(tool, name):
+    refused = tool("set", "--create", f"{name}.Name=gate", "System.Name=gate")
+    assert (refused.status, "no document can have" in refused.stderr) == (5, True), refused
+    assert tool("get", "System.Name").status == 1
+
+
 @pytest.mark.parametrize("line", ["Network.Lan.Mtu =1400", "Network.Lan.Mtu= 1400",
                                   " Network.Lan.Mtu=1400", "Network.Lan.Mtu\t=1400"])
 def test_blanks_around_the_sign_are_refused(tool, line):
@@ -233,9 +270,9 @@ def test_the_next_run_on_a_terminal_asks(tool):
 
 
 def test_a_failing_apply_takes_back_what_was_written(tool):
-    lines = "Network.Lan.Mtu=1400\nNowhere.A=1\n"
+    lines = "Network.Lan.Mtu=1400\nNetwork.Zone.1st=1\n"
     failed = tool("apply", "-", "--create", "--confirm", "5", stdin=lines)
-    assert failed.status == 1
+    assert failed.status == 7
     assert value(tool) == "1500"
 
 

@@ -109,15 +109,15 @@ def test_what_follows_is_printed_line_by_line(tool):
 def test_lines_that_certainly_hold_are_told(tool):
     def told(*settings):
         finished = tool("set", "--create", *settings)
-        assert finished.status == 1
+        assert finished.status == 7
         return finished.stderr
 
-    assert told("Nowhere.A=1", "Network.A=1") == (
-        "veltrancordctl: Nowhere.A: not found (-4)\n"
+    assert told("Network.1st=1", "Network.A=1") == (
+        "veltrancordctl: Network.1st: the store could not apply the value (-11)\n"
         "veltrancordctl: of 2 lines none certainly holds\n")
     # A place that is written twice, and one that is written empty.
-    assert told("Network.A=1", "Network.B=", "Network.A=2", "Nowhere.A=1", "Network.C=1") == (
-        "veltrancordctl: Nowhere.A: not found (-4)\n"
+    assert told("Network.A=1", "Network.B=", "Network.A=2", "Network.1st=1", "Network.C=1") == (
+        "veltrancordctl: Network.1st: the store could not apply the value (-11)\n"
         "veltrancordctl: of 5 lines the first 3 certainly hold, the last of them Network.A\n")
     assert tool("get", "Network.C").status == 1
 
