@@ -12,6 +12,7 @@ namespace veltrancord {
 namespace {
 
 int g_until_failure = 0;  // 0: nothing fails, or it has failed
+bool g_throwing_fail = false;
 
 const void* g_watched = nullptr;
 std::size_t g_watched_size = 0;
@@ -29,6 +30,13 @@ void* allocate(std::size_t size) {
 void* allocate_or_fail(std::size_t size) {
     if (g_until_failure > 0 && --g_until_failure == 0) {
         return nullptr;
+    }
+    return allocate(size);
+}
+
+void* allocate_or_throw(std::size_t size) {
+    if (g_throwing_fail) {
+        throw std::bad_alloc();
     }
     return allocate(size);
 }
@@ -56,6 +64,14 @@ bool failing_allocation::reached() {
     return g_until_failure == 0;
 }
 
+throwing_allocations_fail::throwing_allocations_fail() {
+    g_throwing_fail = true;
+}
+
+throwing_allocations_fail::~throwing_allocations_fail() {
+    g_throwing_fail = false;
+}
+
 freed_block::freed_block(const void* start, std::size_t size) {
     g_watched = start;
     g_watched_size = size < g_watched_content.size() ? size : g_watched_content.size();
@@ -78,10 +94,10 @@ std::string freed_block::content() {
 
 // All of them, so that whatever one allocates another can free.
 void* operator new(std::size_t size) {
-    return veltrancord::allocate(size);
+    return veltrancord::allocate_or_throw(size);
 }
 void* operator new[](std::size_t size) {
-    return veltrancord::allocate(size);
+    return veltrancord::allocate_or_throw(size);
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return veltrancord::allocate_or_fail(size);

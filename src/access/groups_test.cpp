@@ -153,6 +153,18 @@ TEST(GroupList, StopsWhereMemoryForAGroupCannotBeHad) {
     }
 }
 
+TEST(GroupList, IsEmptyWhenThereIsNoMemoryToCountTheGroups) {
+    const account_document account(permission("<Group1><Name>A</Name></Group1>"));
+    init_permit_list();
+    testing::internal::CaptureStderr();
+    {
+        const throwing_allocations_fail none;
+        init_group_list();
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "init_group_list allocate memory fail !!\n");
+    EXPECT_TRUE(g_group_list.empty());
+}
+
 TEST(GroupList, WithoutMemoryForAPropertyTheNextGroupIsStillBuilt) {
     const account_document account(
         permission("<Group1><Name>A</Name><Permit1>x</Permit1><Permit3>1</Permit3>"

@@ -138,6 +138,17 @@ TEST(PermitList, IsFoundByKey) {
     }
 }
 
+TEST(PermitList, IsEmptyWhenThereIsNoMemoryToCountThePermits) {
+    const account_document account(define("<Permit1>a</Permit1>"));
+    testing::internal::CaptureStderr();
+    {
+        const throwing_allocations_fail none;
+        init_permit_list();
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "init_permit_list allocate memory fail !!\n");
+    EXPECT_TRUE(g_permit_list.empty());
+}
+
 TEST(PermitList, StopsWhereMemoryCannotBeHad) {
     const account_document account(
         define("<Permit1>a</Permit1><Permit2 Type=\"Switch\" Value=\"x\">b</Permit2>"

@@ -75,9 +75,12 @@ int32_t keep_original(const char* path) {
     const std::string place = slash != nullptr ? std::string(path, name) : ".";
     const owned_fd directory(::open(place.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     struct stat status {};
-    const bool kept = directory &&
-                      ::fstatat(directory.get(), name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-                      keep(directory.get(), name, !S_ISLNK(status.st_mode));
+    const bool there =
+        directory && ::fstatat(directory.get(), name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+    if (there && (status.st_size == 0 || S_ISDIR(status.st_mode))) {
+        return result_ok;
+    }
+    const bool kept = there && keep(directory.get(), name, !S_ISLNK(status.st_mode));
     if (kept || errno == ENOENT) {
         return result_ok;
     }

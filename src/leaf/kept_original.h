@@ -20,9 +20,9 @@ namespace veltrancord {
 // Keeps the file at `path` as it is: by a hard link, which needs no room, where the file system has
 // them, else, and where `path` is a symbolic link, by a copy that only the service's user can read.
 //
-// Return: result_ok, also when there is no such file; result_failed after one line on standard
-// error: the file must not be replaced then. Nothing is left behind, and what was kept earlier
-// stays.
+// Return: result_ok, also when there is no such file or it is empty; result_failed after one line
+// on standard error: the file must not be replaced then. Nothing is left behind, and what was kept
+// earlier stays.
 [[nodiscard]] int32_t keep_original(const char* path);
 
 // For whoever is about to write over the content of a file in place: where the kept original is a

@@ -93,6 +93,12 @@ TEST_F(KeptOriginal, WhatIsMissingNeedsNoKeeping) {
     EXPECT_TRUE(names().empty());
 }
 
+TEST_F(KeptOriginal, WhatIsEmptyNeedsNoKeeping) {
+    put("A", "");
+    EXPECT_EQ(keep(), result_ok);
+    EXPECT_EQ(names(), std::vector<std::string>{"A"});
+}
+
 TEST_F(KeptOriginal, AVeryLongNameIsCut) {
     const std::string name(255, 'n');
     put(name, "damaged");

@@ -4,12 +4,29 @@
 #include <cstdlib>
 #include <new>
 
+namespace {
+
+void note_size(std::size_t size) {
+    std::size_t largest = veltrancord::g_largest_allocation;
+    while (size > largest &&
+           !veltrancord::g_largest_allocation.compare_exchange_weak(largest, size)) {
+    }
+}
+
+bool takes_a_failure() {
+    int failing = veltrancord::g_failing_allocations;
+    while (failing > 0 &&
+           !veltrancord::g_failing_allocations.compare_exchange_weak(failing, failing - 1)) {
+    }
+    return failing > 0;
+}
+
+}  // namespace
+
 // Those that the standard library builds the others on.
 void* operator new(std::size_t size) {
-    veltrancord::g_largest_allocation = std::max(veltrancord::g_largest_allocation, size);
-    const bool fails = veltrancord::g_failing_allocations > 0;
-    veltrancord::g_failing_allocations -= fails ? 1 : 0;
-    void* const block = fails ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
+    note_size(size);
+    void* const block = takes_a_failure() ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
     if (block == nullptr) {
         throw std::bad_alloc();
     }

@@ -140,7 +140,7 @@ TEST_F(DocumentSet, FileOfWhiteSpaceAloneIsEmptyAndNotDamaged) {
 }
 
 TEST_F(DocumentSet, TheLineOfADamageIsTold) {
-    Write("A", std::string_view("<A>\n<B>1</B>\n<C>2\0</C>\n</A>", 30));
+    Write("A", std::string_view("<A>\n<B>1</B>\n<C>2\0</C>\n</A>", 28));
     EXPECT_EQ(Load().err,
               "LoadXmlDir damaged, not read from line 3 on, strxmlPath=" + Path("A") + "\n");
     EXPECT_EQ(Value("A.B"), "1");

@@ -98,8 +98,10 @@ int32_t create_document(const TiXmlElement& element) {
             return result_failed;
         }
     }
+    // A file that is there without being served is one that could not be read, or not for want of
+    // memory: it may hold more than what replaces it.
     const XmlDocNode* const old = FindXmlDocNode(name);
-    if (old != nullptr && old->damaged && keep_original(old->path) != result_ok) {
+    if ((old == nullptr || old->damaged) && keep_original(path.c_str()) != result_ok) {
         return result_failed;
     }
     if (replacement.commit() < 0) {

@@ -213,6 +213,16 @@ TEST_F(ExchangeCommands, UploadForgetsWhatWasNotSaved) {
     EXPECT_EQ(value("A.V"), "3");
 }
 
+// Such a file could not be read at the start, or memory did not suffice for it.
+TEST_F(ExchangeCommands, UploadKeepsAFileThatIsThereWithoutBeingServed) {
+    load_in_order({{"A", "<A>1</A>"}});
+    put(config_ / "B", "<B>unread</B>");
+    EXPECT_EQ(run(upload_handle, exchange("<R><A>2</A><B>3</B></R>")), result_ok);
+    EXPECT_EQ(file("B"), "    <B>3</B>");
+    EXPECT_EQ(file(".veltrancord-kept.B"), "<B>unread</B>");
+    EXPECT_EQ(names(config_), (texts{".veltrancord-kept.B", "A", "B"}));
+}
+
 TEST_F(ExchangeCommands, UploadKeepsModeAndFollowsLinks) {
     put(base_ / "real", "<A>1</A>");
     std::filesystem::create_symlink(base_ / "real", config_ / "A");

@@ -19,6 +19,15 @@ class failing_allocation {
     [[nodiscard]] static bool reached();
 };
 
+// While it lives, those that report failure by an exception fail.
+class throwing_allocations_fail {
+  public:
+    throwing_allocations_fail();
+    throwing_allocations_fail(const throwing_allocations_fail&) = delete;
+    throwing_allocations_fail& operator=(const throwing_allocations_fail&) = delete;
+    ~throwing_allocations_fail();
+};
+
 // While it lives, the block that begins at `start` is copied just before it is freed.
 class freed_block {
   public:

@@ -1,14 +1,15 @@
 // For tests: memory that cannot be had, and how much was asked for at a time. A test program that
-// uses it has operators of its own that go by these.
+// uses it has operators of its own that go by these, in each of its threads.
 #pragma once
 
+#include <atomic>
 #include <climits>
 #include <cstddef>
 
 namespace veltrancord {
 
-inline int g_failing_allocations = 0;  // so many from now on fail
-inline std::size_t g_largest_allocation = 0;
+inline std::atomic<int> g_failing_allocations = 0;  // so many from now on fail
+inline std::atomic<std::size_t> g_largest_allocation = 0;
 
 // While it lives, every operator new of the program fails.
 class no_memory_left {
