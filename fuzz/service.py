@@ -6,28 +6,26 @@
 
 Each round is a device of its own: damaged, deep and foreign files, some two hundred requests of every
 kind, clients with bad manners, a worker that is started anew in between. It is a finding when the
-service ends or hangs, answers what is no reply, when a sanitizer reports, or when a helper file stays.
+service ends or hangs, answers what is no reply, when a sanitizer reports, or when a temporary file stays.
 ./dev fuzz service runs it with the sanitizers' build.
 """
 
-import argparse
 import random
 import socket
 import struct
 import sys
-import time
 from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 sys.path[:0] = [str(HERE), str(HERE.parent / "tests/e2e")]
 
-import device as device_module
 import nasty_database as nasty
+import rounds
 from device import CONFIGURATION, EVENT_LOG, Device
 from wire import frame
 
 REQUESTS = 200  # of a round
-HELPER = ".veltrancord-new."  # what the name of a file begins with that is on its way
+TEMPORARY = ".veltrancord-new."  # what the name of a temporary file begins with
 
 
 class Finding(Exception):
@@ -37,7 +35,7 @@ class Finding(Exception):
 def lay_out(device, chance):
     for name in nasty.file_names(chance):
         device.write_document(name.encode("latin-1").decode("latin-1"), nasty.document(chance, name))
-    device.write_file(f"{CONFIGURATION}/{HELPER}Left", b"cut off")
+    device.write_file(f"{CONFIGURATION}/{TEMPORARY}Left", b"cut off")
     if chance.random() < 0.3:
         device.copy_sample_database()
     if chance.random() < 0.7:
@@ -81,7 +79,7 @@ def look_after_the_end(device):
     if findings := device.sanitizer_findings():
         raise Finding(findings)
     for folder in (CONFIGURATION, str(Path(EVENT_LOG).parent), "/tmp", "/tmp/full"):
-        left = [name for name in device.list_directory(folder) if name.startswith(HELPER)]
+        left = [name for name in device.list_directory(folder) if name.startswith(TEMPORARY)]
         if left:
             raise Finding(f"{folder} still holds {left}")
 
@@ -120,30 +118,10 @@ def play_round(name):
         try:
             play(device, random.Random(name))
         except Finding as finding:
-            print(f"FOUND in round {name} (again: fuzz/service.py --round {name} --bin PROGRAM)\n{finding}",
-                  flush=True)
+            rounds.tell("service.py", name, finding)
             return False
     return True
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("seconds", type=float, nargs="?", default=60)
-    parser.add_argument("--seed", default=str(random.SystemRandom().randrange(1 << 32)))
-    parser.add_argument("--round")
-    parser.add_argument("--bin", default=device_module.default_program)
-    arguments = parser.parse_args()
-    device_module.default_program = arguments.bin
-    if arguments.round:
-        return 0 if play_round(arguments.round) else 1
-    print(f"fuzz: service, seed {arguments.seed}, {arguments.seconds:.0f} s", flush=True)
-    end, rounds, found = time.monotonic() + arguments.seconds, 0, 0
-    while time.monotonic() < end and found < 5:
-        found += not play_round(f"{arguments.seed}-{rounds}")
-        rounds += 1
-    print(f"{rounds} rounds of {REQUESTS} requests, {found} findings")
-    return 1 if found or rounds == 0 else 0
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(rounds.play(__doc__.splitlines()[0], play_round, f"{REQUESTS} requests"))

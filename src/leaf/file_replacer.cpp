@@ -1,28 +1,30 @@
 // How a file gets its new content.
 //
 // The device loses power at any moment, and its settings must not. So a file is never opened for
-// writing: the new content goes into a helper file in the same directory, is flushed to the device,
-// and takes the old file's name by rename(), which the file system does wholly or not at all. The
-// flush comes before the rename, because a file system may well write the new name to the device
-// before the data that it names: the file would then be empty after a power cut, which is how
-// settings are usually lost. The directory is flushed last, so that a client that holds its reply
-// can pull the plug.
+// writing: the new content goes into a temporary file in the same directory, is flushed to the
+// device, and takes the old file's name by rename(), which the file system does wholly or not at
+// all. The flush comes before the rename, because a file system may well write the new name to the
+// device before the data that it names: the file would then be empty after a power cut, which is
+// how settings are usually lost. The directory is flushed last, so that a client that holds its
+// reply can pull the plug.
 //
 // What was considered and rejected:
 // - Writing in place, even with a copy kept elsewhere. Every reader would have to know about the
 //   copy and to judge which of the two is whole; a rename leaves nothing to judge.
 // - An unnamed file (O_TMPFILE) given its name by linkat(). It would leave nothing behind after a
 //   cut, but linkat() refuses a name that exists, so that a second, named step would be needed.
-// - Helper files in one directory of their own. It need not be on the same file system (a document
+// - Temporary files in one directory of their own. It need not be on the same file system (a
+// document
 //   may be a link to a file elsewhere), and then there is no rename.
-// - A helper name with a random part. Each cut would leave another file, also in places that nobody
+// - A temporary name with a random part. Each cut would leave another file, also in places that
+// nobody
 //   sweeps, such as the directory that a link points to. With one name for each file there is at
 //   most one leftover, and the next save of that file removes it.
 // - Keeping the directories open between saves. It would spare two system calls, and keep writing
 //   into a directory that has meanwhile been replaced or mounted over.
 //
-// The helper's name begins with "." and holds further dots. No dotted path leads to such a name,
-// and no XML element can have it, so skipping it hides nobody's document.
+// The temporary file's name begins with "." and holds further dots. No dotted path leads to such a
+// name, and no XML element can have it, so skipping it hides nobody's document.
 //
 // Where no replacement can be made but the file itself is writable (a directory without write
 // permission, a file that is a mount point, an owner that cannot be kept), the file is written in
@@ -35,9 +37,9 @@
 // Room is reserved before the first byte is written, aside and in place: a flash that is full is
 // then not worn out by attempts that fail half way.
 //
-// System calls of one replacement: open the directory, stat the file, create the helper and stat
-// it, reserve room, write, fsync, close, rename, fsync the directory, close it. The two stats keep
-// mode and owner; a change of either costs one call more.
+// System calls of one replacement: open the directory, stat the file, create the temporary file and
+// stat it, reserve room, write, fsync, close, rename, fsync the directory, close it. The two stats
+// keep mode and owner; a change of either costs one call more.
 #include "leaf/file_replacer.h"
 
 #include <dirent.h>
@@ -66,12 +68,12 @@ namespace veltrancord {
 
 namespace {
 
-constexpr std::string_view helper_prefix = ".veltrancord-new.";
+constexpr std::string_view temporary_prefix = ".veltrancord-new.";
 constexpr mode_t permission_bits = 07777;
 // All clients wait while a FIFO's reader takes its next part.
 constexpr int reader_wait = 2'000;  // milliseconds
 
-// Whether an error in making a helper file or in renaming it means that this place allows no
+// Whether an error in making a temporary file or in renaming it means that this place allows no
 // replacement at all, while the file itself may be writable.
 bool forbids_replacement(int error) {
     switch (error) {
@@ -274,27 +276,27 @@ bool file_replacement::keep_identity() const {
         errno = errno == EINVAL ? EPERM : errno;
         return false;
     }
-    // The helper was made without set-id bits, so a mode that is the same has none to lose.
+    // The temporary file was made without set-id bits, so a mode that is the same has none to lose.
     return (made.st_mode & permission_bits) == mode_ || ::fchmod(file_.get(), mode_) == 0;
 }
 
-bool file_replacement::make_helper() {
-    const std::size_t room = sizeof helper_ - 1 - helper_prefix.size();
+bool file_replacement::make_temporary() {
+    const std::size_t room = sizeof temporary_ - 1 - temporary_prefix.size();
     const std::string_view kept = std::string_view(name_).substr(0, room);
-    char helper[sizeof helper_];
-    std::memcpy(helper, helper_prefix.data(), helper_prefix.size());
-    std::memcpy(helper + helper_prefix.size(), kept.data(), kept.size());
-    helper[helper_prefix.size() + kept.size()] = '\0';
+    char temporary[sizeof temporary_];
+    std::memcpy(temporary, temporary_prefix.data(), temporary_prefix.size());
+    std::memcpy(temporary + temporary_prefix.size(), kept.data(), kept.size());
+    temporary[temporary_prefix.size() + kept.size()] = '\0';
 
     // Never readable by more than the old file, not even while it is still empty.
     const auto create = [&] {
-        return ::openat(directory_.get(), helper,
+        return ::openat(directory_.get(), temporary,
                         O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode_ & 0777);
     };
     file_.reset(uninterrupted(create));
     if (!file_ && errno == EEXIST) {
-        if (!remove_leftover(directory_.get(), helper) &&
-            !(use_ == name_use::taken_over && ::unlinkat(directory_.get(), helper, 0) == 0)) {
+        if (!remove_leftover(directory_.get(), temporary) &&
+            !(use_ == name_use::taken_over && ::unlinkat(directory_.get(), temporary, 0) == 0)) {
             errno = EEXIST;
             return false;
         }
@@ -303,11 +305,11 @@ bool file_replacement::make_helper() {
     if (!file_) {
         return false;
     }
-    std::memcpy(helper_, helper, helper_prefix.size() + kept.size() + 1);
+    std::memcpy(temporary_, temporary, temporary_prefix.size() + kept.size() + 1);
     return !exists_ || keep_identity();
 }
 
-bool file_replacement::fill_helper() {
+bool file_replacement::fill_temporary() {
     if (!reserve(file_.get(), 0, content_.size()) || !write_whole(file_.get(), content_) ||
         !flush_whole(file_.get())) {
         return false;
@@ -332,8 +334,8 @@ int32_t file_replacement::prepare(const char* path, std::string_view content, na
     if (!regular_) {
         return result_ok;
     }
-    const bool made = make_helper();
-    if (made && fill_helper()) {
+    const bool made = make_temporary();
+    if (made && fill_temporary()) {
         return result_ok;
     }
     const int reason = errno;
@@ -353,10 +355,10 @@ bool file_replacement::settle_for_in_place() {
 }
 
 std::string file_replacement::prepared_path() const {
-    if (helper_[0] == '\0') {
+    if (temporary_[0] == '\0') {
         return {};
     }
-    return std::string(static_cast<const char*>(target_), name_).append(helper_);
+    return std::string(static_cast<const char*>(target_), name_).append(temporary_);
 }
 
 // Return: false with errno set: EAGAIN where nobody takes the rest.
@@ -417,15 +419,15 @@ int32_t file_replacement::commit_in_place() {
 }
 
 int32_t file_replacement::commit() {
-    if (helper_[0] == '\0') {
+    if (temporary_[0] == '\0') {
         return commit_in_place();
     }
-    if (::renameat(directory_.get(), helper_, directory_.get(), name_) != 0) {
+    if (::renameat(directory_.get(), temporary_, directory_.get(), name_) != 0) {
         const int reason = errno;
-        discard();  // before the file is written in place: the helper takes the room
+        discard();  // before the file is written in place: the temporary file takes the room
         return exists_ && forbids_replacement(reason) ? commit_in_place() : fail(reason);
     }
-    helper_[0] = '\0';
+    temporary_[0] = '\0';
     replaced_ = true;
     return flush_whole(directory_.get()) ? result_ok : fail(errno);
 }
@@ -437,9 +439,9 @@ void file_replacement::report_failure() const {
 
 void file_replacement::discard() {
     file_.reset();
-    if (helper_[0] != '\0') {
-        ::unlinkat(directory_.get(), helper_, 0);
-        helper_[0] = '\0';
+    if (temporary_[0] != '\0') {
+        ::unlinkat(directory_.get(), temporary_, 0);
+        temporary_[0] = '\0';
     }
 }
 
@@ -456,7 +458,7 @@ int32_t replace_file(const char* path, std::string_view content) {
 }
 
 bool is_replacement_leftover(std::string_view name) {
-    return name.size() > helper_prefix.size() && name.starts_with(helper_prefix);
+    return name.size() > temporary_prefix.size() && name.starts_with(temporary_prefix);
 }
 
 void clear_replacement_leftovers(const char* directory) {

@@ -1,7 +1,7 @@
 // Replacing the content of a file so that at every instant the file is wholly the old one or wholly
 // the new one, whatever is cut. Why it is done this way is told at the top of file_replacer.cpp.
 //
-// The routines keep no state between calls. A helper file has one name for each file, so two
+// The routines keep no state between calls. A temporary file has one name for each file, so two
 // threads must not replace the same file at once; the service replaces files on the server thread,
 // and on the main thread before that one serves.
 #pragma once
@@ -28,13 +28,13 @@ enum class name_use : uint8_t {
 // report_failure(): whether a failure is worth a line is the caller's to say.
 class file_replacement {
   public:
-    file_replacement() { target_[0] = helper_[0] = '\0'; }
+    file_replacement() { target_[0] = temporary_[0] = '\0'; }
     file_replacement(const file_replacement&) = delete;
     file_replacement& operator=(const file_replacement&) = delete;
     ~file_replacement() { discard(); }
 
-    // Writes `content`, as the future content of the file at `path`, into a helper file beside it
-    // and flushes it to the device. A symbolic link is followed (its target is what will be
+    // Writes `content`, as the future content of the file at `path`, into a temporary file beside
+    // it and flushes it to the device. A symbolic link is followed (its target is what will be
     // replaced), but in a sticky directory that others may write to only one of the directory's
     // owner or of the service's own user; the same goes for each step of the path. Mode and owner
     // are those of the file that is there. Where that is no regular file (a device, a FIFO) nothing
@@ -53,8 +53,8 @@ class file_replacement {
     // Return: whether that can be done.
     [[nodiscard]] bool settle_for_in_place();
 
-    // Return: the path of the helper file, to read the content back from before it is committed;
-    // empty when no helper file can be made in that place, so that the content can only be read
+    // Return: the path of the temporary file, to read the content back from before it is committed;
+    // empty when no temporary file can be made in that place, so that the content can only be read
     // back from the file itself, after commit().
     [[nodiscard]] std::string prepared_path() const;
 
@@ -80,9 +80,9 @@ class file_replacement {
     [[nodiscard]] bool find_target();
     [[nodiscard]] bool follow_link();
     [[nodiscard]] bool open_directory();
-    [[nodiscard]] bool make_helper();
+    [[nodiscard]] bool make_temporary();
     [[nodiscard]] bool keep_identity() const;
-    [[nodiscard]] bool fill_helper();
+    [[nodiscard]] bool fill_temporary();
     [[nodiscard]] bool write_in_place();
     [[nodiscard]] bool write_as_it_stands(int fd) const;
     [[nodiscard]] int32_t commit_in_place();
@@ -93,12 +93,12 @@ class file_replacement {
     std::string_view content_;
     name_use use_ = name_use::kept;
     // Neither array is cleared beyond its first byte: it would be 4 KB for each save.
-    char target_[PATH_MAX];       // path_ with symbolic links followed
-    const char* name_ = target_;  // the file's name, within target_
-    char helper_[NAME_MAX + 1];   // name of the helper file while there is one, else empty
-    owned_fd directory_;          // holds target and helper
-    owned_fd file_;               // the helper file while it is being written
-    bool exists_ = false;         // there is a file, and the next four are its own:
+    char target_[PATH_MAX];         // path_ with symbolic links followed
+    const char* name_ = target_;    // the file's name, within target_
+    char temporary_[NAME_MAX + 1];  // name of the temporary file while there is one, else empty
+    owned_fd directory_;            // holds target and temporary file
+    owned_fd file_;                 // the temporary file while it is being written
+    bool exists_ = false;           // there is a file, and the next four are its own:
     bool regular_ = true;
     uint32_t mode_ = 0666;
     uint32_t owner_ = 0;
@@ -116,7 +116,7 @@ class file_replacement {
 // file_replacement::replaced), and nothing is left behind.
 [[nodiscard]] int32_t replace_file(const char* path, std::string_view content);
 
-// Whether a directory entry's name is that of a helper file that a replacement cut in the middle
+// Whether a directory entry's name is that of a temporary file that a replacement cut in the middle
 // may have left: such an entry is never a document and is never counted.
 [[nodiscard]] bool is_replacement_leftover(std::string_view name);
 

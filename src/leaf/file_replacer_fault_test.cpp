@@ -351,7 +351,7 @@ TEST_F(FileReplacerFault, WritesInPlaceWhereTheRenameIsRefused) {
     }
 }
 
-TEST_F(FileReplacerFault, WritesInPlaceWhereNoHelperCanBeMade) {
+TEST_F(FileReplacerFault, WritesInPlaceWhereNoTemporaryFileCanBeMade) {
     for (const int error : {EACCES, EPERM, EROFS, ENAMETOOLONG}) {
         put("Account", "old");
         plan_failure("openat", error, 1);
@@ -373,7 +373,7 @@ TEST_F(FileReplacerFault, WritesInPlaceWhereTheOwnerCannotBeKept) {
 TEST_F(FileReplacerFault, PutsTheOldContentBackWhenWritingInPlaceFails) {
     for (const char* call : {"write", "ftruncate", "fsync"}) {
         put("Account", "the old content");
-        // The helper cannot be made, and the file fails once: what puts it back succeeds.
+        // The temporary file cannot be made, and the file fails once: what puts it back succeeds.
         ASSERT_EQ(mkdir(path(".veltrancord-new.Account").c_str(), 0700), 0);
         plan_failure(call, ENOSPC, 1);
         EXPECT_EQ(replace("Account", "new"), result_failed) << call;

@@ -286,7 +286,7 @@ TEST_F(FileReplacer, TakesThePlaceOfWhatAnEarlierOneLeft) {
     EXPECT_EQ(names(), std::vector<std::string>{"Account"});
 }
 
-TEST_F(FileReplacer, NeverWritesThroughAForeignLinkOfTheHelpersName) {
+TEST_F(FileReplacer, NeverWritesThroughAForeignLinkOfTheTemporaryFilesName) {
     put("Account", "old");
     put("victim", "untouched");
     fs::create_symlink("victim", dir_ / ".veltrancord-new.Account");
@@ -410,7 +410,7 @@ TEST_F(FileReplacer, APreparedFileVanishesWithItsObject) {
     EXPECT_EQ(names(), std::vector<std::string>{"Account"});
 }
 
-TEST_F(FileReplacer, WithoutAHelperThereIsNothingToReadBackFrom) {
+TEST_F(FileReplacer, WithoutATemporaryFileThereIsNothingToReadBackFrom) {
     put("Account", "old");
     ASSERT_EQ(mkdir(path(".veltrancord-new.Account").c_str(), 0700), 0);
     file_replacement replacement;

@@ -57,7 +57,7 @@ TEST_F(KeptOriginal, IsACopyOfWhatASymbolicLinkLeadsTo) {
     EXPECT_EQ(mode(kept_name), 0600U);
 }
 
-// A directory in the helper's place leaves only the way to write in place.
+// A directory in the temporary file's place leaves only the way to write in place.
 TEST_F(KeptOriginal, StaysWhatItIsWhereTheFileIsWrittenInPlace) {
     put("A", "damaged");
     fs::create_directory(path(".veltrancord-new.A"));

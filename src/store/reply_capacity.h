@@ -15,7 +15,7 @@ inline constexpr char default_config_directory[] = "/mnt/database/xml";
 
 // Sets the capacity to the total size of the directory's entries ("." and ".." included), but never
 // below min_reply_capacity nor above max_reply_capacity. Entries that cannot be looked at are
-// reported on standard error and not counted, helper files of a replacement silently so. A
+// reported on standard error and not counted, temporary files of a replacement silently so. A
 // directory that cannot be opened leaves it unchanged. Called by the main thread at start and by
 // the backup thread; a request reads the capacity once.
 void scan_reply_capacity(const char* directory);

@@ -76,7 +76,7 @@ TEST_F(ReplyCapacity, EntryThatCannotBeLookedAtIsReportedAndNotCounted) {
     EXPECT_EQ(GetReadBufSize(), 300000U + Directories());
 }
 
-TEST_F(ReplyCapacity, HelperFileOfAReplacementIsNotCounted) {
+TEST_F(ReplyCapacity, TemporaryFileOfAReplacementIsNotCounted) {
     Write("A", 300000);
     Write(".veltrancord-new.A", 300000);
     scan_reply_capacity(dir_.c_str());

@@ -157,11 +157,30 @@ def test_every_command_is_in_the_tables():
     table = (REPOSITORY / "src/service/commands.cpp").read_text()
     commands = re.findall(r'\{"(\w+)", \w+_handle', table)
     assert len(commands) == 35
-    readme = (REPOSITORY / "README.md").read_text().split("## Commands")[1].split("\n## ")[0]
-    assert sorted(re.findall(r"^\| `(\w+)` \|", readme, re.MULTILINE)) == sorted(commands)
+    protocol = (REPOSITORY / "docs/protocol.md").read_text().split("## Commands")[1].split("\n## ")[0]
+    assert sorted(re.findall(r"^\| `(\w+)` \|", protocol, re.MULTILINE)) == sorted(commands)
     page = (REPOSITORY / "client/man/veltrancord.7").read_text().split(".Ss Commands")[1]
     listed = re.findall(r"\w+", " ".join(re.findall(r"^\.Ic (.*)$", page, re.MULTILINE)))
     assert sorted(listed) == sorted(commands)
+
+
+def test_the_options_of_the_service_are_told():
+    letters = re.search(r'option_letters = "([\w:]+)"', (REPOSITORY / "src/service/options.cpp").read_text())[1]
+    options = sorted(letters.replace(":", ""))
+    board = (REPOSITORY / "docs/board.md").read_text().split("## Options")[1].split("\n## ")[0]
+    assert sorted(re.findall(r"`-(\w)`", board)) == options
+    page = (REPOSITORY / "client/man/Veltrancord.8").read_text()
+    listed = re.findall(r"\bFl (\w)\b", "\n".join(re.findall(r"^\.It (.*)$", page, re.MULTILINE)))
+    assert sorted(listed) == options
+
+
+def test_the_first_page_is_short_and_leads_to_each_audience():
+    text = (REPOSITORY / "README.md").read_text()
+    assert len(text.splitlines()) < 80
+    index = (REPOSITORY / "docs/README.md").read_text()
+    begins = re.findall(r"([\w.]+\.md)\) \| \*\*begin here", index)
+    assert begins == ["board.md", "cgi.md", "CONTRIBUTING.md"]
+    assert re.findall(r"^- .*?([\w.]+\.md)\)", text, re.MULTILINE) == begins
 
 
 def test_manual_pages_are_well_formed():

@@ -3,7 +3,8 @@
     promises.py list PROGRAM          every promise with its tests
     promises.py unit-tests            those of the unit tests, as a pattern for ctest -R
     promises.py report FOLDER [long]  writes what the runs have left in FOLDER (unit.xml, e2e.xml,
-                                      faults.xml) into docs/reliability.md and README.md
+                                      faults.xml) into docs/reliability.md, and the promises
+                                      alone into README.md
 
 A test of the Python suites says for itself what it proves, by the marker `fault`, which conftest.py
 puts into the results; the unit tests, which know no markers, stand in the table here.
@@ -18,9 +19,11 @@ from collections import defaultdict
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
-# Each file that figures are written into, and the marks between which they stand there.
-DOCUMENT = ROOT / "docs/reliability.md", "<!-- figures: begin -->\n", "<!-- figures: end -->\n"
-README = ROOT / "README.md", "<!-- promises: begin -->\n", "<!-- promises: end -->\n"
+# Where something is written, and the marks between which it stands there.
+DOCUMENT = ROOT / "docs/reliability.md"
+FIGURES = DOCUMENT, "<!-- figures: begin -->\n", "<!-- figures: end -->\n"
+IN_SHORT = DOCUMENT, "<!-- promises: begin -->\n", "<!-- promises: end -->\n"
+FIRST_PAGE = ROOT / "README.md", *IN_SHORT[1:]
 
 # Sentence, files of its tests, their ids, and the figures of these that are told beside it.
 SENTENCES = [
@@ -194,6 +197,15 @@ def sentences(found, today):
     return "\n".join(lines) + "\n"
 
 
+def bullets():
+    return "".join(f"- {sentence}\n" for sentence, *_ in SENTENCES)
+
+
+def shown(place):
+    path, begin, end = place
+    return path.read_text(encoding="utf-8").split(begin)[1].split(end)[0].strip("\n") + "\n"
+
+
 def put_between(place, text):
     path, begin, end = place
     head, rest = path.read_text(encoding="utf-8").split(begin)
@@ -204,8 +216,9 @@ def report(folder, form):
     today = datetime.datetime.now(datetime.timezone.utc).date()
     found = outcomes(folder)
     figures = f"Last run, {form} form: {today}.\n\n{table(found)}"
-    put_between(DOCUMENT, figures)
-    put_between(README, sentences(found, today))
+    put_between(FIGURES, figures)
+    put_between(IN_SHORT, sentences(found, today))
+    put_between(FIRST_PAGE, bullets())
     print(figures)
 
 

@@ -22,7 +22,7 @@ ERRORS["short"] = SHORT
 SHORT_FORM = ("ENOSPC", "EINTR", "EXDEV", "short")
 # A call that is interrupted for ever is no fault that exists; a burst of it is.
 BURST = 200
-HELPER = ".veltrancord-new."
+TEMPORARY = ".veltrancord-new."
 
 
 @pytest.fixture
@@ -90,8 +90,8 @@ def test_every_call_on_files_fails(failing, name, figure, long_form):
                 injected += faults.failed
                 assert reply == good or reply.code in (-1, -3), (where, reply)
                 left = files(device)
-                if amount > 1:  # not even the helper file could be removed
-                    for path in [path for path in left if HELPER in path]:
+                if amount > 1:  # not even the temporary file could be removed
+                    for path in [path for path in left if TEMPORARY in path]:
                         device.outside(path).unlink()
                         del left[path]
                 for path in set(old) | set(new) | set(left):

@@ -7,6 +7,7 @@ import threading
 
 import pytest
 
+import promises
 from device import CONFIGURATION, REPOSITORY, wait_until
 from log_model import record
 from wire import frame
@@ -130,3 +131,10 @@ def test_the_first_page_promises_these_numbers():
     text = (REPOSITORY / "README.md").read_text(encoding="utf-8")
     assert (f"It holds no more than {DESCRIPTORS:,} descriptors and, but for requests over "
             f"{REQUEST >> 20} MiB and what it is told to keep, {MEBIBYTES} MiB.") in text
+
+
+def test_the_first_page_has_every_promise_and_the_figures_lie_elsewhere():
+    assert promises.shown(promises.FIRST_PAGE) == promises.bullets()
+    rows = promises.shown(promises.IN_SHORT).splitlines()[2:]
+    assert [row.split(" | ")[0].removeprefix("| ") for row in rows] == [
+        sentence for sentence, *_ in promises.SENTENCES]

@@ -1,4 +1,5 @@
-"""./dev test, with the build and the tests themselves replaced by programs that say what they are told."""
+"""./dev: what its commands tell of themselves; and its tests, with the build and the tests themselves
+replaced by programs that say what they are told."""
 
 import os
 import shutil
@@ -66,3 +67,30 @@ def test_all_tests_are_the_unit_tests_and_the_suite(dev):
     assert status == 0
     assert [call.split()[0] for call in calls] == ["build", "ctest", "python3"]
     assert calls[0] == "build release"
+
+
+@pytest.mark.parametrize("command", [path.name for path in (ROOT / "tools/commands").iterdir()])
+@pytest.mark.parametrize("option", ["--help", "-h"])
+def test_every_command_tells_of_itself_and_does_nothing(dev, command, option):
+    status, calls = dev(command, option)
+    assert (status, calls) == (0, [])
+    told = subprocess.run([ROOT / "dev", command, option], capture_output=True, text=True, check=True)
+    comment = (ROOT / "tools/commands" / command).read_text().splitlines()[1]
+    assert told.stdout.splitlines()[0] == comment.removeprefix("# ")
+    assert told.stderr == "" and "set -euo" not in told.stdout
+
+
+def test_help_behind_two_dashes_is_the_tests_own(dev):
+    status, calls = dev("test", "--", "--help")
+    assert status == 0
+    assert calls[1].endswith(" --help")
+
+
+def test_the_service_is_run_when_it_and_the_tool_are_built(dev):
+    """The stand-in for the build leaves no program, so nothing is started."""
+    status, calls = dev("run")
+    assert status != 0
+    assert calls[0] == "build release Veltrancord veltrancordctl"
+    status, calls = dev("run", "tsan")
+    assert status != 0
+    assert calls[0] == "build tsan Veltrancord"
