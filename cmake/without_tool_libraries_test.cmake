@@ -13,9 +13,9 @@ if(NOT result EQUAL 0)
 endif()
 
 # Nothing is compiled here: that the build knows how to make the service is enough.
-execute_process(COMMAND ${CMAKE_COMMAND} --build ${root} --target Veltrancord veltrancord -- -n
+execute_process(COMMAND ninja -C ${root} -t commands bin/Veltrancord
                 RESULT_VARIABLE result OUTPUT_VARIABLE said ERROR_VARIABLE said)
-if(NOT result EQUAL 0 OR NOT said MATCHES "bin/Veltrancord")
+if(NOT result EQUAL 0 OR NOT said MATCHES "src/service/main.cpp")
   message(FATAL_ERROR "the service could not be built:\n${said}")
 endif()
 execute_process(COMMAND ${CMAKE_COMMAND} --build ${root} --target veltrancordctl
