@@ -41,6 +41,7 @@ def answer(transcript, request):
     return re.search(rf"^  {re.escape(request)}\n((?:      .*\n)+)", transcript, re.MULTILINE)[1].strip()
 
 
+@pytest.mark.fault("D1")
 def test_the_log_has_room_whatever_the_disk(dev, device):
     started = dev("run")
     assert started.status == 0, (started, device.read_file(f"{TREE}/run/messages"))

@@ -92,6 +92,7 @@ PROMISES = {
     "E1": "numbers, escapes, secrets and paths at the ends of their room",
     "L1": "a long life under mixed load",
     "B1": "what is held at most under all that clients can do at a time",
+    "D1": "what the documents have typed",
 }
 
 # ./dev soak; its figures stand in the table above the one that is written here.
