@@ -66,6 +66,20 @@ bool CopyPlainName(char* to, std::string_view name) {
     return std::all_of(name.begin(), name.end(), StandsForItself);
 }
 
+// Asks for the memory of what comes next while this node is listed, without which `read:*` of 20 MB
+// takes a sixth longer: nodes are made in the order of the file and lie in memory one behind the
+// other, but each must have been read to find the next. Where they lie otherwise nothing is lost:
+// any address may be asked for.
+void PrefetchBehind(const TiXmlNode* node) {
+    constexpr std::size_t distance = 4096;
+    constexpr std::size_t bytes = 256;  // of the 400 and more that an element and its text take
+    constexpr std::size_t cache_line = 64;
+    const char* const behind = reinterpret_cast<const char*>(node) + distance;
+    for (std::size_t at = 0; at < bytes; at += cache_line) {
+        __builtin_prefetch(behind + at);
+    }
+}
+
 // Prefixes are copied in steps of this size, and further than they reach: cheaper than a copy of
 // any length.
 constexpr std::size_t prefix_step = 32;
@@ -177,6 +191,7 @@ bool Lister::AppendUsualLine(std::size_t length, const std::string& name, const 
 
 bool Lister::List(const TiXmlNode& parent, std::size_t length, bool at_top) {
     for (const TiXmlNode* node = parent.FirstChild(); node != nullptr; node = node->NextSibling()) {
+        PrefetchBehind(node);
         if (node->Type() != TiXmlNode::TINYXML_ELEMENT) {
             continue;
         }
