@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "change_record.h"
 #include "commands.h"
 #include "exit_status.h"
 #include "service.h"
@@ -42,6 +43,21 @@ int run_list(context& tool, const std::string& path) {
     return exit_done;
 }
 
+// The service tells an attribute that it cannot keep and an element that is missing alike.
+int explain_failed_attributes(context& tool, const setting_list& settings, int32_t result) {
+    const std::size_t index = tool.client().error.index;
+    const std::size_t refused = index < settings.size() ? index : 0;
+    if (result == VELTRANCORD_STORE_FAILED) {
+        for (const setting& one : settings) {
+            const std::string element = one.path.substr(0, one.path.rfind('.'));
+            if (!is_there(tool, element)) {
+                return tool.fail_with(exit_not_found, element, "there is no such element");
+            }
+        }
+    }
+    return tool.fail_change(settings[refused].path, result);
+}
+
 int run_set(context& tool, const std::vector<std::string>& words) {
     setting_list settings;
     if (words.size() == 2 && words[0].find('=') == std::string::npos) {
@@ -59,12 +75,14 @@ int run_set(context& tool, const std::vector<std::string>& words) {
     for (const setting& one : settings) {
         lines.push_back({one.path.c_str(), one.value.c_str()});
     }
-    const int32_t result = veltrancord_write_attributes(&tool.client(), lines.data(), lines.size());
-    if (result < 0) {
-        const std::size_t index = tool.client().error.index;
-        return tool.fail_change(settings[index < settings.size() ? index : 0].path, result);
-    }
-    return exit_done;
+    change_scope scope;
+    scope.attributes = paths_of(settings);
+    return recorded(tool, scope, [&] {
+        const int32_t result =
+            veltrancord_write_attributes(&tool.client(), lines.data(), lines.size());
+        return result < 0 ? explain_failed_attributes(tool, settings, result)
+                          : static_cast<int>(exit_done);
+    });
 }
 
 }  // namespace

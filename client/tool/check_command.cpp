@@ -1,6 +1,4 @@
 // fsck: a configuration directory, offline.
-#include <cerrno>
-#include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -32,7 +30,7 @@ check_options with_defaults(check_options options) {
 int run_check(context& tool, const check_options& options) {
     std::vector<finding> findings;
     if (!check_files(options.directory, findings)) {
-        return tool.fail_with(exit_not_found, options.directory, std::strerror(errno));
+        return tool.fail_file(options.directory);
     }
     check_settings(findings);
     if (!options.log_file.empty()) {

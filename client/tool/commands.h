@@ -18,6 +18,7 @@ void add_exchange_commands(subcommand app, context& tool);   // raw, ping, wait
 void add_difference_commands(subcommand app, context& tool);  // snapshot, diff
 void add_apply_commands(subcommand app, context& tool);       // apply, confirm
 void add_edit_command(subcommand app, context& tool);         // edit
+void add_history_commands(subcommand app, context& tool);     // history, undo
 void add_watch_command(subcommand app, context& tool);        // watch
 void add_check_command(subcommand app, context& tool);        // fsck
 void add_doctor_command(subcommand app, context& tool);       // doctor

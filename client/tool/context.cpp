@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +17,9 @@
 namespace veltrancord::tool {
 
 veltrancord_client& context::client() {
+    if (client_.socket_path == nullptr) {
+        detail("asking " + socket_path);
+    }
     client_.socket_path = socket_path.c_str();
     client_.timeout_ms =
         timeout_seconds < 0 ? -1 : static_cast<int32_t>(std::min(timeout_seconds, 2e6) * 1000);
@@ -139,6 +143,10 @@ int context::fail_with(int status, std::string_view subject, std::string_view re
     return print_failure(status, subject, nullptr, exit_status_name(status), reason);
 }
 
+int context::fail_file(std::string_view name) {
+    return fail_with(exit_failed, name, std::strerror(errno));
+}
+
 int context::print_failure(int status, std::string_view subject, const json& code, const char* name,
                            std::string_view reason) const {
     std::string line;
@@ -157,7 +165,15 @@ int context::print_failure(int status, std::string_view subject, const json& cod
 }
 
 void context::note(std::string_view text) {
-    print_to_error("veltrancordctl: " + std::string(text));
+    if (!quiet) {
+        print_to_error("veltrancordctl: " + std::string(text));
+    }
+}
+
+void context::detail(std::string_view text) const {
+    if (verbose) {
+        note(text);
+    }
 }
 
 std::string shell_name(std::string_view path) {

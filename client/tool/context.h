@@ -25,9 +25,16 @@ class context {
     bool null_separated = false;
     bool reveal = false;
     bool assume_yes = false;
+    bool verbose = false;
     bool no_pager = false;
     bool may_colour = true;
     std::string backup_file;
+
+    // With --root: the directory of documents to work on, in place of the service.
+    std::string root;
+
+    // The command line as it was typed, for the history; it holds no secret.
+    std::string command_line;
 
     // The command that was chosen; its result is the exit status.
     std::function<int()> run;
@@ -65,12 +72,22 @@ class context {
     int fail(std::string_view subject, int32_t result);
     int fail_with(int status, std::string_view subject, std::string_view reason);
 
+    // The same for a file or directory, with the reason that errno gives: one exit status for
+    // whatever cannot be read or written, whichever command it is.
+    int fail_file(std::string_view name);
+
     // The same for a command that changes something: where no reply came, it says that it is
     // unknown whether the change was applied. A service that was busy may apply it later.
     int fail_change(std::string_view subject, int32_t result);
 
-    // Says something on standard error that is no failure.
+    // Says something on standard error that is no failure; nothing with -q.
     static void note(std::string_view text);
+
+    // The same where -v asks for it.
+    void detail(std::string_view text) const;
+
+    // Set by -q. Shared, as notes are.
+    inline static bool quiet = false;
 
   private:
     [[nodiscard]] std::string_view line_end() const;

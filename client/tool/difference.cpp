@@ -3,8 +3,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <nlohmann/json.hpp>
 
 #include "exchange_file.h"
@@ -19,7 +17,7 @@ namespace veltrancord::tool {
 int read_settings_file(context& tool, const std::string& file, setting_map& settings) {
     std::string text;
     if (!read_input(file, text)) {
-        return tool.fail_with(exit_usage, file, std::strerror(errno));
+        return tool.fail_file(file);
     }
     setting_list lines;
     const std::size_t first = text.find_first_not_of(" \t\r\n\xEF\xBB\xBF");

@@ -1,6 +1,4 @@
 // snapshot, diff.
-#include <cerrno>
-#include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -30,7 +28,7 @@ int run_snapshot(context& tool, const std::string& file, const std::string& path
         return status;
     }
     if (!write_private_file(file, snapshot_text(settings))) {
-        return tool.fail_with(exit_failed, file, std::strerror(errno));
+        return tool.fail_file(file);
     }
     return exit_done;
 }

@@ -1,10 +1,10 @@
 // dump, load, merge, restore, sync, backup.
-#include <cerrno>
-#include <cstring>
 #include <memory>
 #include <string>
 
+#include "change_record.h"
 #include "commands.h"
+#include "exchange_file.h"
 #include "exit_status.h"
 #include "file_name.h"
 #include "question.h"
@@ -24,6 +24,22 @@ int run_dump(context& tool, const std::string& file) {
     return result < 0 ? tool.fail_change(name, result) : exit_done;
 }
 
+// The service tells a file that it cannot open and one that does not parse alike.
+int explain_failed_file(context& tool, const std::string& file, const std::string& name,
+                        int32_t result) {
+    if (result == VELTRANCORD_UNPARSABLE) {
+        std::string text;
+        setting_list settings;
+        if (!read_input(name, text)) {
+            return tool.fail_file(file);
+        }
+        if (!parse_exchange_text(text, settings)) {
+            return tool.fail_with(exit_refused, file, "does not parse as XML");
+        }
+    }
+    return tool.fail_change(file, result);
+}
+
 // A command that takes an exchange file and puts other settings in place of those there are.
 int run_file(context& tool, const std::string& what, const std::string& file, file_call* call) {
     int status = may_destroy(tool, what + " " + file);
@@ -35,11 +51,16 @@ int run_file(context& tool, const std::string& what, const std::string& file, fi
     }
     const service_file input(file);
     if (input.name().empty()) {
-        return tool.fail_with(exit_failed, file, std::strerror(errno));
+        return tool.fail_file(file);
     }
-    // cppcheck-suppress AssignmentAddressToInteger ; it does not see what the pointer returns
-    const int32_t result = call(&tool.client(), input.name().c_str());
-    return result < 0 ? tool.fail_change(file, result) : exit_done;
+    change_scope scope;
+    scope.places = {"*"};
+    return recorded(tool, scope, [&] {
+        // cppcheck-suppress AssignmentAddressToInteger ; it does not see what the pointer returns
+        const int32_t result = call(&tool.client(), input.name().c_str());
+        return result < 0 ? explain_failed_file(tool, file, input.name(), result)
+                          : static_cast<int>(exit_done);
+    });
 }
 
 void add_file_command(subcommand app, context& tool, const std::string& name,

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "change_record.h"
 #include "commands.h"
 #include "creation.h"
 #include "difference.h"
@@ -97,16 +98,20 @@ int write_edited(context& tool, const setting_map& before, const setting_map& af
         context::note("nothing was done");
         return exit_cancelled;
     }
-    const int made = make_documents(tool, created);
-    if (made != exit_done) {
-        return made;
-    }
-    const int32_t result = write_settings(tool, lines, false);
-    if (result < 0) {
-        return explain_failed_write(tool, lines, result);
-    }
-    tell_created(created);
-    return exit_done;
+    change_scope scope;
+    scope.settings = paths_of(lines);
+    return recorded(tool, scope, [&] {
+        const int made = make_documents(tool, created);
+        if (made != exit_done) {
+            return made;
+        }
+        const int32_t result = write_settings(tool, lines, false);
+        if (result < 0) {
+            return explain_failed_write(tool, lines, result);
+        }
+        tell_created(created);
+        return static_cast<int>(exit_done);
+    });
 }
 
 int run_edit(context& tool, const std::string& path, bool create) {

@@ -1,13 +1,12 @@
 // raw, ping, wait.
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <initializer_list>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "change_record.h"
 #include "commands.h"
 #include "exit_status.h"
 #include "question.h"
@@ -69,11 +68,43 @@ std::string masked(const raw_options& options, const std::string& text) {
     return result;
 }
 
+// What the command may change, as far as the tool knows it.
+change_scope scope_of(const raw_options& options) {
+    change_scope scope;
+    if (is_one_of(options.command, {"write", "writedbmem"})) {
+        scope.settings = paths_of(parse_settings(options.argument));
+        scope.memory = options.command == "writedbmem";
+    } else if (options.command == "writeattr") {
+        scope.attributes = paths_of(parse_settings(options.argument));
+    } else if (options.command == "remove") {
+        scope.places = {options.argument.substr(0, options.argument.find('\n'))};
+    } else if (is_one_of(options.command, {"upload", "restore", "syncxml"})) {
+        scope.places = {"*"};
+    }
+    return scope;
+}
+
+int print_raw(context& tool, const raw_options& options, const owned_reply& reply, int32_t result) {
+    const std::string text = tool.reveal ? reply.text() : masked(options, reply.text());
+    if (tool.print_for_programs({{"result", result}, {"text", text}})) {
+        return exit_done;
+    }
+    if (reply.text().empty()) {
+        tool.print(std::to_string(result) + "\n");
+    } else {
+        tool.print(text);
+        if (text.empty() || text.back() != '\n') {
+            tool.print("\n");
+        }
+    }
+    return exit_done;
+}
+
 int run_raw(context& tool, raw_options options) {
     if (options.argument == "-") {
         options.argument.clear();
         if (!read_input("-", options.argument)) {
-            return tool.fail_with(exit_usage, "-", std::strerror(errno));
+            return tool.fail_file("-");
         }
     } else if (holds_secret(options)) {
         return tool.fail_with(exit_refused, options.command,
@@ -89,27 +120,17 @@ int run_raw(context& tool, raw_options options) {
             return status;
         }
     }
-    owned_reply reply;
-    const int32_t result =
-        veltrancord_exchange(&tool.client(), options.command.c_str(), options.argument.data(),
-                             options.argument.size(), reply.get());
-    if (result < 0) {
-        return is_read(options.command) ? tool.fail(options.command, result)
-                                        : tool.fail_change(options.command, result);
-    }
-    const std::string text = tool.reveal ? reply.text() : masked(options, reply.text());
-    if (tool.print_for_programs({{"result", result}, {"text", text}})) {
-        return exit_done;
-    }
-    if (reply.text().empty()) {
-        tool.print(std::to_string(result) + "\n");
-    } else {
-        tool.print(text);
-        if (text.empty() || text.back() != '\n') {
-            tool.print("\n");
+    return recorded(tool, scope_of(options), [&] {
+        owned_reply reply;
+        const int32_t result =
+            veltrancord_exchange(&tool.client(), options.command.c_str(), options.argument.data(),
+                                 options.argument.size(), reply.get());
+        if (result < 0) {
+            return is_read(options.command) ? tool.fail(options.command, result)
+                                            : tool.fail_change(options.command, result);
         }
-    }
-    return exit_done;
+        return print_raw(tool, options, reply, result);
+    });
 }
 
 int run_ping(context& tool) {

@@ -39,6 +39,41 @@ const char* exit_status_name(int status) {
     }
 }
 
+const char* exit_status_text(int status) {
+    switch (status) {
+        case exit_done:
+            return "done";
+        case exit_not_found:
+            return "there is no such thing";
+        case exit_usage:
+            return "the command line is wrong, or nobody is there to be asked";
+        case exit_denied:
+            return "denied";
+        case exit_empty:
+            return "the place exists, but holds nothing";
+        case exit_refused:
+            return "an argument or a file's content is refused";
+        case exit_too_large:
+            return "too large";
+        case exit_unreachable:
+            return "the service cannot be reached";
+        case exit_timed_out:
+            return "timed out";
+        case exit_differs:
+            return "there are differences, or findings";
+        case exit_cancelled:
+            return "cancelled, or not confirmed";
+        case exit_broken:
+            return "broken reply";
+        case exit_mismatch:
+            return "wrong or expired";
+        case exit_unknown:
+            return "unknown whether the change was applied";
+        default:
+            return "a file cannot be read or written, or the store failed";
+    }
+}
+
 int exit_status_of(int32_t result) {
     switch (result) {
         case VELTRANCORD_CAPTCHA_EXPIRED:

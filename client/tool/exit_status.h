@@ -13,7 +13,7 @@ enum exit_status : int {
     exit_empty = 4,        // the place exists, but holds no text
     exit_refused = 5,      // an argument that the service would cut, split or misread
     exit_too_large = 6,    // the reply is over the service's capacity or over what was accepted
-    exit_failed = 7,       // the store or a file of the service failed
+    exit_failed = 7,       // a file cannot be read or written, or the store failed
     exit_unreachable = 8,  // nobody listens
     exit_timed_out = 9,
     exit_differs = 10,    // diff: there are differences; fsck, doctor: there are findings
@@ -25,6 +25,9 @@ enum exit_status : int {
 
 // Its name for programs: "NOT_FOUND", "USAGE" ...
 const char* exit_status_name(int status);
+
+// What it says, for the help of a command.
+const char* exit_status_text(int status);
 
 // The status for a result of the client library.
 int exit_status_of(int32_t result);

@@ -6,10 +6,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "command_help.h"
 #include "commands.h"
 #include "completion.h"
 #include "exit_status.h"
@@ -45,6 +47,9 @@ void add_general_options(CLI::App& app, context& tool) {
     app.add_flag_callback(
         "--no-color", [&tool] { tool.may_colour = false; },
         "no colours (as NO_COLOR in the environment)");
+    app.add_flag_callback(
+        "-q,--quiet", [] { context::quiet = true; }, "say nothing but failures on standard error");
+    app.add_flag("-v,--verbose", tool.verbose, "say more of what is done on standard error");
     app.set_version_flag("--version", "veltrancordctl " VELTRANCORD_VERSION);
 }
 
@@ -54,20 +59,81 @@ bool is_read_command(std::string_view first_word) {
     return first_word == "get" || first_word == "ls" || first_word == "tree";
 }
 
+// In the order of the help's headings.
 void add_other_commands(const subcommand& top, context& tool) {
     add_write_commands(top, tool);
     add_attribute_commands(top, tool);
     add_document_commands(top, tool);
+    add_difference_commands(top, tool);
+    add_apply_commands(top, tool);
+    add_edit_command(top, tool);
+    add_history_commands(top, tool);
+    add_watch_command(top, tool);
     add_log_commands(top, tool);
     add_permit_commands(top, tool);
     add_session_commands(top, tool);
     add_exchange_commands(top, tool);
-    add_difference_commands(top, tool);
-    add_apply_commands(top, tool);
-    add_edit_command(top, tool);
-    add_watch_command(top, tool);
     add_check_command(top, tool);
     add_doctor_command(top, tool);
+}
+
+std::string name_within(const std::string& around, const CLI::App& command) {
+    return around.empty() ? command.get_name() : around + " " + command.get_name();
+}
+
+// Puts headings, examples and exit statuses into the help of all commands inside `app`, whose name
+// is `around`. Done when help is asked for, and not before each value that a script asks for.
+void describe_commands(CLI::App& app, const std::string& around) {
+    for (CLI::App* one : app.get_subcommands([](CLI::App*) { return true; })) {
+        const std::string name = name_within(around, *one);
+        const command_help* help = find_command_help(name);
+        if (help != nullptr && help->group != nullptr) {
+            one->group(help->group);
+        }
+        one->footer(help != nullptr ? help_footer(*help) : std::string());
+        describe_commands(*one, name);
+    }
+}
+
+// The command that was chosen: the inner one of "log add".
+const CLI::App& chosen_command(const CLI::App& app) {
+    const CLI::App* command = &app;
+    while (!command->get_subcommands().empty()) {
+        command = command->get_subcommands().front();
+    }
+    return *command;
+}
+
+// Its name, both words of it; empty for the program itself.
+std::string name_of(const CLI::App& command) {
+    const CLI::App* const around = command.get_parent();
+    return around == nullptr ? std::string() : name_within(name_of(*around), command);
+}
+
+int run_help(CLI::App& app, context& tool, const std::vector<std::string>& words) {
+    const CLI::App* command = &app;
+    std::string name = app.get_name();
+    for (const std::string& word : words) {
+        name += " " + word;
+        const auto inner =
+            command->get_subcommands([&](const CLI::App* one) { return one->get_name() == word; });
+        if (inner.empty()) {
+            return tool.fail_with(exit_usage, "help", "there is no command \"" + word + "\"");
+        }
+        command = inner.front();
+    }
+    describe_commands(app, "");
+    tool.print(app.get_formatter()->make_help(command, name, CLI::AppFormatMode::Normal));
+    return exit_done;
+}
+
+void add_help_command(CLI::App& app, context& tool) {
+    const auto words = std::make_shared<std::vector<std::string>>();
+    CLI::App* const help = app.add_subcommand("help", "tell all of a command, or list them all");
+    help->add_option("COMMAND", *words, "its name, as in: log add");
+    help->callback([&app, &tool, words] {
+        tool.run = [&app, &tool, words] { return run_help(app, tool, *words); };
+    });
 }
 
 // The words behind the program's name. The parser takes "-0" for a number.
@@ -78,16 +144,31 @@ std::vector<std::string> words_of(int argument_count, char** arguments) {
     return words;
 }
 
+// The words as they may be typed into a shell again, but for what stands behind "--key".
+std::string shown_command(const std::vector<std::string>& words) {
+    constexpr std::string_view plain =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./=:,+@%";
+    std::string line = "veltrancordctl";
+    bool hidden = false;
+    for (const std::string& word : words) {
+        const bool is_plain = word.find_first_not_of(plain) == std::string::npos && !word.empty();
+        const bool joined = word.starts_with("--key=");
+        line += " ";
+        line += hidden     ? std::string(masked_value)
+                : joined   ? "--key=" + std::string(masked_value)
+                : is_plain ? word
+                           : shell_quoted(word);
+        hidden = word == "--key";
+    }
+    return line;
+}
+
 // Says which command was used wrongly, and how.
 int explain_usage(context& tool, const CLI::App& app, const CLI::ParseError& failure) {
-    const CLI::App* command = &app;
-    std::string name;
-    while (!command->get_subcommands().empty()) {
-        command = command->get_subcommands().front();
-        name.append(name.empty() ? "" : " ").append(command->get_name());
-    }
+    const CLI::App& command = chosen_command(app);
+    const std::string name = name_of(command);
     std::string reason = failure.what();
-    if (command->get_require_subcommand_min() > 0) {
+    if (command.get_require_subcommand_min() > 0) {
         const std::vector<std::string> rest = app.remaining(true);
         reason =
             rest.empty() ? "a command is missing" : "there is no command \"" + rest.front() + "\"";
@@ -108,19 +189,24 @@ int run_tool(int argument_count, char** arguments) {
     add_read_commands(top, tool);
     if (words.empty() || !is_read_command(words.front())) {
         add_other_commands(top, tool);
+        add_help_command(app, tool);
     }
     if (!words.empty() && words.front() == "complete") {
         const bool marked = words.size() > 1 && words[1] == "--";
         words.erase(words.begin(), words.begin() + (marked ? 2 : 1));
         return tool.finish(run_completion(app, tool, std::move(words)));
     }
+    tool.command_line = shown_command(words);
     const bool wants_json = std::find(words.begin(), words.end(), "--json") != words.end();
     std::reverse(words.begin(), words.end());  // the parser takes them from the end
     try {
         app.parse(std::move(words));
     } catch (const CLI::ParseError& failure) {
+        if (dynamic_cast<const CLI::CallForHelp*>(&failure) != nullptr) {
+            describe_commands(app, "");
+        }
         if (failure.get_exit_code() == 0) {
-            return app.exit(failure);  // help was asked for
+            return app.exit(failure);  // help or the version was asked for
         }
         tool.form = wants_json ? output_form::json : tool.form;
         return explain_usage(tool, app, failure);

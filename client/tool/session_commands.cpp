@@ -26,8 +26,9 @@ int run_secret(context& tool, const std::string& what, const secret_options& opt
                secret_call* call) {
     std::string secret;
     if (!read_secret(what, options.file, secret)) {
-        return tool.fail_with(errno == ECANCELED ? exit_cancelled : exit_usage, options.file,
-                              std::strerror(errno));
+        return errno == ECANCELED
+                   ? tool.fail_with(exit_cancelled, options.file, std::strerror(errno))
+                   : tool.fail_file(options.file);
     }
     const int32_t result = call(tool.client(), options, secret);
     if (result != VELTRANCORD_OK) {

@@ -48,4 +48,14 @@ std::string state_folder() {
     return path;
 }
 
+std::string shared_state_folder() {
+    const char* const shared = VELTRANCORD_STATE_DIRECTORY;
+    struct stat found {};
+    if (variable("VELTRANCORD_STATE").empty() && stat(shared, &found) == 0 &&
+        S_ISDIR(found.st_mode) && access(shared, W_OK | X_OK) == 0) {
+        return shared;
+    }
+    return state_folder();
+}
+
 }  // namespace veltrancord::tool

@@ -9,4 +9,8 @@ namespace veltrancord::tool {
 // cannot be made or belongs to somebody else.
 std::string state_folder();
 
+// The folder that all members of a group share, which packages make (VELTRANCORD_STATE_DIRECTORY of
+// the build); where there is none, or it may not be written to, as above. Return: as above.
+std::string shared_state_folder();
+
 }  // namespace veltrancord::tool

@@ -1,6 +1,10 @@
 // How the groups of commands say what the command line takes. The parser's own headers take a
 // compiler longer than all the rest of a group, so no group sees them: only subcommand.cpp,
 // main.cpp and completion.cpp do.
+//
+// A new command needs a row in command_help.cpp, too: its heading in the list of commands, its
+// examples, the exit statuses that it may end with, and whether it works with --root. A test tells
+// which command has none, and runs the examples.
 #pragma once
 
 #include <cstddef>

@@ -128,7 +128,7 @@ int run_watch(context& tool, const watch_options& options) {
     if (!watcher || inotify_add_watch(watcher.get(), options.directory.c_str(),
                                       IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE |
                                           IN_ONLYDIR) < 0) {
-        return tool.fail_with(exit_failed, options.directory, std::strerror(errno));
+        return tool.fail_file(options.directory);
     }
     // A program that reads none of its input must not end the watch.
     (void)signal(SIGPIPE, SIG_IGN);
@@ -142,7 +142,7 @@ int run_watch(context& tool, const watch_options& options) {
     }
     for (int seen = 0; status == exit_done && seen != options.count;) {
         if (!wait_for_change(watcher.get(), document)) {
-            return tool.fail_with(exit_failed, options.directory, std::strerror(errno));
+            return tool.fail_file(options.directory);
         }
         setting_map now;
         status = read_now(tool, options.path, now);

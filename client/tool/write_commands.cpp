@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "change_record.h"
 #include "commands.h"
 #include "creation.h"
 #include "exit_status.h"
@@ -38,7 +39,7 @@ int refuse_blanks(context& tool, const setting& one) {
 int read_lines(context& tool, const std::string& file, setting_list& settings) {
     std::string text;
     if (!read_input(file, text)) {
-        return tool.fail_with(exit_usage, file, std::strerror(errno));
+        return tool.fail_file(file);
     }
     std::size_t bad = 0;
     if (!parse_lines(text, tool.null_separated, settings, bad)) {
@@ -63,8 +64,8 @@ int take_value(context& tool, setting one, const std::string& file, setting_list
     if (one.value == "-") {
         one.value.clear();
         if (!read_secret(one.path, file, one.value)) {
-            return tool.fail_with(errno == ECANCELED ? exit_cancelled : exit_usage, file,
-                                  std::strerror(errno));
+            return errno == ECANCELED ? tool.fail_with(exit_cancelled, file, std::strerror(errno))
+                                      : tool.fail_file(file);
         }
         if (one.value.find('\0') != std::string::npos) {
             return tool.fail_with(exit_refused, one.path, "a value cannot hold a NUL byte");
@@ -122,20 +123,26 @@ int run_set(context& tool, const set_options& options) {
         return tool.fail_with(exit_usage, "set", "no settings");
     }
     std::vector<std::string> created;
-    int made = check_creation(tool, settings, options.create, created);
-    if (made == exit_done) {
-        made = make_documents(tool, created);
+    const int checked = check_creation(tool, settings, options.create, created);
+    if (checked != exit_done) {
+        return checked;
     }
-    if (made != exit_done) {
-        return made;
-    }
-    const int32_t result = write_settings(tool, settings, options.memory_only);
-    if (result < 0) {
-        return explain_failed_write(tool, settings, result);
-    }
-    tell_created(created);
-    (void)tool.print_for_programs({{"written", result}});
-    return exit_done;
+    change_scope scope;
+    scope.settings = paths_of(settings);
+    scope.memory = options.memory_only;
+    return recorded(tool, scope, [&] {
+        const int made = make_documents(tool, created);
+        if (made != exit_done) {
+            return made;
+        }
+        const int32_t result = write_settings(tool, settings, options.memory_only);
+        if (result < 0) {
+            return explain_failed_write(tool, settings, result);
+        }
+        tell_created(created);
+        (void)tool.print_for_programs({{"written", result}});
+        return static_cast<int>(exit_done);
+    });
 }
 
 int run_unset(context& tool, const std::string& path) {
@@ -146,8 +153,17 @@ int run_unset(context& tool, const std::string& path) {
     if (status != exit_done) {
         return status;
     }
-    const int32_t result = veltrancord_remove(&tool.client(), path.c_str());
-    return result < 0 ? tool.fail_change(path, result) : exit_done;
+    change_scope scope;
+    scope.places = {path};
+    status = recorded(tool, scope, [&] {
+        const int32_t result = veltrancord_remove(&tool.client(), path.c_str());
+        return result < 0 ? tool.fail_change(path, result) : static_cast<int>(exit_done);
+    });
+    if (status == exit_done && path.find('.') == std::string::npos) {
+        context::note(path + " stays as a document without settings; unset '" + path +
+                      ".*' removes its file, too");
+    }
+    return status;
 }
 
 }  // namespace

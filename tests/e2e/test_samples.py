@@ -50,7 +50,9 @@ LAN = r"(Network\.Lan\.[\w.]+{}.*\n){{15}}"  # each setting of Network.Lan in th
 # What the service prints that is started where there is neither a log nor a permission yet.
 FIRST_START = (r"event log max number = \d+ iAvailHddSize=0x[0-9a-f]+\n"
                r"open file is failed\nread xml error -4!!\n")
-
+HISTORY = (r"\d+  [-\d]+ [:\d]+  \S+  veltrancordctl set Network\.Lan\.Mtu 1400\n"
+           r"-Network\.Lan\.Mtu=1500\n\+Network\.Lan\.Mtu=1400\n")
+UNDONE = r"-Network\.Lan\.Mtu=1400\n\+Network\.Lan\.Mtu=1500\n"
 # What the scripts of a section print in all, as a text or a pattern; nothing where there is no row.
 PRINTED = {
     ("docs/board.md", "The first start"): re.compile(FIRST_START + r"gate\n"),
@@ -60,10 +62,12 @@ PRINTED = {
     ("docs/configuration.md", "Documents"): re.compile(
         FIRST_START + r"gate\nveltrancordctl: created System\.Label\n"),
     ("docs/operations.md", "Is all well?"): re.compile(r"alive, \d+ microseconds\n"),
+    ("docs/operations.md", "Who changed what"): re.compile(HISTORY + UNDONE),
     ("client/man/libveltrancord.3", "EXAMPLES"): re.compile(2 * LAN.format(" is ")),
     ("client/man/veltrancordctl.1", "EXAMPLES"): re.compile(
         rf"Yard recorder\n{LAN.format('=')}veltrancordctl: created Network\.Lan\.Label\n"
-        r"Network\n([│├└ ].*\n){62}[-\d]+ [:\d]+  Tamper  +1  Gate  0\n[-\d]+ [:\d]+: Gate\n"
+        rf"Network\n([│├└ ].*\n){{62}}{HISTORY}{UNDONE}"
+        r"[-\d]+ [:\d]+  Tamper  +1  Gate  0\n[-\d]+ [:\d]+: Gate\n"
         r'\{\n  "alive": true,\n(.*\n)+\}\n'),
 }
 

@@ -163,7 +163,7 @@ def test_attributes(tool):
     assert tool("attr", "set", "Account.User1.Level", "5").status == 0
     assert tool("attr", "get", "--json", "Account.User1.Level").stdout.split() == [
         "{", '"Account.User1.Level":', '"5"', "}"]
-    assert tool("attr", "set", "Account.Nobody.Level=1").status == 7
+    assert tool("attr", "set", "Account.Nobody.Level=1").status == 1
     assert tool("attr", "list", "Network.Lan.#").status == 4
 
 

@@ -48,7 +48,7 @@ def test_snapshot_and_diff(tool):
     assert tool("snapshot", "/tmp/after", "Network").status == 0
     assert b"Account" not in tool.device.read_file("/tmp/after")
     assert tool("diff", "/tmp/before", "/tmp/after", "--path", "Network.Lan").status == 10
-    assert tool("diff", "/nonexistent").status == 2
+    assert tool("diff", "/nonexistent").status == 7
 
 
 def test_a_path_to_one_setting_is_that_setting(tool):

@@ -23,7 +23,7 @@ def test_a_sound_directory_has_no_findings(tool):
     tool.device.copy_sample_database()
     assert kinds(tool, CONFIGURATION, status=0) == set()
     assert tool("fsck").stdout == ""
-    assert tool("fsck", "/nonexistent").status == 1
+    assert tool("fsck", "/nonexistent").status == 7
 
 
 FILES = {
