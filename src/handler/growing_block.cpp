@@ -11,29 +11,29 @@ namespace veltrancord {
 
 namespace {
 
-constexpr std::size_t large_page = std::size_t{2} << 20;
+constexpr std::size_t huge_page = std::size_t{2} << 20;
 
 // More address space is not taken on a mere guess.
 constexpr std::size_t most_foreseen = std::size_t{64} << 20;
 
-constexpr std::size_t whole_large_pages(std::size_t size) {
-    return (size + large_page - 1) / large_page * large_page;
+constexpr std::size_t whole_huge_pages(std::size_t size) {
+    return (size + huge_page - 1) / huge_page * huge_page;
 }
 
-// Return: memory for whole large pages, beginning with one, or null.
-char* map_large_pages(std::size_t length) noexcept {
-    void* const mapped = ::mmap(nullptr, length + large_page, PROT_READ | PROT_WRITE,
+// Return: memory for whole huge pages, beginning with one, or null.
+char* map_huge_pages(std::size_t length) noexcept {
+    void* const mapped = ::mmap(nullptr, length + huge_page, PROT_READ | PROT_WRITE,
                                 MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (mapped == MAP_FAILED) {
         return nullptr;
     }
     char* const begin = static_cast<char*>(mapped);
-    const std::size_t before = -reinterpret_cast<std::uintptr_t>(begin) % large_page;
+    const std::size_t before = -reinterpret_cast<std::uintptr_t>(begin) % huge_page;
     if (before > 0) {
         static_cast<void>(::munmap(begin, before));
     }
-    static_cast<void>(::munmap(begin + before + length, large_page - before));
-    // A kernel without large pages refuses, and small ones come one by one.
+    static_cast<void>(::munmap(begin + before + length, huge_page - before));
+    // A kernel without huge pages refuses, and small ones come one by one.
     static_cast<void>(::madvise(begin + before, length, MADV_HUGEPAGE));
     return begin + before;
 }
@@ -78,8 +78,8 @@ bool growing_block::grow_on_heap(std::size_t size) noexcept {
 }
 
 bool growing_block::move_to_mapping(std::size_t size) noexcept {
-    const std::size_t length = whole_large_pages(size);
-    char* const fresh = map_large_pages(length);
+    const std::size_t length = whole_huge_pages(size);
+    char* const fresh = map_huge_pages(length);
     if (fresh == nullptr) {
         return false;
     }
@@ -92,7 +92,7 @@ bool growing_block::move_to_mapping(std::size_t size) noexcept {
 
 // The kernel moves the pages without copying them.
 bool growing_block::grow_mapping(std::size_t size) noexcept {
-    const std::size_t length = whole_large_pages(size);
+    const std::size_t length = whole_huge_pages(size);
     void* const grown =
         ::mremap(memory_.get(), memory_.get_deleter().mapped, length, MREMAP_MAYMOVE);
     if (grown == MAP_FAILED) {

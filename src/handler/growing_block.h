@@ -2,7 +2,7 @@
 //
 // A small one lies on the heap, a larger one in a mapping of its own: fresh pages come from the
 // kernel one by one as they are written to, which takes as much time as half of the listing that
-// fills them. So a mapping asks for large pages, where the kernel has them, and begins with as much
+// fills them. So a mapping asks for huge pages, where the kernel has them, and begins with as much
 // address space as it may need, which costs nothing until it is written to. Freeing it gives all of
 // it back at once.
 //
@@ -18,7 +18,7 @@ namespace veltrancord {
 class growing_block {
   public:
     // A mebibyte, and what its owner may put in front of it. Whoever doubles a block has filled one
-    // this long when it gets a mapping, so that its first large page costs no more time than the
+    // this long when it gets a mapping, so that its first huge page costs no more time than the
     // small ones that it stands for.
     static constexpr std::size_t largest_on_heap = (std::size_t{1} << 20) + 4096;
 

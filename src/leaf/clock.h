@@ -1,4 +1,4 @@
-// The wall clock, and one that nobody sets.
+// The wall clock and the monotonic clock.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@ inline int64_t wall_clock_seconds() {
     return static_cast<int64_t>(std::time(nullptr));
 }
 
-// Milliseconds since some moment in the past, for what must not depend on how the clock is set.
+// Milliseconds of the monotonic clock: for intervals, which setting the wall clock must not change.
 inline int64_t monotonic_milliseconds() {
     timespec now = {};
     ::clock_gettime(CLOCK_MONOTONIC, &now);

@@ -7,8 +7,8 @@
 
 namespace veltrancord {
 
-// Move-only. An empty owner holds -1. The destructor closes without touching errno's meaning for
-// the caller: errno is what it was before.
+// Move-only. An empty owner holds -1. The destructor and reset() leave errno as it was, so that the
+// reason of a failure can still be told after them.
 class owned_fd {
   public:
     owned_fd() noexcept = default;

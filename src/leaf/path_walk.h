@@ -1,6 +1,6 @@
 // Following a path one step at a time, so that the caller says which steps may be taken.
 //
-// The kernel follows links by itself, and asks nobody whose they are.
+// The kernel follows links by itself, whoever owns them.
 #pragma once
 
 #include <sys/stat.h>

@@ -24,12 +24,12 @@ auto uninterrupted(Call call) {
     return outcome;
 }
 
-// Writes all of `content` at the descriptor's position.
+// Writes all of `content` at the file position.
 //
-// Return: false with errno set; what was written then is anybody's guess.
+// Return: false with errno set; how much was written then is not known.
 [[nodiscard]] bool write_whole(int fd, std::string_view content);
 
-// Reads up to `size` bytes from the descriptor's position, fewer only at the end of the file.
+// Reads up to `size` bytes from the file position, fewer only at the end of the file.
 //
 // Return: the number of bytes, or -1 with errno set.
 [[nodiscard]] ssize_t read_whole(int fd, char* bytes, std::size_t size);

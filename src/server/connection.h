@@ -28,7 +28,7 @@ enum class next_step {
 };
 
 // Frees a payload, which may hold a secret: what was received of it is wiped, and no more, since
-// one that is announced and not sent has not even got its memory.
+// wiping what was announced and never sent would make its pages resident.
 struct free_payload {
     std::size_t used = 0;  // bytes received
 

@@ -33,12 +33,12 @@ struct loop_event {
     event_callback callback = nullptr;
     void* argument = nullptr;
 
-    loop_moment expiry;    // timers; due when either clock is there
+    loop_moment expiry;    // timers; due when either clock has reached it
     int32_t interval = 0;  // timers; milliseconds
 
     int fd = -1;  // watched descriptors; not owned
     watch_direction direction = watch_direction::read;
-    std::size_t slot = 0;  // where this pass asks about it
+    std::size_t slot = 0;  // index in the loop's places_ during a pass
 };
 
 class event_loop {
@@ -93,8 +93,8 @@ class event_loop {
     event_list timers_;
     event_list descriptors_;
     wait_alarm alarm_;
-    std::vector<pollfd> places_;  // for poll; as many as there are descriptors, or more
-    std::size_t watched_ = 0;     // of the places, those that this pass asks about
+    std::vector<pollfd> places_;  // what poll is given; at least one for each watched descriptor
+    std::size_t watched_ = 0;     // how many of them poll is given in this pass
     std::size_t descriptor_count_ = 0;
     bool any_deleted_ = false;
     bool stopped_ = false;

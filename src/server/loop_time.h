@@ -17,7 +17,7 @@ struct loop_time {
     }
 };
 
-// A moment by both clocks: the wall clock, which can be set, and the one that runs evenly.
+// A moment by both clocks: the wall clock, which can be set, and the monotonic clock.
 struct loop_moment {
     loop_time wall;
     loop_time steady;

@@ -10,8 +10,8 @@ namespace veltrancord {
 
 // A request while it is received and served: where its bytes go, and in the end its payload.
 struct received_request {
-    // One call takes in a whole request of the usual size. What is read here beyond the frame is
-    // thus already out of the socket, which matters when it is closed.
+    // One call takes in a whole request of the usual size. Bytes beyond the frame are read, too: a
+    // local socket that is closed over unread bytes resets its peer.
     static constexpr std::size_t capacity = 4096;
 
     // The bytes are deliberately not cleared.

@@ -52,12 +52,12 @@ struct request_server {
 // Return: false when memory to wait could not be had, which ends the client.
 [[nodiscard]] bool serve(connection& client);
 
-// Nobody can come any more: serves those whose requests have come, ends the others at once, and
-// stops the loop when the last reply is sent, or after the time that a silent client has.
+// After the listening socket has gone: serves those whose requests have come, ends the others at
+// once, and stops the loop when the last reply is sent, or after the time that a silent client has.
 void finish_clients(request_server& server);
 
 // Ends the client: takes its events out of the loop, closes its socket and frees everything. The
-// pointer is dead afterwards. A null pointer prints "release_item NULL Pointer".
+// pointer must not be used afterwards. A null pointer prints "release_item NULL Pointer".
 void release_item(connection* client);
 
 }  // namespace veltrancord

@@ -2,9 +2,9 @@
 //
 // poll takes a time-out, but the kernel then starts and cancels a timer in every single wait; a
 // timer that is one of the descriptors is queued at and taken off again each time; and a wait with
-// a signal mask of its own changes the mask twice. Each of these costs a thirtieth to a twentieth
-// of a short request, though hardly any wait lasts so long. This alarm stays set from one wait to
-// the next, where a later expiry finds it set already, and costs the waits nothing.
+// a signal mask of its own changes the mask twice. Each of these costs 3 to 5 % of
+// a short request, though hardly any wait lasts until the time-out. This alarm stays set from one
+// wait to the next, and is set anew only for an earlier expiry or after it has rung.
 //
 // It is a signal to the thread that waits. Calls other than waits are not disturbed by it: they are
 // restarted. One that comes just before a wait begins would be missed, so it is repeated until a

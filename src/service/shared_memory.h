@@ -23,8 +23,8 @@ inline shared_segment g_replySegment;
 // A read offset into the request area of the first segment; the worker's main loop sets it back.
 inline std::size_t g_shmBodyOffset = 0;
 
-// Obtains and attaches what is not there yet; for a request that passes its reply that way. A
-// segment that is there but cannot be attached stays detached.
+// Obtains and attaches what is not there yet; for a request whose reply is passed in the segments.
+// A segment that is there but cannot be attached stays detached.
 //
 // Return: 0, or -1 after "allocate fail" with the key and the reason when one cannot be obtained.
 int32_t shm_attach();

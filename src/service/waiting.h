@@ -12,7 +12,7 @@ namespace veltrancord {
 // seconds arm no alarm. Main thread; the disposition of SIGALRM stays changed.
 void do_sleep(unsigned seconds);
 
-// Milliseconds since some moment in the past, in steps of the system's clock tick. Any thread.
+// Milliseconds since an arbitrary moment, in steps of the system's clock tick. Any thread.
 [[nodiscard]] int64_t millisecond_ticks();
 
 }  // namespace veltrancord
