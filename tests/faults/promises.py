@@ -30,28 +30,30 @@ SENTENCES = [
     ("When you hold the reply to a write, the file is already saved; where it cannot be, as on a full "
      "disk, a line says so, and what was written stays in memory and is tried again.",
      ("faults/test_saving.py", "e2e/test_faults_save.py"), ("S1", "S4"), ("files put in place",)),
-    ("At every instant each file is wholly the old or wholly the new one, whatever is cut, but for one "
-     "that can only be written in place: a mount point, or one whose directory may not be written to.",
+    ("At every instant, a power cut included, each file is wholly the old or wholly the new one, but "
+     "for one that can only be written in place: a mount point, or one whose directory may not be "
+     "written to.",
      ("e2e/test_faults_save.py", "faults/test_failing_calls.py"), ("S1", "S2", "S3", "W1"),
      ("faults injected",)),
     ("A bad file never stops the service: a damaged one is served as far as it can be read, after a "
      "line, and its original kept before it is first replaced; one that cannot be read is skipped.",
      ("e2e/test_loading.py", "faults/test_sizes.py"), ("S6", "M4"), ("siblings",)),
-    ("No request, however malformed, ends it; one that is announced and withheld holds all others up.",
+    ("No request, however malformed, ends it; but a client that announces a request and then withholds "
+     "it keeps all others waiting.",
      ("faults/test_clients.py", "faults/test_allocations.py"), ("C1", "F1", "M1", "M2"),
      ("requests", "cut off", "hostile connections", "allocations failed", "parses refused")),
     ("It holds no more than 1,024 descriptors and, but for requests over 1 MiB and what it is told "
      "to keep, 64 MiB.",
      ("faults/test_holdings.py",), ("B1",), ("descriptors", "MiB")),
-    ("It leaves no descriptor, process or memory behind, and spins for no crowd; while fewer than eight "
-     "descriptors are free, newcomers are turned away.",
+    ("It leaves no descriptor, process or memory behind, and a crowd of idle clients costs no "
+     "processor time; while fewer than eight descriptors are free, new clients are turned away.",
      ("faults/test_clients.py", "faults/test_processes.py", "e2e/test_leaks.py"),
      ("M1", "F1", "F2", "F3", "P4", "X1"), ("blocks lost", "calls in a second")),
     ("A clock that is set stops nothing and lengthens no wait for a client; sessions, captchas and the "
      "times of log entries go by it all the same.",
      ("faults/test_clock.py", "e2e/test_connections.py"), ("C2",), ()),
-    ("A script or link that a stranger has placed in /tmp is neither run nor followed, which costs a line "
-     "and what the script was for.",
+    ("A script or link that a stranger has placed in /tmp is neither run nor followed; a line says so, "
+     "and what the script was for is not done.",
      ("e2e/test_trusted_programs.py",), ("T1",), ()),
 ]
 MAXIMA = {"siblings", "calls in a second", "descriptors", "MiB"}  # the largest one tells, no sum
