@@ -96,12 +96,13 @@ bool record(history_entry entry, context& tool) {
 }
 
 int recorded(context& tool, const change_scope& scope, const std::function<int()>& change) {
-    if (scope.settings.empty() && scope.attributes.empty() && scope.places.empty()) {
+    const bool nothing = scope.settings.empty() && scope.attributes.empty() && scope.places.empty();
+    if (nothing || !tool.root.empty()) {
         return change();
     }
     const owned_fd lock = lock_changes(change_lock_mode::shared);
     place_state before;
-    const bool known = tool.root.empty() && read_scope(tool, scope, before) >= 0;
+    const bool known = read_scope(tool, scope, before) >= 0;
     std::map<std::string, std::string> made;
     for (const std::string& path : scope.settings) {
         if (known && before.settings.count(path) == 0) {

@@ -33,6 +33,9 @@ class context {
     // With --root: the directory of documents to work on, in place of the service.
     std::string root;
 
+    // The key of stored secrets, empty: the one that the tool was built with.
+    std::string key;
+
     // The command line as it was typed, for the history; it holds no secret.
     std::string command_line;
 

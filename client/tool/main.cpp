@@ -14,7 +14,9 @@
 #include "command_help.h"
 #include "commands.h"
 #include "completion.h"
+#include "encoding/secret.h"
 #include "exit_status.h"
+#include "offline.h"
 
 namespace veltrancord::tool {
 namespace {
@@ -50,6 +52,13 @@ void add_general_options(CLI::App& app, context& tool) {
     app.add_flag_callback(
         "-q,--quiet", [] { context::quiet = true; }, "say nothing but failures on standard error");
     app.add_flag("-v,--verbose", tool.verbose, "say more of what is done on standard error");
+    app.add_option("--root", tool.root,
+                   "work on the documents of this directory, without a service");
+    const char* key = std::getenv("VELTRANCORD_KEY");
+    tool.key = key != nullptr ? key : "";
+    app.add_option("--key", tool.key,
+                   "the product's key for stored secrets, with --root and for exchange files, 7 "
+                   "characters (also VELTRANCORD_KEY in the environment)");
     app.set_version_flag("--version", "veltrancordctl " VELTRANCORD_VERSION);
 }
 
@@ -178,6 +187,23 @@ int explain_usage(context& tool, const CLI::App& app, const CLI::ParseError& fai
         reason + "; see veltrancordctl " + name + (name.empty() ? "" : " ") + "--help");
 }
 
+// Runs the command, on the documents of a directory with --root.
+int run_chosen(context& tool, const std::string& name) {
+    if (!tool.key.empty() && !use_value_key(tool.key)) {
+        return tool.fail_with(exit_usage, "--key", "has 7 printable characters");
+    }
+    if (tool.root.empty()) {
+        return tool.run();
+    }
+    const command_help* const help = find_command_help(name);
+    if (help == nullptr || !help->offline) {
+        return tool.fail_with(exit_usage, name, "asks the service; --root does not go with it");
+    }
+    offline_service service;
+    const int started = service.start(tool);
+    return started == exit_done ? service.finish(tool, tool.run()) : started;
+}
+
 int run_tool(int argument_count, char** arguments) {
     context tool;
     CLI::App app("Ask and change the configuration service Veltrancord.", "veltrancordctl");
@@ -211,7 +237,7 @@ int run_tool(int argument_count, char** arguments) {
         tool.form = wants_json ? output_form::json : tool.form;
         return explain_usage(tool, app, failure);
     }
-    return tool.finish(tool.run());
+    return tool.finish(run_chosen(tool, name_of(chosen_command(app))));
 }
 
 }  // namespace

@@ -111,6 +111,9 @@ bool wants_input_twice(const set_options& options) {
 }
 
 int run_set(context& tool, const set_options& options) {
+    if (options.memory_only && !tool.root.empty()) {
+        return tool.fail_with(exit_usage, "--memory", "there is no service to keep it with --root");
+    }
     if (wants_input_twice(options)) {
         return tool.fail_with(exit_usage, "set", "standard input can be one value only");
     }

@@ -13,13 +13,13 @@ namespace veltrancord {
 namespace {
 
 // Values already stored can be read back with this key only: one for a product, for ever.
-constexpr char value_key[] = VELTRANCORD_VALUE_KEY;
+char value_key[] = VELTRANCORD_VALUE_KEY;
 constexpr std::size_t value_key_size = sizeof(value_key) - 1;
 static_assert(value_key_size == 7, "VELTRANCORD_VALUE_KEY must have exactly 7 bytes");
 
 constexpr std::string_view secret_prefix = "enc:";
 
-constexpr char change_by_key(char c, std::size_t position) {
+char change_by_key(char c, std::size_t position) {
     return static_cast<char>(static_cast<unsigned char>(c) ^
                              static_cast<unsigned char>(value_key[position % value_key_size]));
 }
@@ -32,6 +32,16 @@ void copy_plain(std::string_view text, std::span<char> out) {
 }
 
 }  // namespace
+
+bool use_value_key(std::string_view key) {
+    const bool printable =
+        std::all_of(key.begin(), key.end(), [](char c) { return c >= '!' && c <= '~'; });
+    if (key.size() != value_key_size || !printable) {
+        return false;
+    }
+    key.copy(value_key, value_key_size);
+    return true;
+}
 
 int32_t enc_value_encode(std::string_view plain, std::span<char> out) {
     std::array<unsigned char, 255> changed;

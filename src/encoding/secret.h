@@ -13,6 +13,12 @@ namespace veltrancord {
 // Room for the plain or the stored form of every secret that the store keeps, NUL included.
 inline constexpr std::size_t secret_text_size = 256;
 
+// Changes the key for the rest of the process: for tools that work on the files of a product with
+// another key than their own. Before anything else is called.
+//
+// Return: false, and nothing is changed, for a key that has not 7 characters of printable ASCII.
+[[nodiscard]] bool use_value_key(std::string_view key);
+
 // Writes the "enc:" form of `plain` and a NUL into `out`. The length is kept in one byte: a plain
 // text of 256 bytes or more is cut to its length modulo 256. `plain` is left as it was.
 //

@@ -166,5 +166,13 @@ TEST(Secret, DecodingGivesBackWhatWasEncoded) {
     }
 }
 
+TEST(Secret, AKeyHasSevenPrintableCharacters) {
+    const std::string before = Encode("crane");
+    for (const char* const key : {"", "short7", "longer78", "with sp", "\t234567"}) {
+        EXPECT_FALSE(use_value_key(key)) << key;
+    }
+    EXPECT_EQ(Encode("crane"), before);
+}
+
 }  // namespace
 }  // namespace veltrancord

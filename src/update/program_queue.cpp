@@ -33,6 +33,7 @@ struct program_queue {
 };
 
 program_queue g_programQueue;
+bool g_programsLeftOut = false;
 
 void start_entry(queued_program& entry) {
     if (!is_trusted_program(entry.program)) {
@@ -61,7 +62,7 @@ void start_entry(queued_program& entry) {
 
 void queue_program(const TiXmlElement& element, std::string_view argument) {
     const char* const program = element.Attribute("DispatchW");
-    if (program == nullptr) {
+    if (program == nullptr || g_programsLeftOut) {
         return;
     }
     queued_program entry;
@@ -78,6 +79,10 @@ void queue_program(const TiXmlElement& element, std::string_view argument) {
     }
     print_error("[%s]...\n", "XmlCheckDispatch");
     g_programQueue.entries.push_back(entry);
+}
+
+void leave_programs_out() {
+    g_programsLeftOut = true;
 }
 
 void run_program_queue() {

@@ -20,6 +20,9 @@ namespace veltrancord {
 // command reads from its standard input. The first queued program copies it into a file.
 void queue_program(const TiXmlElement& element, std::string_view argument);
 
+// Keeps programs from being queued for the rest of the process: for documents of another device.
+void leave_programs_out();
+
 // Starts the queued programs in order, without waiting for them, each with the last part of its
 // path as its only argument, "PATH=/bin" as its environment and the argument text as its standard
 // input (an empty one when the text could not be kept). A failing fork prints "fork" with the

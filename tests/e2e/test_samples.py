@@ -62,6 +62,11 @@ PRINTED = {
     ("docs/configuration.md", "Documents"): re.compile(
         FIRST_START + r"gate\nveltrancordctl: created System\.Label\n"),
     ("docs/operations.md", "Is all well?"): re.compile(r"alive, \d+ microseconds\n"),
+    ("docs/operations.md", "The image of a device"): (
+        "".join(f"veltrancordctl: created {one}\n" for one in (
+            "the document Network", "the document System", "System.Name", "Network.Lan.Mtu",
+            "the document Account", "Account.User1.Password"))
+        + "Network\n└── Lan\n    └── Mtu = 1500\n"),
     ("docs/operations.md", "Who changed what"): re.compile(HISTORY + UNDONE),
     ("client/man/libveltrancord.3", "EXAMPLES"): re.compile(2 * LAN.format(" is ")),
     ("client/man/veltrancordctl.1", "EXAMPLES"): re.compile(
