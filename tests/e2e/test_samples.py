@@ -389,6 +389,7 @@ def test_the_trial_that_is_confirmed_elsewhere(furnished):
         waiting.join()
     assert (confirmed.status, confirmed.stdout) == (0, "veltrancordctl: confirmed\n")
     assert ended[0].status == 0, ended
+    assert "Network.Lan.Mtu" in ended[0].stdout  # the difference, which is shown first
     assert furnished.request("readvalue:Network.Lan.Mtu").text == "1400"
 
 
