@@ -1,8 +1,17 @@
 #!/usr/bin/env bash
-# Installs what a build for 32-bit ARM needs beside tools/packages, and says nothing when it is there.
+# Installs what a build for another processor needs beside tools/packages, and says nothing when it is
+# there: tools/arm_packages.sh [armhf|arm64]
 set -euo pipefail
 
-wanted=(g++-arm-linux-gnueabihf qemu-user libtinyxml-dev:armhf)
+architecture=${1:-armhf}
+case $architecture in
+    armhf) wanted=(g++-arm-linux-gnueabihf qemu-user libtinyxml-dev:armhf) ;;
+    arm64) wanted=(g++-aarch64-linux-gnu qemu-user libtinyxml-dev:arm64) ;;
+    *)
+        echo "arm_packages: there is no list for $architecture" >&2
+        exit 2
+        ;;
+esac
 missing=()
 for package in "${wanted[@]}"; do
     dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null | grep -q '^installed' ||
@@ -12,7 +21,7 @@ done
 
 as_root=()
 ((EUID == 0)) || as_root=(sudo)
-"${as_root[@]}" dpkg --add-architecture armhf
+"${as_root[@]}" dpkg --add-architecture "$architecture"
 # A mirror in the middle of its update fails for one index; what is needed may be in the others.
 "${as_root[@]}" apt-get -q update || true
 "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \

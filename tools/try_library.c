@@ -5,5 +5,5 @@
 int main(void) {
     struct veltrancord_client client = VELTRANCORD_CLIENT_INIT;
     char value[32];
-    return veltrancord_get(&client, "System.Name", value, sizeof value) == 7 ? puts(value) < 0 : 1;
+    return veltrancord_get(&client, "System.Name", value, sizeof value) > 0 ? puts(value) < 0 : 1;
 }

@@ -1,101 +1,83 @@
 #!/usr/bin/env bash
-# Installs the packages of a folder over a scratch copy of this machine's root, starts what was
-# installed, asks it, removes all again and looks for what was left: tools/try_packages.sh FOLDER
+# Installs the packages of a folder over a scratch copy of this machine's root and takes them through
+# their life: tools/try_packages.sh FOLDER [ARCHITECTURE]
+#
+# Those for another processor run under the emulator, which the kernel starts for their programs in
+# these namespaces alone.
 set -euo pipefail
 
-if [[ ${IN_SCRATCH:-} == '' ]]; then
-    namespaces=(--mount --pid --ipc --net --fork --kill-child)
-    ((EUID == 0)) || namespaces+=(--user --map-root-user)
-    IN_SCRATCH=mount exec unshare "${namespaces[@]}" bash "${BASH_SOURCE[0]}" "$(readlink -f "$1")"
-fi
+native=$(dpkg --print-architecture)
+folder=$(readlink -f "$1")
+architecture=${2:-$native}
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+itself=(bash "$here/try_packages.sh" "$folder" "$architecture")
+base=/run/scratch
 
-if [[ $IN_SCRATCH == mount ]]; then
-    # Everything written goes into a file system in memory that ends with these namespaces.
-    base=/run/scratch
-    mount -t tmpfs tmpfs /run
-    mkdir -p $base/{upper,work,root}
-    mount -t overlay overlay -o "lowerdir=/,upperdir=$base/upper,workdir=$base/work" $base/root
-    mount -t proc proc $base/root/proc
-    mount --rbind /dev $base/root/dev
-    mount -t tmpfs tmpfs $base/root/tmp
-    mount -t tmpfs tmpfs $base/root/run
-    mkdir -p $base/root/tmp/packages
-    cp "$1"/*.deb "${BASH_SOURCE[0]}" "${BASH_SOURCE[0]%/*}/try_library.c" $base/root/tmp/packages/
-    IN_SCRATCH=inside exec chroot $base/root /bin/bash "/tmp/packages/${BASH_SOURCE[0]##*/}" .
-fi
-
-export DEBIAN_FRONTEND=noninteractive PATH=/usr/sbin:/usr/bin:/sbin:/bin
-cd /tmp/packages
-names=(veltrancord libveltrancord1 libveltrancord-dev veltrancord-tools python3-veltrancord)
-listing() {
-    find /etc /usr /mnt /opt /srv /var/lib -xdev -path /var/lib/dpkg -prune -o -print 2>/dev/null |
-        sort
-}
 fail() {
     echo "try_packages: $*" >&2
     exit 1
 }
 
-# A container's rule against starting and stopping services would be in the way, as would settings
-# of a service on this machine.
-rm -f /usr/sbin/policy-rc.d
-[[ ! -e /mnt/database ]] || fail "there is a /mnt/database already"
-ldconfig
-listing >/tmp/before
-dpkg -i ./*.deb >/tmp/install.log 2>&1 || { cat /tmp/install.log >&2; fail "dpkg -i"; }
+# Everything written goes into a file system in memory that ends with its namespace.
+make_root() {
+    mount -t tmpfs tmpfs /run
+    mkdir -p $base/{upper,work,root,emulators}
+    mount -t overlay overlay -o "lowerdir=/,upperdir=$base/upper,workdir=$base/work" $base/root
+    mount --rbind /dev $base/root/dev
+    mount -t tmpfs tmpfs $base/root/tmp
+    mount -t tmpfs tmpfs $base/root/run
+    mkdir $base/root/tmp/packages
+    cp "$folder"/*.deb "$folder"/*.whl "$here"/package_trial.sh "$here"/try_library.c $base/root/tmp/packages/
+}
 
-# It comes back at boot, whichever init the device has.
-[[ -L /etc/systemd/system/multi-user.target.wants/veltrancord.service ]] || fail "the unit is not enabled"
-[[ -e /etc/rc2.d/S01veltrancord ]] || fail "the init script is not enabled"
+# Goes on in a user namespace with all users in it, which has a table of emulators of its own.
+enter_with_users() {
+    local child opened
+    mkfifo $base/mapped
+    IN_SCRATCH=inside unshare --user "$@" "${itself[@]}" <$base/mapped &
+    child=$!
+    exec {opened}>$base/mapped
+    while [[ $(readlink "/proc/$child/ns/user") == "$(readlink /proc/$$/ns/user)" ]]; do
+        sleep 0.1
+    done
+    echo '0 0 4294967295' >"/proc/$child/uid_map"
+    echo '0 0 4294967295' >"/proc/$child/gid_map"
+    echo mapped >&"$opened"
+    wait "$child"
+}
 
-printf '<System>\n<Name>scratch</Name>\n</System>\n' >/mnt/database/xml/System
-/etc/init.d/veltrancord start >/tmp/start.log 2>&1 || { cat /tmp/start.log >&2; fail "start"; }
-/etc/init.d/veltrancord status || fail "it does not run"
-[[ $(veltrancordctl get System.Name) == scratch ]] || fail "the tool gets no answer"
-mode=$(stat -c '%a %G' /tmp/Veltrancord.unix)
-[[ $mode == "770 veltrancord" ]] || fail "the socket has $mode"
-[[ $(/usr/bin/python3 -c 'import veltrancord; print(veltrancord.Client().get("System.Name"))') == \
-    scratch ]] || fail "the Python module gets no answer"
-# shellcheck disable=SC2046
-cc try_library.c -o /tmp/try $(pkg-config --cflags --libs veltrancord)
-/tmp/try >/dev/null || fail "pkg-config"
-mkdir -p /tmp/try-cmake && mv try_library.c /tmp/try-cmake/
-cat >/tmp/try-cmake/CMakeLists.txt <<'SOURCE'
-cmake_minimum_required(VERSION 3.23)
-project(try C)
-find_package(Veltrancord 1 REQUIRED)
-add_executable(try try_library.c)
-target_link_libraries(try Veltrancord::veltrancord)
-SOURCE
-cmake -S /tmp/try-cmake -B /tmp/try-cmake/build >/dev/null
-cmake --build /tmp/try-cmake/build >/dev/null
-/tmp/try-cmake/build/try >/dev/null || fail "CMake package"
-systemd-analyze verify --man=no /usr/lib/systemd/system/veltrancord.service ||
-    fail "the unit is not sound"
-for page in 1/veltrancordctl.1 3/libveltrancord.3 5/veltrancord.5 7/veltrancord.7 8/Veltrancord.8; do
-    [[ -f /usr/share/man/man$page.gz ]] || fail "no manual page $page"
-done
-# The table for BusyBox names the script that is there, and shells know the tool's words.
-table=/usr/share/doc/veltrancord/examples/inittab
-while read -r script _; do
-    [[ -x $script ]] || fail "$table names $script"
-done < <(grep -v '^#' "$table" | cut -d: -f4)
-bash -n /usr/share/bash-completion/completions/veltrancordctl || fail "completion of bash"
-if command -v zsh >/dev/null; then
-    zsh -n /usr/share/zsh/vendor-completions/_veltrancordctl || fail "completion of zsh"
-fi
-if command -v fish >/dev/null; then
-    fish -n /usr/share/fish/vendor_completions.d/veltrancordctl.fish || fail "completion of fish"
-fi
-/etc/init.d/veltrancord restart >/tmp/start.log 2>&1 || fail "restart"
-veltrancordctl ping >/dev/null || fail "no answer after a restart"
+# Has the kernel start programs for another processor by the emulator: those whose first bytes, as far
+# as the mask has them count, are of an ELF file of that class and machine. The kernel undoes the "\x".
+emulate() {
+    local emulator=$1 class=$2 machine=$3
+    local begin="\\x7fELF\\x$class\\x01\\x01" zeros='\x00\x00\x00\x00\x00\x00\x00\x00\x00'
+    local all='\xff\xff\xff\xff\xff\xff\xff' any_type='\xfe\xff\xff\xff'
+    local rule=":$emulator:M::$begin$zeros\\x02\\x00\\x$machine\\x00:$all\\x00$all\\xff$any_type:/usr/bin/$emulator:F"
+    if ! mount -t binfmt_misc binfmt_misc $base/emulators || ! echo -n "$rule" >$base/emulators/register; then
+        fail "programs for $architecture cannot be emulated here; that takes Linux 6.7 or newer"
+    fi
+}
 
-rm -f /mnt/database/xml/System /mnt/database/eventlog/log
-dpkg --purge "${names[@]}" >/tmp/remove.log 2>&1 || { cat /tmp/remove.log >&2; fail "dpkg --purge"; }
-if pgrep -x Veltrancord >/dev/null; then
-    fail "it still runs"
-fi
-ldconfig
-listing >/tmp/after
-diff /tmp/before /tmp/after >/tmp/left || { cat /tmp/left >&2; fail "something is left"; }
-echo "installed, answered, removed, nothing left"
+case ${IN_SCRATCH:-outside} in
+    outside)
+        ((EUID == 0)) || exec sudo "${itself[@]}"
+        IN_SCRATCH=mount exec unshare --mount "${itself[@]}"
+        ;;
+    mount)
+        make_root
+        namespaces=(--mount --pid --ipc --net --fork --kill-child)
+        if [[ $architecture == "$native" ]]; then
+            IN_SCRATCH=inside exec unshare "${namespaces[@]}" "${itself[@]}"
+        fi
+        enter_with_users "${namespaces[@]}"
+        ;;
+    inside)
+        [[ $architecture == "$native" ]] || read -r _ # until the users are there
+        mount -t proc proc $base/root/proc
+        case $architecture in
+            armhf) emulate qemu-arm 01 28 ;;
+            arm64) emulate qemu-aarch64 02 b7 ;;
+        esac
+        exec chroot $base/root /bin/bash /tmp/packages/package_trial.sh "$architecture" </dev/null
+        ;;
+esac

@@ -311,6 +311,16 @@ def test_the_file_of_the_event_log(device):
     assert CAPACITY.text + "\n" in device.stderr()
 
 
+(LOG_IN_MEMORY,) = take("docs/eventlog.md", "fstab")
+
+
+def test_the_file_system_of_a_log_in_memory(device):
+    assert LOG_IN_MEMORY.text in (REPOSITORY / "packaging/systemd/mnt-database-eventlog.mount").read_text()
+    device.mount_tmpfs("/mnt/database/eventlog", size=re.search(r"size=(\w+)", LOG_IN_MEMORY.text)[1])
+    device.start()
+    assert device.request("maxlogcount:").code == 1000
+
+
 (SMALL_DOCUMENT,) = take("docs/configuration.md", "xml")
 
 

@@ -142,7 +142,8 @@ def test_it_makes_no_call_that_the_unit_denies(device):
 
 def test_unit_and_script_set_the_same_limit_of_address_space_below_that_of_memory():
     assert mebibytes("LimitAS") < mebibytes("MemoryMax")
-    assert int(re.search(r"ulimit -v (\d+)", SCRIPT)[1]) == mebibytes("LimitAS") * 1024
+    assert int(re.search(r"VELTRANCORD_ADDRESS_SPACE=(\d+)", SCRIPT)[1]) == mebibytes("LimitAS") * 1024
+    assert 'ulimit -v "$VELTRANCORD_ADDRESS_SPACE"\n' in SCRIPT
     for name in ("docs/board.md", "docs/reliability.md", "docs/operations.md"):
         text = (REPOSITORY / name).read_text(encoding="utf-8")
         assert f"{mebibytes('LimitAS')} MiB of address space" in re.sub(r"\s+", " ", text)
