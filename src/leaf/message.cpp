@@ -3,10 +3,9 @@
 // the descriptor leads to:
 //
 // - A socket (the journal of an init system) takes a flag with each send.
-// - A pipe, a FIFO and a terminal are opened once more at the start, non-blocking. O_NONBLOCK on
-// the
-//   inherited descriptor would be wrong: it belongs to what all who inherited it share, the
-//   launcher and every program that the service starts, and their own prints would fail.
+// - A pipe, a FIFO and a terminal are opened once more at the start, non-blocking. Setting
+//   O_NONBLOCK on the inherited descriptor would be wrong: that belongs to all who inherited it,
+//   the launcher and every program that the service starts, and their own prints would fail.
 // - Where that is not possible (no /proc, a pipe of another user, the child of a vfork, which has
 //   closed it), a look whether there is room comes before each write. A writable pipe takes
 //   PIPE_BUF bytes, so no more are written then. This leaves two gaps that the second opening does
