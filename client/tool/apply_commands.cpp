@@ -21,6 +21,7 @@
 #include "exit_status.h"
 #include "process_facts.h"
 #include "question.h"
+#include "saved_settings.h"
 #include "service.h"
 #include "state_folder.h"
 
@@ -184,6 +185,15 @@ int write_changes(context& tool, const std::vector<setting_change>& changes) {
     return result < 0 ? explain_failed_write(tool, lines, result) : exit_done;
 }
 
+// After the changes are to stay. Return: exit_done, or exit_not_saved after a message.
+int check_changes_saved(context& tool, const std::vector<setting_change>& changes) {
+    setting_list lines;
+    for (const setting_change& change : changes) {
+        lines.push_back({change.path, *change.after});
+    }
+    return check_saved(tool, lines);
+}
+
 int apply_with_confirmation(context& tool, const std::string& folder,
                             const std::vector<setting_change>& changes, int seconds) {
     for (const setting_change& change : changes) {
@@ -274,6 +284,7 @@ int run_apply(context& tool, const apply_options& options) {
                  : write_changes(tool, changes);
     if (status == exit_done) {
         tell_created(created);
+        status = check_changes_saved(tool, changes);
     }
     return status;
 }

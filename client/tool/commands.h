@@ -22,5 +22,6 @@ void add_history_commands(subcommand app, context& tool);     // history, undo
 void add_watch_command(subcommand app, context& tool);        // watch
 void add_check_command(subcommand app, context& tool);        // fsck
 void add_doctor_command(subcommand app, context& tool);       // doctor
+void add_stats_command(subcommand app, context& tool);        // stats
 
 }  // namespace veltrancord::tool

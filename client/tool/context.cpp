@@ -1,5 +1,7 @@
 #include "context.h"
 
+#include <grp.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -101,11 +103,32 @@ std::string context::coloured(const char* sequence, std::string_view text) const
     return colours() ? mark + sequence + "m" + result + mark + "0m" : result;
 }
 
+namespace {
+
+// What to do for somebody who is kept from connecting.
+std::string who_may_connect(const std::string& path) {
+    struct stat status {};
+    std::string name = "veltrancord";
+    if (stat(path.c_str(), &status) == 0) {
+        const group* const found = getgrgid(status.st_gid);
+        if (status.st_gid == 0 || (status.st_mode & S_IWGRP) == 0) {
+            return "; only root may connect, as the mode of the socket says";
+        }
+        name = found != nullptr ? found->gr_name : std::to_string(status.st_gid);
+    }
+    return "; root may connect, and members of the group " + name + ": adduser USER " + name +
+           ", from the next login on";
+}
+
+}  // namespace
+
 std::string context::reason_of(int32_t result) {
     char reason[256];
     if (client_.error.code == result && result == VELTRANCORD_UNREACHABLE) {
+        const int cause = client_.error.system_error;
         std::snprintf(reason, sizeof reason, "%s: %s: %s", veltrancord_result_text(result),
-                      socket_path.c_str(), std::strerror(client_.error.system_error));
+                      socket_path.c_str(), std::strerror(cause));
+        return reason + (cause == EACCES ? who_may_connect(socket_path) : std::string());
     } else if (client_.error.code == result) {
         client_.error.subject[0] = '\0';  // the line names it already
         veltrancord_error_text(&client_, reason, sizeof reason);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "context.h"
+#include "service_numbers.h"
 
 namespace veltrancord::tool {
 
@@ -16,30 +17,30 @@ struct diagnosis {
     std::string text;
 };
 
-struct doctor_options {
-    std::string directory = "/mnt/database/xml";
-    std::string log_file = "/mnt/database/eventlog/log";
-};
-
 using diagnosis_list = std::vector<diagnosis>;
 
-// Whether it answers, how fast, and who holds the socket.
-bool diagnose_service(context& tool, diagnosis_list& list);
+// The socket, whether it answers, its processes, and who is connected.
+void diagnose_service(const context& tool, const examination& found, diagnosis_list& list);
 
 // Semaphores.
 void diagnose_semaphores(diagnosis_list& list);
 
-// Ages of the files, leftovers, room on the disk.
-void diagnose_files(const doctor_options& options, diagnosis_list& list);
+// Who may get at the files, their ages, leftovers, room on the disk.
+void diagnose_files(const examined_places& places, diagnosis_list& list);
+
+// What the check of files finds.
+void diagnose_fsck(const examined_places& places, diagnosis_list& list);
 
 // Scripts of the device that the service starts.
 void diagnose_scripts(const context& tool, diagnosis_list& list);
 
 // Settings of the running service that are not in its files yet.
-void diagnose_saves(context& tool, const doctor_options& options, diagnosis_list& list);
+void diagnose_saves(const examination& found, diagnosis_list& list);
+
+// Whether the running service stores secrets as this tool does.
+void diagnose_key(context& tool, diagnosis_list& list);
 
 // The bounds that hold on this device.
-void diagnose_limits(context& tool, const doctor_options& options, bool alive,
-                     diagnosis_list& list);
+void diagnose_limits(context& tool, const examination& found, diagnosis_list& list);
 
 }  // namespace veltrancord::tool

@@ -7,6 +7,7 @@
 
 #include "exchange_file.h"
 #include "exit_status.h"
+#include "key_check.h"
 #include "leaf/owned_fd.h"
 #include "pager.h"
 #include "question.h"
@@ -22,6 +23,11 @@ int read_settings_file(context& tool, const std::string& file, setting_map& sett
     setting_list lines;
     const std::size_t first = text.find_first_not_of(" \t\r\n\xEF\xBB\xBF");
     if (first != std::string::npos && text[first] == '<') {
+        const std::size_t longest = longest_stored_secret(text);
+        const int status = longest > 0 ? check_key(tool, file, longest) : exit_done;
+        if (status != exit_done) {
+            return status;
+        }
         if (!parse_exchange_text(text, lines)) {
             return tool.fail_with(exit_refused, file, "does not parse as XML");
         }

@@ -1,6 +1,8 @@
 // doctor: how the service and its surroundings are.
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -9,6 +11,7 @@
 #include "diagnosis.h"
 #include "exit_status.h"
 #include "quiet_output.h"
+#include "service_numbers.h"
 #include "state_folder.h"
 
 namespace veltrancord::tool {
@@ -41,29 +44,69 @@ void diagnose_pending_change(diagnosis_list& list) {
     }
 }
 
-int run_doctor(context& tool, const doctor_options& options) {
+diagnosis_list diagnose(context& tool, const examination& found) {
     diagnosis_list list;
-    const bool alive = diagnose_service(tool, list);
+    diagnose_service(tool, found, list);
     diagnose_semaphores(list);
-    diagnose_files(options, list);
+    diagnose_files(found.places, list);
+    diagnose_fsck(found.places, list);
     diagnose_scripts(tool, list);
     {
         const quiet_output quiet;  // scanning prints what it cannot read
-        diagnose_limits(tool, options, alive, list);
+        diagnose_limits(tool, found, list);
     }
-    if (alive) {
-        diagnose_saves(tool, options, list);
+    if (found.alive) {
+        diagnose_saves(found, list);
+        diagnose_key(tool, list);
     }
     diagnose_pending_change(list);
+    return list;
+}
+
+bool is_problem(const diagnosis& one) {
+    return one.how == state::bad || one.how == state::warning;
+}
+
+// What is worst first, and else in the order in which it was looked at.
+void put_problems_first(diagnosis_list& list) {
+    std::stable_sort(list.begin(), list.end(), [](const diagnosis& one, const diagnosis& other) {
+        const auto rank = [](const diagnosis& each) {
+            return each.how == state::bad ? 0 : each.how == state::warning ? 1 : 2;
+        };
+        return rank(one) < rank(other);
+    });
+}
+
+std::string summary_of(const examination& found, const std::string& version,
+                       std::ptrdiff_t problems) {
+    const std::string name = version.empty() ? "Veltrancord" : "Veltrancord " + version;
+    const std::string count = problems == 0   ? "no problem"
+                              : problems == 1 ? "1 problem"
+                                              : std::to_string(problems) + " problems";
+    return name + (found.alive ? " answers: " : " does not answer: ") + count;
+}
+
+int run_doctor(context& tool, const examined_places& places) {
+    const examination found = examine(tool, places);
+    const std::string version = service_version(found.service);
+    diagnosis_list list = diagnose(tool, found);
+    put_problems_first(list);
+    const auto problems = std::count_if(list.begin(), list.end(), is_problem);
+    const std::string summary = summary_of(found, version, problems);
 
     json report = json::array();
-    bool sound = true;
     for (const diagnosis& one : list) {
-        const state_look look = look_of(one.how);
-        sound = sound && one.how != state::bad && one.how != state::warning;
-        report.push_back({{"topic", one.topic}, {"state", look.name}, {"text", one.text}});
+        report.push_back(
+            {{"topic", one.topic}, {"state", look_of(one.how).name}, {"text", one.text}});
     }
-    if (!tool.print_for_programs({{"alive", alive}, {"findings", report}})) {
+    if (!tool.print_for_programs({{"alive", found.alive},
+                                  {"version", version},
+                                  {"summary", summary},
+                                  {"problems", problems},
+                                  {"numbers", numbers_json(numbers_of(found))},
+                                  {"findings", report}})) {
+        tool.print(summary);
+        tool.end_line();
         for (const diagnosis& one : list) {
             const state_look look = look_of(one.how);
             std::string state(look.name);
@@ -72,16 +115,16 @@ int run_doctor(context& tool, const doctor_options& options) {
             tool.end_line();
         }
     }
-    if (!alive) {
+    if (!found.alive) {
         return exit_unreachable;
     }
-    return sound ? exit_done : exit_differs;
+    return problems == 0 ? exit_done : exit_differs;
 }
 
 }  // namespace
 
 void add_doctor_command(subcommand app, context& tool) {
-    const auto options = std::make_shared<doctor_options>();
+    const auto options = std::make_shared<examined_places>();
     subcommand command =
         app.add_subcommand("doctor", "tell how the service and its surroundings are");
     command.add_option("--directory", options->directory, "the service's directory");

@@ -8,6 +8,8 @@
 #include "exit_status.h"
 #include "file_name.h"
 #include "question.h"
+#include "running_service.h"
+#include "saved_settings.h"
 #include "service.h"
 
 namespace veltrancord::tool {
@@ -80,8 +82,18 @@ int run_backup(context& tool, const std::string& text) {
 }
 
 int run_sync(context& tool) {
+    const running_service service = find_service(tool);
+    held_settings held;
+    const bool may_look = service.paths_known && read_held_settings(tool, held) == VELTRANCORD_OK;
     const int32_t result = veltrancord_sync_memory(&tool.client());
-    return result < 0 ? tool.fail_change("sync", result) : exit_done;
+    if (result < 0) {
+        return tool.fail_change("sync", result);
+    }
+    save_report report;
+    if (may_look && compare_with_files(tool, service.directory, &held, report) < 0) {
+        return exit_done;  // saved as far as the service says, and no more can be seen
+    }
+    return tell_unsaved(tool, report.unsaved);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Documents outside the service, read by the service's own code, so that both always agree.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "setting.h"
@@ -10,5 +11,9 @@ namespace veltrancord::tool {
 // The settings of an exchange file's documents, secrets in plain text. Return: false when the text
 // does not parse.
 bool parse_exchange_text(const std::string& text, setting_list& settings);
+
+// The length in bytes of the longest secret that the text holds in stored form. 0: there is none,
+// so nothing would be decoded.
+std::size_t longest_stored_secret(const std::string& text);
 
 }  // namespace veltrancord::tool

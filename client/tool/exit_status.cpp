@@ -34,6 +34,12 @@ const char* exit_status_name(int status) {
             return "MISMATCH";
         case exit_unknown:
             return "UNKNOWN";
+        case exit_not_saved:
+            return "NOT_SAVED";
+        case exit_no_log:
+            return "NO_LOG";
+        case exit_other_key:
+            return "OTHER_KEY";
         default:
             return "FAILED";
     }
@@ -69,6 +75,12 @@ const char* exit_status_text(int status) {
             return "wrong or expired";
         case exit_unknown:
             return "unknown whether the change was applied";
+        case exit_not_saved:
+            return "applied, but not saved, as on a full disk";
+        case exit_no_log:
+            return "the event log keeps no events";
+        case exit_other_key:
+            return "secrets are stored with another key, or it cannot be told";
         default:
             return "a file cannot be read or written, or the store failed";
     }

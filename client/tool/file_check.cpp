@@ -1,6 +1,7 @@
 // The checks of single files and of the elements in them.
 #include <dirent.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -14,6 +15,7 @@
 #include "leaf/file_replacer.h"
 #include "leaf/file_text.h"
 #include "leaf/kept_original.h"
+#include "question.h"
 #include "quiet_output.h"
 #include "store/document_set.h"
 #include "store/value.h"
@@ -93,32 +95,66 @@ class element_check {
     std::vector<finding>& findings_;
 };
 
-// What keeps the file from being loaded. Empty: nothing, it is in the store now.
-std::string load(const std::string& directory, const std::string& name, XmlDocument*& document) {
+// Whether somebody else's file was refused, which its owner, or root, may well be able to open: a
+// member of the group may look at the files and not change them.
+bool is_refused_to_others(const struct stat& status) {
+    return errno == EACCES && geteuid() != 0 && status.st_uid != geteuid();
+}
+
+// How a file can be read from here.
+enum class reading { as_service, as_other, refused, impossible };
+
+// Reads the file as the service does, for which it must be writable, too.
+reading read_file(const std::string& path, const struct stat& status, std::string& text) {
+    const quiet_output quiet;
+    if (LoadFile2Buf(path.c_str(), text) == 0) {
+        return reading::as_service;
+    }
+    if (!is_refused_to_others(status)) {
+        return reading::impossible;
+    }
+    return read_input(path, text) ? reading::as_other : reading::refused;
+}
+
+struct obstacle {
+    const char* kind = "";
+    std::string text;
+};
+
+obstacle skipped(const std::string& why) {
+    return {"skipped", "would be skipped: " + why};
+}
+
+// What keeps the file from being loaded. Without text: nothing, it is in the store now.
+obstacle load(const std::string& directory, const std::string& name, XmlDocument*& document) {
     const std::string path = directory + "/" + name;
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) {
-        return "cannot be opened: dangling link";
+        return skipped("cannot be opened: dangling link");
     }
     if (name.size() > longest_name || path.size() > longest_path) {
-        return "its name has " + std::to_string(name.size()) +
-               " characters, at most 63 (with the "
-               "directory at most 127)";
+        return skipped("its name has " + std::to_string(name.size()) +
+                       " characters, at most 63 (with the directory at most 127)");
     }
     if (S_ISDIR(status.st_mode)) {
-        return "is a directory";
+        return skipped("is a directory");
     }
     if (!S_ISREG(status.st_mode)) {
-        return "is no regular file";
+        return skipped("is no regular file");
     }
     if (status.st_size == 0) {
-        return "is empty";
+        return skipped("is empty");
+    }
+    std::string text;
+    switch (read_file(path, status, text)) {
+        case reading::impossible:
+            return skipped("cannot be opened for reading and writing");
+        case reading::refused:
+            return {"not-readable", "may not be read from here, and was not checked: root can"};
+        default:
+            break;
     }
     const quiet_output quiet;
-    std::string text;
-    if (LoadFile2Buf(path.c_str(), text) != 0) {
-        return "cannot be opened for reading and writing";
-    }
     auto parsed = std::make_unique<XmlDocument>(name.c_str());
     document = parsed.get();
     static_cast<void>(parsed->LoadXMLFile(std::move(text)));
@@ -203,9 +239,9 @@ bool check_files(const std::string& directory, std::vector<finding>& findings) {
             continue;
         }
         XmlDocument* document = nullptr;
-        const std::string obstacle = load(directory, name, document);
-        if (!obstacle.empty()) {
-            findings.push_back({name, "", "skipped", "would be skipped: " + obstacle});
+        const obstacle found = load(directory, name, document);
+        if (!found.text.empty()) {
+            findings.push_back({name, "", found.kind, found.text});
             continue;
         }
         if (name.find('.') != std::string::npos) {
@@ -226,10 +262,14 @@ void check_log(const std::string& file, std::vector<finding>& findings) {
     if (stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return;
     }
-    const quiet_output quiet;
     std::string text;
     XmlDocument document("Log");
-    if (LoadFile2Buf(file.c_str(), text) == 0) {
+    const reading how = read_file(file, status, text);
+    if (how == reading::refused) {
+        findings.push_back(
+            {file, "", "not-readable", "may not be read from here, and was not checked: root can"});
+    }
+    if (how == reading::as_service || how == reading::as_other) {
         static_cast<void>(document.LoadXMLFile(std::move(text)));
     }
     if (document.DamagedLine() != 0) {

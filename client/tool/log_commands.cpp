@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -20,8 +19,9 @@
 #include "commands.h"
 #include "event_names.h"
 #include "exit_status.h"
-#include "pager.h"
+#include "kept_log.h"
 #include "question.h"
+#include "running_service.h"
 #include "service.h"
 
 namespace veltrancord::tool {
@@ -46,28 +46,20 @@ struct add_options {
 
 using record_list = std::vector<veltrancord_log_record>;
 
-bool parse_number(const std::string& text, int64_t& number) {
-    try {
-        std::size_t used = 0;
-        number = std::stoll(text, &used, 0);
-        return used == text.size();
-    } catch (const std::exception&) {
-        return false;
-    }
-}
-
-// Reads all events, newest first. The mask is applied here: the service takes 7 digits of it only.
-int32_t read_events(context& tool, int32_t mask, record_list& records) {
+// Reads all events, newest first.
+int32_t read_events(context& tool, record_list& records) {
     records.resize(most_events);
     const int32_t count = veltrancord_log_read(&tool.client(), VELTRANCORD_LOG_NEWEST, -1,
                                                records.data(), records.size());
     records.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
-    records.erase(std::remove_if(records.begin(), records.end(),
-                                 [mask](const veltrancord_log_record& record) {
-                                     return (record.type & mask) == 0;
-                                 }),
-                  records.end());
     return count;
+}
+
+// Keeps those that share a bit with the mask; the service takes 7 digits of one only.
+void keep_types(record_list& records, int32_t mask) {
+    std::erase_if(records, [mask](const veltrancord_log_record& record) {
+        return (record.type & mask) == 0;
+    });
 }
 
 std::string time_of(const veltrancord_log_record& record) {
@@ -99,28 +91,33 @@ std::string as_line(const veltrancord_log_record& record, const event_names& nam
     return line;
 }
 
-bool parse_mask(context& tool, const std::string& text, int32_t& mask) {
-    int64_t number = 0;
-    if (!parse_number(text, number) || number < INT32_MIN || number > UINT32_MAX) {
-        (void)tool.fail_with(exit_usage, text, "is no number of 32 bits, as in 16 or 0x10");
-        return false;
+// A log that the service could not open is told as a denial.
+int fail_log(context& tool, int32_t result) {
+    int32_t capacity = 0;
+    if (result != VELTRANCORD_DENIED || !read_log_capacity(tool, capacity) || capacity > 0) {
+        return tool.fail("log", result);
     }
-    mask = static_cast<int32_t>(static_cast<uint32_t>(number));
-    return true;
+    return fail_without_room(tool, capacity);
 }
 
 int run_list(context& tool, const list_options& options) {
     int32_t mask = 0;
-    if (!parse_mask(tool, options.mask, mask)) {
-        return exit_usage;
+    int status = take_event_bits(tool, options.mask, mask);
+    if (status != exit_done) {
+        return status;
     }
     record_list records;
-    const int32_t result = read_events(tool, mask, records);
+    const int32_t result = read_events(tool, records);
     if (result < 0) {
-        return tool.fail("log", result);
+        return fail_log(tool, result);
     }
-    records.resize(std::min(records.size(), options.count));
+    status = records.empty() ? check_log_capacity(tool) : exit_done;
+    if (status != exit_done) {
+        return status;
+    }
     const event_names names(tool);
+    keep_types(records, mask);
+    records.resize(std::min(records.size(), options.count));
     json list = json::array();
     for (const veltrancord_log_record& record : records) {
         list.push_back(as_json(record, names));
@@ -170,18 +167,23 @@ std::string followed_line(const context& tool, const veltrancord_log_record& rec
 
 int run_follow(context& tool, const list_options& options) {
     int32_t mask = 0;
-    if (!parse_mask(tool, options.mask, mask)) {
-        return exit_usage;
+    int status = take_event_bits(tool, options.mask, mask);
+    if (status != exit_done) {
+        return status;
     }
     record_list before;
-    int32_t result = read_events(tool, -1, before);
+    int32_t result = read_events(tool, before);
+    status = result >= 0 && before.empty() ? check_log_capacity(tool) : exit_done;
+    if (status != exit_done) {
+        return status;
+    }
     if (result >= 0) {
         context::note("following");
     }
     for (int round = 0; result >= 0 && round != options.rounds; ++round) {
         std::this_thread::sleep_for(std::chrono::milliseconds(options.interval_ms));
         record_list now;
-        result = read_events(tool, -1, now);
+        result = read_events(tool, now);
         const event_names names(tool);
         for (std::size_t index = count_new(before, now); result >= 0 && index > 0; --index) {
             const veltrancord_log_record& record = now[index - 1];
@@ -193,13 +195,14 @@ int run_follow(context& tool, const list_options& options) {
         }
         before = std::move(now);
     }
-    return result < 0 ? tool.fail("log", result) : exit_done;
+    return result < 0 ? fail_log(tool, result) : exit_done;
 }
 
 int run_add(context& tool, const add_options& options) {
     int32_t type = 0;
-    if (!parse_mask(tool, options.type, type)) {
-        return exit_usage;
+    const int understood = take_event_bits(tool, options.type, type);
+    if (understood != exit_done) {
+        return understood;
     }
     if (options.time > INT32_MAX) {
         return tool.fail_with(exit_refused, "--time", "is over 2147483647");
@@ -216,28 +219,48 @@ int run_add(context& tool, const add_options& options) {
             "text over its bound: " + std::to_string(options.text.size()) + " bytes, at most 15");
     }
     std::copy(options.text.begin(), options.text.end(), record.text);
-    int32_t result = VELTRANCORD_OK;
-    if (options.time >= 0) {
-        record.time = static_cast<int32_t>(options.time);
-        result = veltrancord_log_add_with_time(&tool.client(), &record);
-    } else {
-        result = veltrancord_log_add(&tool.client(), &record);
+    record.time = static_cast<int32_t>(std::max<int64_t>(options.time, 0));
+    const log_before before(find_service(tool));
+    const int32_t result = options.time >= 0
+                               ? veltrancord_log_add_with_time(&tool.client(), &record)
+                               : veltrancord_log_add(&tool.client(), &record);
+    if (result < 0) {
+        return result == VELTRANCORD_DENIED ? fail_log(tool, result)
+                                            : tool.fail_change("log", result);
     }
-    return result < 0 ? tool.fail_change("log", result) : exit_done;
+    const int status = check_log_capacity(tool);
+    if (status == exit_done && !before.seems_saved(record)) {
+        return tool.fail_with(exit_not_saved, "log",
+                              "added, but not saved: " + before.file() +
+                                  " does not hold the event; the service tries to save it again");
+    }
+    return status;
 }
 
-int run_count(context& tool, bool capacity) {
-    const int32_t count =
-        capacity ? veltrancord_log_capacity(&tool.client()) : veltrancord_log_count(&tool.client());
-    // A capacity below 0, of a file system too small for a log, is an answer.
-    if (count < 0 && (!capacity || count <= VELTRANCORD_UNREACHABLE)) {
-        return tool.fail("log", count);
-    }
-    if (!tool.print_for_programs({{capacity ? "capacity" : "count", count}})) {
+int print_count(context& tool, const char* name, int32_t count) {
+    if (!tool.print_for_programs({{name, count}})) {
         tool.print(std::to_string(count));
         tool.end_line();
     }
     return exit_done;
+}
+
+int run_count(context& tool, bool wants_capacity) {
+    int32_t capacity = 0;
+    const int32_t count = wants_capacity ? 0 : veltrancord_log_count(&tool.client());
+    if (count > 0) {
+        return print_count(tool, "count", count);
+    }
+    if (is_failed_exchange(count)) {
+        return tool.fail("log", count);
+    }
+    // Without room the count is the capacity, which is below 1 and looks like a failure.
+    if (!read_log_capacity(tool, capacity)) {
+        return tool.fail("log", capacity);
+    }
+    const int status =
+        print_count(tool, wants_capacity ? "capacity" : "count", wants_capacity ? capacity : 0);
+    return capacity > 0 ? status : fail_without_room(tool, capacity);
 }
 
 // The events as JSON lines, which "log add" can put back one by one.
@@ -246,7 +269,7 @@ int back_up_log(context& tool) {
         return exit_done;
     }
     record_list records;
-    const int32_t result = read_events(tool, -1, records);
+    const int32_t result = read_events(tool, records);
     if (result < 0) {
         return tool.fail("log", result);
     }
@@ -276,14 +299,14 @@ void add_list_commands(subcommand log, context& tool) {
     const auto list = std::make_shared<list_options>();
     subcommand command = log.add_subcommand("list", "print the events, newest first");
     command.fallthrough();
-    command.add_option("--mask", list->mask, "only types with one of these bits (0x10)");
+    command.add_option("--mask", list->mask, "only these types: bits (0x10) or names, as listed");
     command.add_option("--count", list->count, "at most so many");
     command.callback([&tool, list] { tool.run = [&tool, list] { return run_list(tool, *list); }; });
 
     const auto follow = std::make_shared<list_options>();
     command = log.add_subcommand("follow", "print events as they come");
     command.fallthrough();
-    command.add_option("--mask", follow->mask, "only types with one of these bits (0x10)");
+    command.add_option("--mask", follow->mask, "only these types: bits (0x10) or names, as listed");
     command.add_option("--interval", follow->interval_ms, "milliseconds between two looks");
     command.add_option("--rounds", follow->rounds, "end after so many looks");
     command.callback(
@@ -301,7 +324,7 @@ void add_log_commands(subcommand app, context& tool) {
     const auto add = std::make_shared<add_options>();
     subcommand command = log.add_subcommand("add", "add an event");
     command.fallthrough();
-    command.add_option("TYPE", add->type, "its type, bits (0x10)").required();
+    command.add_option("TYPE", add->type, "its type: bits (0x10) or names, as listed").required();
     command.add_option("TEXT", add->text, "at most 15 characters, no ':'").required();
     command.add_option("--detail1", add->detail1, "0 to 255").between(0, 255);
     command.add_option("--detail2", add->detail2, "0 to 255").between(0, 255);

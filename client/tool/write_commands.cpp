@@ -14,6 +14,7 @@
 #include "creation.h"
 #include "exit_status.h"
 #include "question.h"
+#include "saved_settings.h"
 #include "service.h"
 
 namespace veltrancord::tool {
@@ -133,7 +134,7 @@ int run_set(context& tool, const set_options& options) {
     change_scope scope;
     scope.settings = paths_of(settings);
     scope.memory = options.memory_only;
-    return recorded(tool, scope, [&] {
+    const int written = recorded(tool, scope, [&] {
         const int made = make_documents(tool, created);
         if (made != exit_done) {
             return made;
@@ -146,6 +147,7 @@ int run_set(context& tool, const set_options& options) {
         (void)tool.print_for_programs({{"written", result}});
         return static_cast<int>(exit_done);
     });
+    return written != exit_done || options.memory_only ? written : check_saved(tool, settings);
 }
 
 int run_unset(context& tool, const std::string& path) {

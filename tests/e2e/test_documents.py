@@ -27,6 +27,7 @@ NO_MESSAGE = {
     "<?xml ": "a part of a saved document",
     "Unknown error": "the system's word where it has none",
     "VELTRANCORD_VALUE_KEY must have exactly 7 bytes": "told by the compiler",
+    "@(#)Veltrancord ": "the version, which stands in the program's file",
     "no namespace of its own can be had here": "of a test",
     "(not loaded)": "of a test",
 }

@@ -1,12 +1,18 @@
 """veltrancordctl: fsck and doctor."""
 
+import json
 import os
 import re
+import shutil
+import signal
+import subprocess
 
 import pytest
 
+import command_line
 from command_line import Tool
-from device import CONFIGURATION, EVENT_LOG, REPOSITORY
+from device import CONFIGURATION, EVENT_LOG, REPOSITORY, wait_until
+from scripted_service import ScriptedService, reply
 
 
 @pytest.fixture
@@ -163,7 +169,7 @@ def test_every_kind_that_there_is_is_tested_here():
     sources = "".join((REPOSITORY / f"client/tool/{name}").read_text()
                       for name in ("file_check.cpp", "setting_check.cpp"))
     kinds_there_are = set(re.findall(r'"([a-z]+(?:-[a-z]+)+|unparsable|damaged|leftover|kept|skipped)",', sources))
-    tested = {kind for _, _, kind in EXPECTED} | {"rule-permit"}
+    tested = {kind for _, _, kind in EXPECTED} | {"rule-permit", "not-readable"}
     assert kinds_there_are == tested
 
 
@@ -203,6 +209,7 @@ def report(tool, status):
 
 def test_doctor_on_a_running_service(tool):
     tool.device.copy_sample_database()
+    tool.device.outside(CONFIGURATION).chmod(0o750)
     tool.device.start()
     tool.device.install_script("/tmp/BackupXmlDB.sh", "#!/bin/sh\n")
     alive, topics = report(tool, 0)
@@ -223,6 +230,113 @@ def test_doctor_on_a_running_service(tool):
     assert any("reply capacity 262144 bytes" in one["text"] for one in topics["limit"])
     assert any("Account.Maxuser is 10" in one["text"] for one in topics["limit"])
     assert any("PermitSyncCb.sh: absent" in one["text"] for one in topics["script"])
+
+
+GROUPS = "<Account><Permission><Group1><Name>Admin</Name></Group1></Permission></Account>"
+
+
+def problems(tool, status=10):
+    """The problems that the doctor tells: topic to texts."""
+    answer = tool.json("doctor", status=status)
+    told = {}
+    for one in answer["findings"]:
+        if one["state"] in ("warning", "bad"):
+            told.setdefault(one["topic"], []).append(one["text"])
+    assert answer["problems"] == sum(len(texts) for texts in told.values())
+    return told
+
+
+def test_doctor_looks_where_the_running_service_has_its_files(tool):
+    device = tool.device
+    for directory, option in (("/mnt/own", "/mnt/own"), ("/run/place/xml", "xml")):
+        device.write_file(f"{directory}/Account", GROUPS)
+        device.make_directory("/mnt/events")
+        device.outside(directory).chmod(0o700)
+        for folder in (CONFIGURATION, EVENT_LOG.rsplit("/", 1)[0]):
+            shutil.rmtree(device.outside(folder), ignore_errors=True)
+        device.start("-lP", option, "-E/mnt/events/log", directory="/run/place" if option == "xml" else None)
+        device.install_script("/tmp/BackupXmlDB.sh", "#!/bin/sh\n")
+        assert problems(tool, 0) == {}
+        _, topics = report(tool, 0)
+        assert any(one["text"].startswith(f"{directory}/Account: ") for one in topics["file"])
+        assert any(one["text"].startswith("/mnt/events/log: ") for one in topics["file"])
+        device.stop()
+
+
+def test_doctor_warns_of_what_everybody_may_open(tool):
+    device = tool.device
+    device.write_document("Account", GROUPS)
+    device.outside(CONFIGURATION).chmod(0o777)
+    device.start()
+    os.chmod(device.socket_path, 0o777)
+    told = problems(tool)
+    assert len(told["socket"]) == len(told["directory"]) == 1
+    assert "mode 0777" in told["socket"][0] and "everybody on the device may connect" in told["socket"][0]
+    assert "everybody on the device may put documents there" in told["directory"][0]
+    device.outside(CONFIGURATION).chmod(0o705)
+    os.chmod(device.socket_path, 0o775)
+    told = problems(tool)
+    assert "socket" not in told and "everybody on the device may look into it" in told["directory"][0]
+    device.outside(CONFIGURATION).chmod(0o750)
+    assert not {"socket", "directory"} & set(problems(tool, 0))
+
+
+def test_doctor_names_who_holds_the_service_up(tool):
+    """A client that announces a request and withholds it; its name is one that a terminal must not get."""
+    device = tool.device
+    device.write_document("Network", "<Network><A>1</A></Network>")
+    device.start()
+    device.write_file("/tmp/holder.py", (
+        "import os, socket, time\n"
+        "client = socket.socket(socket.AF_UNIX)\n"
+        "client.connect('/tmp/Veltrancord.unix')\n"
+        "client.send(b'?\\x10\\0\\0\\0rea')\n"
+        "open('/proc/self/comm', 'w').write('hol\\x1b[2Jder')\n"
+        "open('/tmp/held', 'w').close()\n"
+        "time.sleep(1000)\n"))
+    device.run("/bin/sh", "-c", "/usr/bin/python3 /tmp/holder.py >/dev/null 2>&1 & echo $! >/tmp/pid")
+    device.wait_for_file("/tmp/held")
+    pid = int(device.read_file("/tmp/pid"))
+    answer = tool("doctor", "--json", "--timeout", "0.1")
+    assert answer.status == 8
+    told = [one["text"] for one in json.loads(answer.stdout)["findings"] if one["topic"] == "client"]
+    assert len(told) == 1 and f"1 connections: hol\x1b[2Jder ({pid})" in told[0], told
+    assert "holds up all others" in told[0]
+    device.send_signal(pid, signal.SIGKILL)
+    wait_until(lambda: tool("ping").status == 0, "the service answers again")
+    assert "client" not in problems(tool)
+
+
+def test_doctor_tells_of_a_worker_that_was_started_again(tool):
+    device = tool.device
+    device.write_document("Network", "<Network><A>1</A></Network>")
+    device.start("-l")
+    assert "restart" not in problems(tool)
+    killed = device.kill_worker()
+    wait_until(lambda: device.worker_pid != killed and tool("ping").status == 0, "the next one answers")
+    assert "this one was started in its place" in problems(tool)["restart"][0]
+
+
+def test_doctor_puts_problems_first_and_tells_the_version(tool):
+    device = tool.device
+    device.write_document("Network", "<Network><A>1</A></Network>")
+    device.start()
+    device.request("writedbmem:Network.A=2")
+    version = re.search(r"project\(Veltrancord VERSION ([\d.]+)",
+                        (REPOSITORY / "CMakeLists.txt").read_text())[1]
+    answer = tool.json("doctor", status=10)
+    states = [one["state"] for one in answer["findings"]]
+    ranks = [{"bad": 0, "warning": 1}.get(state, 2) for state in states]
+    assert ranks == sorted(ranks) and ranks[0] < 2
+    assert answer["version"] == version
+    assert answer["summary"] == f"Veltrancord {version} answers: {answer['problems']} problems"
+    assert answer["numbers"]["documents_unsaved"] == 1
+    lines = tool("doctor").stdout.splitlines()
+    assert lines[0] == answer["summary"] and lines[1].startswith("warning ")
+    device.stop()
+    down = tool.json("doctor", "--timeout", "0.05", status=8)
+    assert re.fullmatch(r"Veltrancord does not answer: \d+ problems", down["summary"]), down["summary"]
+    assert down["findings"][0]["state"] == "bad"
 
 
 def test_doctor_finds_what_is_wrong_around_the_service(tool):
@@ -280,3 +394,56 @@ def test_doctor_works_with_the_service_down(tool):
     text = tool("doctor", "--timeout", "0.05")
     assert text.status == 8
     assert "the service cannot be reached: Connection refused" in text.stdout
+
+
+def as_nobody(*arguments):
+    """Runs the tool as a user whom nothing here belongs to."""
+    if os.geteuid() != 0:
+        pytest.skip("only root can become somebody else")
+    return subprocess.run([command_line.program(), *arguments], capture_output=True, text=True,
+                          check=False, user=65534, group=65534, extra_groups=[])
+
+
+@pytest.fixture
+def shared(tmp_path_factory):
+    """A folder that others reach."""
+    folder = tmp_path_factory.mktemp("shared")
+    for each in (folder, *folder.parents[:3]):
+        if each != each.parent and each.stat().st_uid == os.geteuid() and str(each) != "/tmp":
+            each.chmod(0o755)
+    return folder
+
+
+def test_a_member_of_the_group_may_check_the_files(shared):
+    """Who may read the documents and not write to them finds what the service would find."""
+    directory = shared / "xml"
+    directory.mkdir()
+    for name, mode in (("Network", 0o640), ("Secret", 0o600), ("Broken", 0o640)):
+        (directory / name).write_text(f"<{name}><A>1</A>" + ("" if name == "Broken" else f"</{name}>"))
+        os.chown(directory / name, -1, 65534 if os.geteuid() == 0 else -1)
+        (directory / name).chmod(mode)
+    os.chown(directory, -1, 65534 if os.geteuid() == 0 else -1)
+    directory.chmod(0o750)
+    finished = as_nobody("fsck", str(directory), "--log-file", str(directory / "Secret"), "--json")
+    assert finished.returncode == 10, finished
+    assert [(one["file"], one["kind"]) for one in json.loads(finished.stdout)] == [
+        ("Broken", "unparsable"), ("Secret", "not-readable"), (str(directory / "Secret"), "not-readable")]
+    watched = as_nobody("watch", "*", "--directory", str(directory), "--socket", "/nonexistent")
+    assert "Permission denied" not in watched.stderr  # the directory may be watched, though nobody answers
+
+
+def test_who_may_not_connect_is_told_the_group(shared):
+    (directory := shared / "socket").mkdir()
+    with ScriptedService(directory / "s", reply(0)) as service:
+        os.chmod(service.path, 0o660)
+        refused = as_nobody("get", "A.B", "--socket", service.path)
+        assert refused.returncode == 8
+        assert refused.stderr.endswith("Permission denied; only root may connect, as the mode of the socket "
+                                       "says (-100)\n"), refused
+        os.chown(service.path, 0, 1)
+        refused = as_nobody("get", "A.B", "--socket", service.path)
+        assert ("Permission denied; root may connect, and members of the group daemon: adduser USER daemon, "
+                "from the next login on (-100)") in refused.stderr
+        directory.chmod(0o700)
+        refused = as_nobody("ping", "--socket", service.path)
+        assert "members of the group veltrancord: adduser USER veltrancord" in refused.stderr

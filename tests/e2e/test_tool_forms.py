@@ -146,7 +146,7 @@ KEYS = {
     "ping": ["alive", "microseconds"],
     "raw geteventcount": ["result", "text"],
     "fsck /tmp/db": ["file", "path", "kind", "text"],
-    "doctor": ["alive", "findings"],
+    "doctor": ["alive", "version", "summary", "problems", "numbers", "findings"],
 }
 
 
