@@ -58,19 +58,18 @@ int check_key(context& tool, const std::string& file, std::size_t length) {
         case key_match::same:
             return exit_done;
         case key_match::other:
-            return tool.fail_with(
-                exit_other_key, file,
-                "holds secrets, and the service stores them with another key than the one that "
-                "this "
-                "tool was built with; \"merge\" and \"load\" leave the decoding to the service, or "
-                "use the tool of its package");
+            return tool.fail_with(exit_other_key, file,
+                                  "holds secrets, and the service stores them with another key "
+                                  "than this tool uses; give "
+                                  "the product's key with --key, or use \"merge\" or \"load\", "
+                                  "which leave the decoding "
+                                  "to the service");
         default:
             return tool.fail_with(
                 exit_other_key, file,
                 "holds secrets, and the service holds none that is long enough to tell whether it "
-                "stores them with this tool's key; \"merge\" and \"load\" leave the decoding to "
-                "the "
-                "service");
+                "stores them with the key that this tool uses; \"merge\" and \"load\" leave the "
+                "decoding to the service");
     }
 }
 

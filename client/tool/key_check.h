@@ -17,7 +17,7 @@ enum class key_match { same, other, unknown };
 key_match compare_keys(context& tool, std::size_t length);
 
 // Before the secrets of an exchange file are decoded, the longest of them `length` bytes long. With
-// --root no other key is used than the tool's.
+// --root no other key is used than the tool's, or that of --key.
 //
 // Return: exit_done when the keys are the same, or exit_other_key after a message.
 int check_key(context& tool, const std::string& file, std::size_t length);
