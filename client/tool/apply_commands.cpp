@@ -1,29 +1,21 @@
-// apply, confirm: a change that takes itself back unless it is confirmed.
-//
-// Before anything is written the values that were there are saved in the state folder, with the
-// process that applies; only the confirmation, or having written them back, removes that file. So a
-// run that was killed leaves it behind, and the next one offers what it holds.
+// apply, confirm: what differs is written, for good or as a trial (trial/trial.h).
 #include <poll.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <chrono>
-#include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "change_record.h"
 #include "commands.h"
 #include "creation.h"
 #include "difference.h"
 #include "exit_status.h"
-#include "process_facts.h"
 #include "question.h"
 #include "saved_settings.h"
 #include "service.h"
-#include "state_folder.h"
+#include "trial_context.h"
 
 namespace veltrancord::tool {
 namespace {
@@ -36,121 +28,54 @@ struct apply_options {
     bool create = false;
 };
 
-constexpr std::string_view process_mark = "# process ";
-constexpr std::string_view nothing_waits = "no change waits for a confirmation";
-constexpr std::string_view new_mark = "# new ";
+constexpr int longest_trial = 7 * 24 * 60 * 60;  // seconds
 
-// The process that applies, as no other process is called while it lives or later.
-std::string process_name(long process) {
-    const std::string facts = process_start(process);
-    return facts.empty() ? std::string() : std::to_string(process) + " " + facts;
+// Ends the trial that there is. Return: exit_done where it was given back, or was kept, as asked.
+int end_trial(context& tool, const std::string& command, bool keep) {
+    trial::ending how = trial::ending::unknown;
+    const trial::setup where = trial_setup(tool);
+    const trial::verdict verdict = keep ? trial::keep(tool.client(), where, std::nullopt, how)
+                                        : trial::give_back(tool.client(), where, std::nullopt, how);
+    if (!verdict.good()) {
+        return explain_trouble(tool, command, verdict);
+    }
+    const int status = tell_ending(tool, command, how);
+    return !keep && status == exit_cancelled ? exit_done : status;
 }
 
-// What a change that waits for its confirmation would be taken back to.
-struct pending_change {
-    std::string process;               // see process_name()
-    setting_list before;               // values that were there
-    std::vector<std::string> created;  // paths that were not
-};
-
-std::string pending_name(const std::string& folder) {
-    return folder + "/apply-pending";
-}
-
-std::string pending_text(context& tool, const std::vector<setting_change>& changes) {
-    std::string text(process_mark);
-    text += process_name(getpid()) + "\n";
-    for (const setting_change& change : changes) {
-        if (change.before == nullptr && is_there(tool, change.path)) {
-            text += change.path + "=";  // without a text, but it may have attributes
-        } else if (change.before == nullptr) {
-            text += new_mark;
-            text += change.path;
-        } else {
-            text += change.path + "=" + *change.before;
-        }
-        text += '\n';
+// A trial that waits, or that was left over by a restart. Return: exit_done when there is none
+// left.
+int settle_earlier(context& tool) {
+    trial::state found;
+    const trial::verdict verdict = trial::look(trial_setup(tool), found);
+    if (!verdict.good()) {
+        return explain_trouble(tool, "apply", verdict);
     }
-    return text;
-}
-
-bool still_applies(const pending_change& pending) {
-    return !pending.process.empty() &&
-           process_name(std::atol(pending.process.c_str())) == pending.process;
-}
-
-bool read_pending(const std::string& folder, pending_change& pending) {
-    std::string text;
-    if (!read_input(pending_name(folder), text)) {
-        return false;
-    }
-    std::size_t start = 0;
-    while (start < text.size()) {
-        const std::size_t end = std::min(text.find('\n', start), text.size());
-        const std::string line = text.substr(start, end - start);
-        if (line.compare(0, process_mark.size(), process_mark) == 0) {
-            pending.process = line.substr(process_mark.size());
-        } else if (line.compare(0, new_mark.size(), new_mark) == 0) {
-            pending.created.push_back(line.substr(new_mark.size()));
-        }
-        start = end + 1;
-    }
-    std::size_t bad = 0;
-    return parse_lines(text, false, pending.before, bad);
-}
-
-// Writes back what was there before and removes what was not. Return: the exit status.
-int take_back(context& tool, const std::string& folder) {
-    pending_change pending;
-    if (!read_pending(folder, pending)) {
-        return tool.fail_with(exit_failed, pending_name(folder), std::strerror(errno));
-    }
-    if (!pending.before.empty()) {
-        const int32_t result = write_settings(tool, pending.before, false);
-        if (result < 0) {
-            return explain_failed_write(tool, pending.before, result);
-        }
-    }
-    for (const std::string& path : pending.created) {
-        const int32_t result = veltrancord_remove(&tool.client(), path.c_str());
-        if (result < 0 && result != VELTRANCORD_NOT_FOUND) {
-            return tool.fail_change(path, result);
-        }
-    }
-    (void)unlink(pending_name(folder).c_str());
-    context::note("the settings from before are written back");
-    return exit_done;
-}
-
-// A change of an earlier run that was neither confirmed nor taken back. Return: exit_done when
-// there is none left.
-int settle_earlier(context& tool, const std::string& folder) {
-    pending_change pending;
-    if (!read_pending(folder, pending)) {
+    if (found.how_far == trial::phase::none) {
         return exit_done;
     }
-    if (still_applies(pending)) {
-        return tool.fail_with(exit_failed, "apply",
-                              "another change waits for its confirmation, process " +
-                                  pending.process.substr(0, pending.process.find(' ')));
+    if (found.guarded) {
+        return tool.fail_with(
+            exit_failed, "apply",
+            "another change waits for its confirmation, begun by " + user_name(found.owner));
     }
     context::note("an earlier change was neither confirmed nor taken back");
     if (asked_yes("write the settings from before it back?")) {
-        return take_back(tool, folder);
+        return end_trial(tool, "apply", false);
     }
     return tool.fail_with(exit_cancelled, "apply", "use --restore or --discard first");
 }
 
 volatile sig_atomic_t g_stopped = 0;
+volatile sig_atomic_t g_hung_up = 0;
 
-void note_stop(int /*signal*/) {
-    g_stopped = 1;
+void note_stop(int number) {
+    (number == SIGHUP ? g_hung_up : g_stopped) = 1;
 }
 
-// Waits for "confirm": typed on standard input, or from "veltrancordctl confirm" elsewhere, which
-// removes the pending change.
-bool wait_for_confirmation(const std::string& folder, int seconds) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+// Waits for "confirm" on standard input, for the end of the time, or for whoever ends the trial
+// elsewhere. Return: whether it was typed.
+bool wait_for_confirmation(const trial::ticket& begun) {
     struct sigaction action {};
     action.sa_handler = note_stop;
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
@@ -158,7 +83,7 @@ bool wait_for_confirmation(const std::string& folder, int seconds) {
     }
     std::string typed;
     bool may_type = true;
-    while (g_stopped == 0 && std::chrono::steady_clock::now() < end) {
+    while (g_stopped == 0 && g_hung_up == 0 && begun.milliseconds_left() > 0 && !begun.is_over()) {
         pollfd input{STDIN_FILENO, POLLIN, 0};
         if (poll(&input, may_type ? 1 : 0, 100) > 0) {
             char block[256];
@@ -169,20 +94,17 @@ bool wait_for_confirmation(const std::string& folder, int seconds) {
                 return true;
             }
         }
-        if (access(pending_name(folder).c_str(), F_OK) != 0) {
-            return true;
-        }
     }
     return false;
 }
 
-int write_changes(context& tool, const std::vector<setting_change>& changes) {
-    setting_list lines;
-    for (const setting_change& change : changes) {
-        lines.push_back({change.path, *change.after});
+std::vector<trial::change> trial_changes(const std::vector<setting_change>& changes) {
+    std::vector<trial::change> list;
+    for (const setting_change& one : changes) {
+        list.push_back({one.path, one.before != nullptr ? std::optional(*one.before) : std::nullopt,
+                        *one.after});
     }
-    const int32_t result = write_settings(tool, lines, false);
-    return result < 0 ? explain_failed_write(tool, lines, result) : exit_done;
+    return list;
 }
 
 // After the changes are to stay. Return: exit_done, or exit_not_saved after a message.
@@ -194,35 +116,76 @@ int check_changes_saved(context& tool, const std::vector<setting_change>& change
     return check_saved(tool, lines);
 }
 
-int apply_with_confirmation(context& tool, const std::string& folder,
-                            const std::vector<setting_change>& changes, int seconds) {
-    for (const setting_change& change : changes) {
-        if (change.before != nullptr && change.before->find('\n') != std::string::npos) {
-            return tool.fail_with(exit_refused, change.path,
-                                  "holds a line feed, which could not be written back");
-        }
-    }
-    if (!write_private_file(pending_name(folder), pending_text(tool, changes))) {
-        return tool.fail_with(exit_failed, pending_name(folder), std::strerror(errno));
-    }
-    int status = write_changes(tool, changes);
-    if (status != exit_done) {
-        (void)take_back(tool, folder);
-        return status;
+int apply_with_confirmation(context& tool, const std::vector<setting_change>& changes,
+                            int seconds) {
+    const trial::setup where = trial_setup(tool);
+    trial::ticket begun;
+    trial::verdict verdict =
+        trial::begin(tool.client(), where, trial_changes(changes), seconds, begun);
+    if (!verdict.good()) {
+        return explain_trouble(tool, "apply", verdict);
     }
     context::note("written; type \"confirm\" or run \"veltrancordctl confirm\" within " +
                   std::to_string(seconds) + " seconds, else the settings from before come back");
     context::note(
         "this is not isolated from other writers: what they change meanwhile at the "
         "same places is overwritten then");
-    if (wait_for_confirmation(folder, seconds)) {
-        (void)unlink(pending_name(folder).c_str());
-        context::note("confirmed");
+    const bool typed = wait_for_confirmation(begun);
+    if (g_hung_up != 0) {
+        return exit_cancelled;  // confirmed from a connection made anew, or given back by the guard
+    }
+    trial::ending how = trial::ending::unknown;
+    if (typed) {
+        verdict = trial::keep(tool.client(), where, begun.journal(), how);
+    } else if (!begun.is_over()) {
+        context::note("not confirmed");
+        verdict = trial::give_back(tool.client(), where, begun.journal(), how);
+    }
+    // Somebody else may have been quicker.
+    if (verdict.what == trial::trouble::nothing ||
+        (verdict.good() && !typed && how == trial::ending::unknown)) {
+        return tell_ending(tool, "apply", begun.how_ended());
+    }
+    if (!verdict.good()) {
+        const int status = explain_trouble(tool, "apply", verdict);
+        context::note("its guard goes on trying");
+        return status;
+    }
+    return tell_ending(tool, "apply", how);
+}
+
+// All or nothing: what holds of a write that the service has refused in the middle is taken back.
+int write_or_take_back(context& tool, const std::vector<setting_change>& changes) {
+    veltrancord_client& client = tool.client();
+    trial::former_settings former;
+    std::string failed;
+    int32_t result = trial::look_at_former(client, trial_changes(changes), former, failed);
+    if (result < 0) {
+        return tool.fail(failed, result);
+    }
+    setting_list lines;
+    for (const setting_change& change : changes) {
+        lines.push_back({change.path, *change.after});
+    }
+    result = write_settings(tool, lines, false);
+    if (result >= 0) {
         return exit_done;
     }
-    context::note("not confirmed");
-    status = take_back(tool, folder);
-    return status == exit_done ? exit_cancelled : status;
+    if (result <= VELTRANCORD_UNREACHABLE) {
+        return explain_failed_write(tool, lines, result);  // nothing was sent, or nobody knows
+    }
+    failed = trial::first_not_changed(client, former);
+    const int status = tool.fail(failed.empty() ? lines.front().path : failed, result);
+    std::vector<std::string> lost;
+    result = trial::put_back(client, former, true, lost);
+    if (result < 0) {
+        return tool.fail_change("apply", result);
+    }
+    for (const std::string& path : lost) {
+        context::note(path + ": could not be written back");
+    }
+    context::note("the settings from before are written back");
+    return status;
 }
 
 // What has to be written so that the service holds what the file holds; settings that the file does
@@ -242,18 +205,12 @@ int find_changes(context& tool, const std::string& file, setting_map& wanted, se
 }
 
 int run_apply(context& tool, const apply_options& options) {
-    const std::string folder = state_folder();
-    if (folder.empty()) {
-        return tool.fail_with(exit_failed, "state folder", std::strerror(errno));
+    const bool offline = !tool.root.empty();
+    if (offline && (options.confirm_seconds > 0 || options.restore || options.discard)) {
+        return tool.fail_with(exit_usage, "apply", "there is no service to try it with --root");
     }
-    if (options.restore) {
-        return access(pending_name(folder).c_str(), F_OK) == 0
-                   ? take_back(tool, folder)
-                   : tool.fail_with(exit_not_found, "apply", nothing_waits);
-    }
-    if (options.discard) {
-        (void)unlink(pending_name(folder).c_str());
-        return exit_done;
+    if (options.restore || options.discard) {
+        return end_trial(tool, "apply", options.discard);
     }
     if (options.file.empty()) {
         return tool.fail_with(exit_usage, "apply", "needs a FILE");
@@ -261,7 +218,7 @@ int run_apply(context& tool, const apply_options& options) {
     setting_map wanted;
     setting_map running;
     std::vector<setting_change> changes;
-    int status = settle_earlier(tool, folder);
+    int status = offline ? static_cast<int>(exit_done) : settle_earlier(tool);
     if (status == exit_done) {
         status = find_changes(tool, options.file, wanted, running, changes);
     }
@@ -275,31 +232,22 @@ int run_apply(context& tool, const apply_options& options) {
     }
     print_difference(tool, changes);
     (void)tool.finish(exit_done);
-    status = make_documents(tool, created);
-    if (status != exit_done) {
-        return status;
+    change_scope scope;
+    for (const setting_change& change : changes) {
+        scope.settings.push_back(change.path);
     }
-    status = options.confirm_seconds > 0
-                 ? apply_with_confirmation(tool, folder, changes, options.confirm_seconds)
-                 : write_changes(tool, changes);
+    status = recorded(tool, scope, [&] {
+        if (options.confirm_seconds > 0) {
+            return apply_with_confirmation(tool, changes, options.confirm_seconds);
+        }
+        const int made = make_documents(tool, created);
+        return made == exit_done ? write_or_take_back(tool, changes) : made;
+    });
     if (status == exit_done) {
         tell_created(created);
         status = check_changes_saved(tool, changes);
     }
     return status;
-}
-
-int run_confirm(context& tool) {
-    const std::string folder = state_folder();
-    pending_change pending;
-    if (folder.empty() || !read_pending(folder, pending)) {
-        return tool.fail_with(exit_not_found, "confirm", nothing_waits);
-    }
-    if (unlink(pending_name(folder).c_str()) != 0) {
-        return tool.fail_with(exit_failed, pending_name(folder), std::strerror(errno));
-    }
-    context::note("confirmed");
-    return exit_done;
 }
 
 }  // namespace
@@ -309,16 +257,18 @@ void add_apply_commands(subcommand app, context& tool) {
     subcommand command = app.add_subcommand(
         "apply", "write what differs in FILE with one request; with --confirm on approval");
     command.add_option("FILE", options->file, "a snapshot, lines or an exchange file; \"-\"");
-    command.add_option("--confirm", options->confirm_seconds,
-                       "take it back unless it is confirmed within so many seconds");
+    command
+        .add_option("--confirm", options->confirm_seconds,
+                    "take it back unless it is confirmed within so many seconds")
+        .between(1, longest_trial);
     command.add_flag("--create", options->create, "also settings that are not there yet");
-    command.add_flag("--restore", options->restore, "take back a change that was left over");
-    command.add_flag("--discard", options->discard, "keep a change that was left over");
+    command.add_flag("--restore", options->restore, "take back the change that waits");
+    command.add_flag("--discard", options->discard, "keep the change that waits, as confirm does");
     command.callback(
         [&tool, options] { tool.run = [&tool, options] { return run_apply(tool, *options); }; });
 
     command = app.add_subcommand("confirm", "confirm the change that waits for it");
-    command.callback([&tool] { tool.run = [&tool] { return run_confirm(tool); }; });
+    command.callback([&tool] { tool.run = [&tool] { return end_trial(tool, "confirm", true); }; });
 }
 
 }  // namespace veltrancord::tool

@@ -30,6 +30,7 @@ constexpr uint32_t asks =
 constexpr uint32_t reads = asks | one_of(exit_not_found, exit_empty);
 constexpr uint32_t writes = asks | one_of(exit_not_found, exit_unknown);
 constexpr uint32_t replaces = writes | one_of(exit_cancelled);
+constexpr uint32_t ends_trial = replaces | one_of(exit_denied);
 
 // In the order of the help. A command without a row has no examples, and stands under a heading of
 // its own; a test tells it.
@@ -76,8 +77,12 @@ constexpr command_help rows[] = {
      "veltrancordctl diff /tmp/before\nveltrancordctl diff /tmp/before --path Network.Lan",
      reads | one_of(exit_differs, exit_other_key), also_offline},
     {"apply", changes, "veltrancordctl apply /tmp/before",
-     replaces | one_of(exit_empty, exit_not_saved, exit_other_key), also_offline},
-    {"confirm", changes, "veltrancordctl confirm", writes},
+     replaces | one_of(exit_empty, exit_denied, exit_not_saved, exit_other_key), also_offline},
+    {"confirm", changes, "veltrancordctl confirm", ends_trial},
+    {"trial", changes, "veltrancordctl trial resume", ends_trial},
+    {"trial status", nullptr, "veltrancordctl trial status", ends_trial},
+    {"trial resume", nullptr, "veltrancordctl trial resume", ends_trial},
+    {"trial guard", nullptr, "veltrancordctl trial guard /run/veltrancord", always},
     {"edit", changes, "EDITOR=true veltrancordctl edit Network.Lan", replaces | one_of(exit_empty),
      also_offline},
     {"history", changes,

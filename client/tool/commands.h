@@ -17,6 +17,7 @@ void add_session_commands(subcommand app, context& tool);    // session, captcha
 void add_exchange_commands(subcommand app, context& tool);   // raw, ping, wait
 void add_difference_commands(subcommand app, context& tool);  // snapshot, diff
 void add_apply_commands(subcommand app, context& tool);       // apply, confirm
+void add_trial_commands(subcommand app, context& tool);       // trial
 void add_edit_command(subcommand app, context& tool);         // edit
 void add_history_commands(subcommand app, context& tool);     // history, undo
 void add_watch_command(subcommand app, context& tool);        // watch

@@ -1,6 +1,4 @@
 // doctor: how the service and its surroundings are.
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <memory>
@@ -12,7 +10,7 @@
 #include "exit_status.h"
 #include "quiet_output.h"
 #include "service_numbers.h"
-#include "state_folder.h"
+#include "trial_context.h"
 
 namespace veltrancord::tool {
 namespace {
@@ -35,13 +33,16 @@ state_look look_of(state how) {
     }
 }
 
-void diagnose_pending_change(diagnosis_list& list) {
-    const std::string folder = state_folder();
-    if (!folder.empty() && access((folder + "/apply-pending").c_str(), F_OK) == 0) {
-        list.push_back({"apply", state::warning,
-                        "a change waits for its confirmation or was left over, see "
-                        "veltrancordctl apply --restore"});
+void diagnose_trial(const context& tool, diagnosis_list& list) {
+    trial::state found;
+    if (!trial::look(trial_setup(tool), found).good() || found.how_far == trial::phase::none) {
+        return;
     }
+    list.push_back({"apply", state::warning,
+                    found.guarded
+                        ? "a change waits for its confirmation, begun by " + user_name(found.owner)
+                        : "a change on approval was left over, see veltrancordctl trial "
+                          "resume"});
 }
 
 diagnosis_list diagnose(context& tool, const examination& found) {
@@ -59,7 +60,7 @@ diagnosis_list diagnose(context& tool, const examination& found) {
         diagnose_saves(found, list);
         diagnose_key(tool, list);
     }
-    diagnose_pending_change(list);
+    diagnose_trial(tool, list);
     return list;
 }
 

@@ -75,6 +75,7 @@ void add_other_commands(const subcommand& top, context& tool) {
     add_document_commands(top, tool);
     add_difference_commands(top, tool);
     add_apply_commands(top, tool);
+    add_trial_commands(top, tool);
     add_edit_command(top, tool);
     add_history_commands(top, tool);
     add_watch_command(top, tool);

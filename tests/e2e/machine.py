@@ -182,15 +182,21 @@ class Machine:
 
     # ---- processes ------------------------------------------------------------------------------
 
-    def run(self, *arguments, stdin="", timeout=None):
-        """Runs a command inside and waits for it. Return: `Finished`."""
+    def launch(self, *arguments, stdin="", obey_permissions=False):
+        """Starts a command inside. Return: its process id, and the path inside to which ".out" and
+        ".err" are added for what it prints."""
         self._count += 1
         base = f"{LOGS}/run-{self._count}"
         self.write_file(base + ".in", stdin)
         pid = self._ask(
             "start", program=shutil.which(arguments[0]) or arguments[0], arguments=list(arguments),
             environment={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL": "C"},
-            standard=[base + ".in", base + ".out", base + ".err"])
+            standard=[base + ".in", base + ".out", base + ".err"], obey_permissions=obey_permissions)
+        return pid, base
+
+    def run(self, *arguments, timeout=None, **options):
+        """Runs a command inside and waits for it; options as for `launch`. Return: `Finished`."""
+        pid, base = self.launch(*arguments, **options)
         status = self.wait_for_end(pid, timeout or self.patience)
         if status is None:
             self.send_signal(pid, signal.SIGKILL)

@@ -1,13 +1,11 @@
 """veltrancordctl: snapshot, diff, apply, edit and watch."""
 
 import json
-import os
 import signal
 
 import pytest
 
-from command_line import STATE, Tool
-from device import wait_until
+from command_line import Tool
 
 NETWORK = "<Network><Lan><Mtu>1500</Mtu><Dhcp>YES</Dhcp></Lan></Network>"
 ACCOUNT = "<Account><User1><Username>admin</Username></User1></Account>"
@@ -190,138 +188,6 @@ def test_apply_writes_what_differs(tool):
     assert applied.stdout == "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1400\n"
     assert value(tool) == "1400"
     assert tool("apply", "-", stdin=lines).stdout == ""
-
-
-def start_apply(tool, seconds="600"):
-    """Starts an apply that waits for its confirmation, inside. Return: its output so far."""
-    tool.device.write_file("/tmp/wanted", "Network.Lan.Mtu=1400\nNetwork.Lan.New=n\n")
-    environment = {**os.environ, "VELTRANCORD_STATE": str(tool.device.outside(STATE))}
-    process = tool.outside("apply", str(tool.device.outside("/tmp/wanted")), "--create", "--confirm", seconds,
-                           env=environment)
-    while "else the settings from before come back" not in process.stderr.readline():
-        assert process.poll() is None
-    assert value(tool) == "1400"
-    return process
-
-
-def test_apply_is_kept_when_confirmed_on_its_input(tool):
-    process = start_apply(tool)
-    process.communicate("confirm\n")
-    assert process.returncode == 0
-    assert value(tool) == "1400"
-    for words in ("confirm", "apply --restore"):
-        again = tool(*words.split())
-        assert again.status == 1 and "no change waits for a confirmation" in again.stderr
-
-
-def test_apply_is_kept_when_confirmed_from_elsewhere(tool):
-    process = start_apply(tool)
-    assert tool("confirm").status == 0
-    process.wait()
-    process.communicate()
-    assert process.returncode == 0
-    assert value(tool) == "1400"
-
-
-def test_apply_is_taken_back_when_nobody_confirms(tool):
-    process = start_apply(tool, "1")
-    process.communicate("no\n")
-    assert process.returncode == 11
-    assert value(tool) == "1500"
-    assert tool("get", "Network.Lan.New").status == 1
-
-
-def test_apply_that_is_ended_takes_back(tool):
-    process = start_apply(tool)
-    process.terminate()
-    process.communicate()
-    assert process.returncode == 11
-    assert value(tool) == "1500"
-
-
-def test_apply_that_was_killed_is_offered_for_restoring(tool):
-    process = start_apply(tool)
-    process.kill()
-    process.communicate()
-    assert value(tool) == "1400"
-    later = tool("apply", "-", stdin="Network.Lan.Mtu=1300\n")
-    assert later.status == 11
-    assert "neither confirmed nor taken back" in later.stderr
-    assert value(tool) == "1400"
-    assert any("left over" in one["text"] for one in tool.json("doctor", status=10)["findings"])
-    assert tool("apply", "--restore").status == 0
-    assert value(tool) == "1500"
-    assert tool("get", "Network.Lan.New").status == 1
-    assert tool("apply", "-", stdin="Network.Lan.Mtu=1300\n").status == 0
-
-
-def test_the_next_run_on_a_terminal_asks(tool):
-    process = start_apply(tool)
-    process.kill()
-    process.communicate()
-    terminal = tool.terminal(
-        "apply", "--create", str(tool.device.outside("/tmp/wanted")),
-        environment={"VELTRANCORD_STATE": str(tool.device.outside(STATE)), "NO_COLOR": "1"})
-    terminal.wait_for("[y/N]")
-    terminal.type("y\n")
-    assert terminal.finish() == 0
-    assert "the settings from before are written back" in terminal.text
-    assert value(tool) == "1400"  # and then the file was applied anew
-
-
-def test_a_failing_apply_takes_back_what_was_written(tool):
-    lines = "Network.Lan.Mtu=1400\nNetwork.Zone.1st=1\n"
-    failed = tool("apply", "-", "--create", "--confirm", "5", stdin=lines)
-    assert failed.status == 7
-    assert value(tool) == "1500"
-
-
-def test_a_killed_change_may_be_confirmed_or_discarded_later(tool):
-    for words in ("confirm", "apply --discard"):
-        process = start_apply(tool)
-        process.kill()
-        process.communicate()
-        assert tool(*words.split()).status == 0
-        assert value(tool) == "1400"
-        assert tool("apply", "-", stdin="Network.Lan.Mtu=1500\n").status == 0
-
-
-def test_a_number_that_another_process_has_got_does_not_hold_a_change_back(tool):
-    """The kept change names its process by number and start: the number alone comes again."""
-    tool.device.write_file(f"{STATE}/apply-pending", "# process 1 1\nNetwork.Lan.Mtu=1234\n")
-    later = tool("apply", "-", stdin="Network.Lan.Mtu=1300\n")
-    assert (later.status, "neither confirmed nor taken back" in later.stderr) == (11, True)
-    assert tool("apply", "--restore").status == 0
-    assert value(tool) == "1234"
-
-
-def test_one_change_at_a_time_waits_for_its_confirmation(tool):
-    process = start_apply(tool)
-    environment = {**os.environ, "VELTRANCORD_STATE": str(tool.device.outside(STATE))}
-    second = tool.outside("apply", "-", env=environment)
-    _, words = second.communicate("Network.Lan.Mtu=1\n")
-    assert second.returncode == 7
-    assert f"another change waits for its confirmation, process {process.pid}" in words
-    process.communicate("confirm\n")
-    assert value(tool) == "1400"
-
-
-def test_an_element_without_text_is_taken_back_to_none_with_its_attributes(tool):
-    tool.device.request("write:Network.Lan.Label=x")
-    tool.device.request("writeattr:Network.Lan.Label.Level=3")
-    tool.device.request("write:Network.Lan.Label=")
-    tool("apply", "-", "--create", "--confirm", "1", stdin="Network.Lan.Label=new\nNetwork.Lan.Other=1\n")
-    assert value(tool, "Network.Lan.Label") == ""
-    assert tool("attr", "get", "Network.Lan.Label.Level").stdout == "3\n"
-    assert tool("attr", "list", "Network.Lan.Other.#").status == 1  # was not there at all
-
-
-def test_what_could_not_be_written_back_is_not_applied(tool):
-    tool.device.write_document("Lines", "<Lines><A><![CDATA[a\nb]]></A></Lines>")
-    tool.device.restart()
-    refused = tool("apply", "-", "--confirm", "1", stdin="Lines.A=c\n")
-    assert refused.status == 5 and "line feed" in refused.stderr
-    assert "a\nb" in tool("get", "Lines.A").stdout
 
 
 def edit(tool, script, *arguments, answer="y\n"):

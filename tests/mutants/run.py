@@ -78,9 +78,10 @@ class Tree:
                 continue
             copied.parent.mkdir(parents=True, exist_ok=True)
             shutil.copy(original, copied)
-        for copied in (self.source / "src").rglob("*"):  # what is no more must not be built
-            if copied.is_file() and str(copied.relative_to(self.source)) not in names:
-                copied.unlink()
+        for folder in ("src", "client"):  # what is no more must not be built
+            for copied in (self.source / folder).rglob("*"):
+                if copied.is_file() and str(copied.relative_to(self.source)) not in names:
+                    copied.unlink()
         # Compiled as it is shipped, but for the time that the optimiser takes.
         configured = run(["cmake", "-G", "Ninja", "-S", str(self.source), "-B", str(self.build_folder),
                           "-D", "CMAKE_BUILD_TYPE=Release", "-D", "CMAKE_CXX_FLAGS_RELEASE=-O1"],
