@@ -299,6 +299,7 @@ int check_saved(context& tool, const setting_list& written) {
         }
     }
     std::vector<unsaved_document> list;
+    list.reserve(unsaved.size());
     for (auto& [name, one] : unsaved) {
         list.push_back(std::move(one));
     }

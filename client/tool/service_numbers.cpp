@@ -229,7 +229,7 @@ std::string service_version(const running_service& service) {
         }
     }
     for (const std::string& file : files) {
-        const std::string version = version_in(file);
+        std::string version = version_in(file);
         if (!version.empty()) {
             return version;
         }
