@@ -11,6 +11,7 @@
 #include "commands.h"
 #include "creation.h"
 #include "difference.h"
+#include "dry_run.h"
 #include "exit_status.h"
 #include "question.h"
 #include "saved_settings.h"
@@ -218,7 +219,7 @@ int run_apply(context& tool, const apply_options& options) {
     setting_map wanted;
     setting_map running;
     std::vector<setting_change> changes;
-    int status = offline ? static_cast<int>(exit_done) : settle_earlier(tool);
+    int status = offline || tool.dry_run ? static_cast<int>(exit_done) : settle_earlier(tool);
     if (status == exit_done) {
         status = find_changes(tool, options.file, wanted, running, changes);
     }
@@ -232,6 +233,9 @@ int run_apply(context& tool, const apply_options& options) {
     }
     print_difference(tool, changes);
     (void)tool.finish(exit_done);
+    if (tool.dry_run) {
+        return end_dry_run();
+    }
     change_scope scope;
     for (const setting_change& change : changes) {
         scope.settings.push_back(change.path);
@@ -262,6 +266,7 @@ void add_apply_commands(subcommand app, context& tool) {
                     "take it back unless it is confirmed within so many seconds")
         .between(1, longest_trial);
     command.add_flag("--create", options->create, "also settings that are not there yet");
+    add_dry_run(command, tool);
     command.add_flag("--restore", options->restore, "take back the change that waits");
     command.add_flag("--discard", options->discard, "keep the change that waits, as confirm does");
     command.callback(

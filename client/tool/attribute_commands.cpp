@@ -6,6 +6,7 @@
 
 #include "change_record.h"
 #include "commands.h"
+#include "dry_run.h"
 #include "exit_status.h"
 #include "service.h"
 
@@ -71,6 +72,9 @@ int run_set(context& tool, const std::vector<std::string>& words) {
             settings.push_back({word.substr(0, equals), word.substr(equals + 1)});
         }
     }
+    if (tool.dry_run) {
+        return show_attributes(tool, settings);
+    }
     std::vector<veltrancord_setting> lines;
     for (const setting& one : settings) {
         lines.push_back({one.path.c_str(), one.value.c_str()});
@@ -112,6 +116,7 @@ void add_attribute_commands(subcommand app, context& tool) {
     command = attr.add_subcommand("set", "write attributes: PATH VALUE or PATH=VALUE ...");
     command.fallthrough();
     command.add_option("SETTING", *words, "what to write").required();
+    add_dry_run(command, tool);
     command.callback(
         [&tool, words] { tool.run = [&tool, words] { return run_set(tool, *words); }; });
 }

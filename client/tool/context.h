@@ -25,6 +25,7 @@ class context {
     bool null_separated = false;
     bool reveal = false;
     bool assume_yes = false;
+    bool dry_run = false;  // of commands that have this option: change nothing
     bool verbose = false;
     bool no_pager = false;
     bool may_colour = true;

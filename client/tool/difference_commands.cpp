@@ -15,6 +15,7 @@ struct diff_options {
     std::string file;
     std::string other;
     std::string path;
+    bool all = false;
 };
 
 int run_snapshot(context& tool, const std::string& file, const std::string& path) {
@@ -55,13 +56,16 @@ int read_running_place(context& tool, const std::string& path, setting_map& sett
     return exit_done;
 }
 
+// From what is to what will be: from the running settings to FILE, or from FILE to OTHER. Of the
+// running ones those that FILE says nothing of stay as they are, and are left out unless asked for.
 int run_diff(context& tool, const diff_options& options) {
+    const bool running = options.other.empty();
     setting_map before;
     setting_map after;
-    int status = read_settings_file(tool, options.file, before);
+    int status = read_settings_file(tool, running ? options.file : options.other, after);
     if (status == exit_done) {
-        status = options.other.empty() ? read_running_place(tool, options.path, after)
-                                       : read_settings_file(tool, options.other, after);
+        status = running ? read_running_place(tool, options.path, before)
+                         : read_settings_file(tool, options.file, before);
     }
     if (status != exit_done) {
         return status;
@@ -71,6 +75,9 @@ int run_diff(context& tool, const diff_options& options) {
     if (before.empty() && after.empty() && !options.path.empty() && options.path != "*") {
         return tool.fail_with(exit_not_found, options.path,
                               "there is no such setting on either side");
+    }
+    if (running && !options.all) {
+        std::erase_if(before, [&](const auto& one) { return !after.contains(one.first); });
     }
     const std::vector<setting_change> changes = compare(before, after);
     print_difference(tool, changes);
@@ -90,12 +97,13 @@ void add_difference_commands(subcommand app, context& tool) {
     });
 
     const auto diff = std::make_shared<diff_options>();
-    command =
-        app.add_subcommand("diff", "show how the running settings (or OTHER) differ from FILE");
+    command = app.add_subcommand("diff",
+                                 "show what FILE would change, or what differs from FILE to OTHER");
     command.add_option("FILE", diff->file, "a snapshot, lines or an exchange file; \"-\"")
         .required();
-    command.add_option("OTHER", diff->other, "a second file in place of the running settings");
+    command.add_option("OTHER", diff->other, "a second file: what FILE would have to become");
     command.add_option("--path", diff->path, "only this setting, or what lies below");
+    command.add_flag("--all", diff->all, "also running settings that FILE does not name");
     command.callback([&tool, diff] { tool.run = [&tool, diff] { return run_diff(tool, *diff); }; });
 }
 

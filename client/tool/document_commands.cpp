@@ -4,6 +4,7 @@
 
 #include "change_record.h"
 #include "commands.h"
+#include "dry_run.h"
 #include "exchange_file.h"
 #include "exit_status.h"
 #include "file_name.h"
@@ -43,7 +44,11 @@ int explain_failed_file(context& tool, const std::string& file, const std::strin
 }
 
 // A command that takes an exchange file and puts other settings in place of those there are.
-int run_file(context& tool, const std::string& what, const std::string& file, file_call* call) {
+int run_file(context& tool, const std::string& what, const std::string& file, file_call* call,
+             file_use use) {
+    if (tool.dry_run) {
+        return show_file(tool, file, use);
+    }
     int status = may_destroy(tool, what + " " + file);
     if (status == exit_done) {
         status = back_up_first(tool);
@@ -66,13 +71,16 @@ int run_file(context& tool, const std::string& what, const std::string& file, fi
 }
 
 void add_file_command(subcommand app, context& tool, const std::string& name,
-                      const std::string& description, const std::string& question,
-                      file_call* call) {
+                      const std::string& description, const std::string& question, file_call* call,
+                      file_use use) {
     const auto file = std::make_shared<std::string>();
     subcommand command = app.add_subcommand(name, description);
     command.add_option("FILE", *file, "an exchange file; \"-\": standard input").required();
-    command.callback([&tool, file, question, call] {
-        tool.run = [&tool, file, question, call] { return run_file(tool, question, *file, call); };
+    add_dry_run(command, tool);
+    command.callback([&tool, file, question, call, use] {
+        tool.run = [&tool, file, question, call, use] {
+            return run_file(tool, question, *file, call, use);
+        };
     });
 }
 
@@ -108,12 +116,12 @@ void add_document_commands(subcommand app, context& tool) {
     });
 
     add_file_command(app, tool, "load", "replace documents by those of an exchange file",
-                     "replace documents by those of", veltrancord_upload);
+                     "replace documents by those of", veltrancord_upload, file_use::load);
     add_file_command(app, tool, "merge", "set each value of an exchange file",
-                     "overwrite settings with those of", veltrancord_sync_file);
+                     "overwrite settings with those of", veltrancord_sync_file, file_use::merge);
     add_file_command(app, tool, "restore",
                      "replace documents by those of an exchange file, but keep the values set now",
-                     "rebuild documents from", veltrancord_restore);
+                     "rebuild documents from", veltrancord_restore, file_use::restore);
 
     command = app.add_subcommand("sync", "save what was changed in memory only");
     command.callback([&tool] { tool.run = [&tool] { return run_sync(tool); }; });

@@ -13,6 +13,7 @@
 #include "commands.h"
 #include "creation.h"
 #include "difference.h"
+#include "dry_run.h"
 #include "exit_status.h"
 #include "leaf/owned_fd.h"
 #include "pager.h"
@@ -94,6 +95,9 @@ int write_edited(context& tool, const setting_map& before, const setting_map& af
     }
     tool.print(difference_text(tool, changes));
     (void)tool.finish(exit_done);
+    if (tool.dry_run) {
+        return end_dry_run();
+    }
     if (!tool.assume_yes && !asked_yes("write this?")) {
         context::note("nothing was done");
         return exit_cancelled;
@@ -156,6 +160,7 @@ void add_edit_command(subcommand app, context& tool) {
     subcommand command = app.add_subcommand("edit", "change the settings below PATH in an editor");
     command.add_option("PATH", *path, "where").required();
     command.add_flag("--create", *create, "also settings that are not there yet");
+    add_dry_run(command, tool);
     command.callback([&tool, path, create] {
         tool.run = [&tool, path, create] { return run_edit(tool, *path, *create); };
     });

@@ -37,13 +37,17 @@ std::size_t longest_stored_secret(const std::string& text) {
     return file.LoadXMLFile(text) ? longest_secret_in(file) : 0;
 }
 
-bool parse_exchange_text(const std::string& text, setting_list& settings) {
+bool parse_exchange_text(const std::string& text, setting_list& settings,
+                         std::set<std::string>* documents) {
     XmlDocument file("exchange");
     if (!file.LoadXMLFile(text) || file.RootElement() == nullptr) {
         return false;
     }
     for (const TiXmlElement* element = file.RootElement()->FirstChildElement(); element != nullptr;
          element = element->NextSiblingElement()) {
+        if (documents != nullptr) {
+            documents->insert(element->ValueStr());
+        }
         auto document = std::make_unique<XmlDocument>(element->Value());
         document->InsertEndChild(*element);
         XmlDocNode* record = AddXmlDocNode(element->Value(), "", std::move(document));

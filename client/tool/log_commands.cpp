@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "dry_run.h"
 #include "event_names.h"
 #include "exit_status.h"
 #include "kept_log.h"
@@ -284,6 +285,14 @@ int back_up_log(context& tool) {
 }
 
 int run_clear(context& tool) {
+    if (tool.dry_run) {
+        const int32_t count = veltrancord_log_count(&tool.client());
+        if (count < 0) {
+            return tool.fail("log", count);
+        }
+        context::note("clearing would remove " + std::to_string(count) + " events");
+        return end_dry_run();
+    }
     int status = may_destroy(tool, "clear the event log");
     if (status == exit_done) {
         status = back_up_log(tool);
@@ -340,6 +349,7 @@ void add_log_commands(subcommand app, context& tool) {
 
     command = log.add_subcommand("clear", "remove all events");
     command.fallthrough();
+    add_dry_run(command, tool);
     command.callback([&tool] { tool.run = [&tool] { return run_clear(tool); }; });
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "commands.h"
+#include "dry_run.h"
 #include "exit_status.h"
 #include "service.h"
 
@@ -124,6 +125,14 @@ int run_permits(context& tool) {
 }
 
 int run_sync(context& tool) {
+    if (tool.dry_run) {
+        const int32_t result = look_for(tool, "Account.Permission");
+        if (result < 0) {
+            return tool.fail("Account.Permission", result);
+        }
+        context::note("what Account.Permission holds would become effective");
+        return end_dry_run();
+    }
     const int32_t result = veltrancord_sync_permits(&tool.client());
     return result < 0 ? tool.fail("permits", result) : exit_done;
 }
@@ -148,6 +157,7 @@ void add_permit_commands(subcommand app, context& tool) {
     });
     command = permits.add_subcommand("sync", "make changed permits and groups effective");
     command.fallthrough();
+    add_dry_run(command, tool);
     command.callback([&tool] { tool.run = [&tool] { return run_sync(tool); }; });
     const auto value = std::make_shared<can_options>();
     command = permits.add_subcommand("value", "print what a group holds for a permit");

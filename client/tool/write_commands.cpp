@@ -12,6 +12,7 @@
 #include "change_record.h"
 #include "commands.h"
 #include "creation.h"
+#include "dry_run.h"
 #include "exit_status.h"
 #include "question.h"
 #include "saved_settings.h"
@@ -131,6 +132,9 @@ int run_set(context& tool, const set_options& options) {
     if (checked != exit_done) {
         return checked;
     }
+    if (tool.dry_run) {
+        return show_writing(tool, settings);
+    }
     change_scope scope;
     scope.settings = paths_of(settings);
     scope.memory = options.memory_only;
@@ -151,6 +155,9 @@ int run_set(context& tool, const set_options& options) {
 }
 
 int run_unset(context& tool, const std::string& path) {
+    if (tool.dry_run) {
+        return show_removal(tool, path);
+    }
     int status = may_destroy(tool, "remove " + path);
     if (status == exit_done) {
         status = back_up_first(tool);
@@ -181,12 +188,14 @@ void add_write_commands(subcommand app, context& tool) {
     command.add_option("--file", set->file, "read the lines, or a secret, from this file");
     command.add_flag("--create", set->create, "also settings that are not there yet");
     command.add_flag("--memory", set->memory_only, "in memory only, until \"sync\"");
+    add_dry_run(command, tool);
     command.callback([&tool, set] { tool.run = [&tool, set] { return run_set(tool, *set); }; });
 
     const auto path = std::make_shared<std::string>();
     command = app.add_subcommand(
         "unset", "remove an element, a whole document (Document.*) or everything (.*)");
     command.add_option("PATH", *path, "what to remove").required();
+    add_dry_run(command, tool);
     command.callback(
         [&tool, path] { tool.run = [&tool, path] { return run_unset(tool, *path); }; });
 }

@@ -33,16 +33,15 @@ def test_snapshot_and_diff(tool):
     tool("unset", "Network.Lan.Dhcp", "--yes")
     differs = tool("diff", "/tmp/before")
     assert differs.status == 10
-    assert differs.stdout == (
-        "-Account.User1.Password=********\n+Account.User1.Password=********\n"
-        "-Network.Lan.Dhcp=YES\n"
-        "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=9000\n"
-        "+Network.Lan.New=1\n")
+    secret = "-Account.User1.Password=********\n+Account.User1.Password=********\n"
+    back = "+Network.Lan.Dhcp=YES\n-Network.Lan.Mtu=9000\n+Network.Lan.Mtu=1500\n"
+    assert differs.stdout == secret + back
+    assert tool("diff", "/tmp/before", "--all").stdout == secret + back + "-Network.Lan.New=1\n"
     assert "geheim" in tool("diff", "/tmp/before", "--reveal").stdout
-    below = json.loads(tool("diff", "/tmp/before", "--path", "Network", "--json").stdout)
-    assert below[1] == {"path": "Network.Lan.Mtu", "change": "changed", "before": "1500",
-                        "after": "9000"}
-    assert [one["change"] for one in below] == ["removed", "changed", "added"]
+    below = json.loads(tool("diff", "/tmp/before", "--path", "Network", "--all", "--json").stdout)
+    assert below[1] == {"path": "Network.Lan.Mtu", "change": "changed", "before": "9000",
+                        "after": "1500"}
+    assert [one["change"] for one in below] == ["added", "changed", "removed"]
     assert tool("snapshot", "/tmp/after", "Network").status == 0
     assert b"Account" not in tool.device.read_file("/tmp/after")
     assert tool("diff", "/tmp/before", "/tmp/after", "--path", "Network.Lan").status == 10
@@ -53,7 +52,7 @@ def test_a_path_to_one_setting_is_that_setting(tool):
     tool.device.write_file("/tmp/wanted", "Network.Lan.Mtu=1400\nNetwork.Lan.Dhcp=NO\n")
     differs = tool("diff", "/tmp/wanted", "--path", "Network.Lan.Mtu")
     assert (differs.status, sorted(differs.stdout.split())) == (
-        10, ["+Network.Lan.Mtu=1500", "-Network.Lan.Mtu=1400"])
+        10, ["+Network.Lan.Mtu=1400", "-Network.Lan.Mtu=1500"])
     assert tool("snapshot", "/tmp/one", "Network.Lan.Mtu").status == 0
     assert tool.device.read_file("/tmp/one").splitlines()[1:] == [b"Network.Lan.Mtu=1500"]
     assert tool("snapshot", "/tmp/one", "Account.User1.Password").status == 0
@@ -177,8 +176,72 @@ def test_diff_reads_an_exchange_file_as_the_service_would(tool):
     assert tool("dump", "/tmp/all").status == 0
     assert tool("diff", "/tmp/all").status == 0  # secrets included: they are decoded alike
     tool("set", "Network.Lan.Mtu", "1")
-    assert tool("diff", "/tmp/all").stdout == "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1\n"
+    assert tool("diff", "/tmp/all").stdout == "-Network.Lan.Mtu=1\n+Network.Lan.Mtu=1500\n"
     assert tool("diff", "-", stdin="<ROOT><broken").status == 5
+
+
+def test_diff_and_apply_go_the_same_way_and_speak_of_the_same(tool):
+    """From what is to what will be, and of what the file names alone."""
+    tool.device.write_file("/tmp/wanted", "Network.Lan.Mtu=1400\nNetwork.Lan.New=1\n")
+    shown = tool("diff", "/tmp/wanted").stdout
+    assert shown == "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1400\n+Network.Lan.New=1\n"
+    assert tool("apply", "/tmp/wanted", "--create", "--dry-run").stdout == shown
+    assert value(tool) == "1500"
+    assert tool("snapshot", "/tmp/before").status == 0
+    assert tool("apply", "/tmp/wanted", "--create").stdout == shown
+    assert tool("snapshot", "/tmp/after").status == 0
+    assert tool("diff", "/tmp/before", "/tmp/after").stdout == shown
+    assert tool("diff", "/tmp/wanted", "--path", "Account").stdout == ""
+
+
+BACK = "<ROOT><Network><Lan><Mtu>1400</Mtu><New>1</New></Lan></Network></ROOT>"
+
+
+@pytest.mark.parametrize("words, stdin, shown", [
+    (["set", "--create", "Network.Lan.Mtu=1", "Network.Lan.New=2"], "",
+     "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1\n+Network.Lan.New=2\n"),
+    (["set", "Account.User1.Password", "-"], "neu",
+     "-Account.User1.Password=********\n+Account.User1.Password=********\n"),
+    (["unset", "Network.Lan.Dhcp"], "", "-Network.Lan.Dhcp=YES\n"),
+    (["unset", "Network.*"], "", "-Network.Lan.Dhcp=YES\n-Network.Lan.Mtu=1500\n"),
+    (["unset", ".*"], "", "-Account.User1.Password=********\n-Account.User1.Username=admin\n"
+                          "-Network.Lan.Dhcp=YES\n-Network.Lan.Mtu=1500\n"),
+    (["apply", "-"], "Network.Lan.Mtu=1\n", "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1\n"),
+    (["apply", "-", "--confirm", "5"], "Network.Lan.Mtu=1\n",
+     "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1\n"),
+    (["edit", "Network"], "", "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1450\n"),
+    (["load", "-"], BACK, "-Network.Lan.Dhcp=YES\n-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1400\n"
+                          "+Network.Lan.New=1\n"),
+    (["load", "-"], "<ROOT><Network/></ROOT>", "-Network.Lan.Dhcp=YES\n-Network.Lan.Mtu=1500\n"),
+    (["restore", "-"], BACK, "+Network.Lan.New=1\n"),
+    (["merge", "-"], BACK, "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1400\n+Network.Lan.New=1\n"),
+    (["attr", "set", "Network.Lan.Mtu.Level=2", "Network.Lan.Dhcp.Level=3"], "",
+     "-Network.Lan.Dhcp.Level=1\n+Network.Lan.Dhcp.Level=3\n+Network.Lan.Mtu.Level=2\n"),
+    (["log", "clear"], "", ""), (["permits", "sync"], "", "")], ids=lambda one: " ".join(one)
+                         if isinstance(one, list) else "")
+def test_a_dry_run_shows_what_would_change_and_changes_nothing(tool, words, stdin, shown):
+    """And what it shows is what then happens."""
+    tool.device.request("writeattr:Network.Lan.Dhcp.Level=1")
+    if "permits" in words:
+        tool.device.request("write:Account.Permission.P1=1")
+    assert tool("log", "add", "2", "Gate").status == 0
+    state = tool("get", "*").stdout, tool("attr", "list", "Network.*").stdout, tool("log", "count").stdout
+    dry = tool(*words, "--dry-run", stdin=stdin, environment=["EDITOR=sed -i s/1500/1450/"])
+    assert (dry.status, dry.stdout) == (0, shown), dry
+    assert "nothing was changed" in dry.stderr
+    assert state == (tool("get", "*").stdout, tool("attr", "list", "Network.*").stdout,
+                     tool("log", "count").stdout)
+    if words[0] in ("load", "restore", "merge", "unset") and ".*" not in words:
+        assert tool("snapshot", "/tmp/before").status == 0
+        assert tool(*words, "--yes", stdin=stdin).status == 0
+        assert tool("snapshot", "/tmp/after").status == 0
+        assert tool("diff", "/tmp/before", "/tmp/after").stdout == shown
+
+
+def test_a_dry_run_of_what_would_fail_fails(tool):
+    for words, status in ((["set", "Network.Lan.None=1"], 1), (["unset", "Network.Lan.None"], 1),
+                          (["load", "/none"], 7), (["merge", "-"], 5), (["permits", "sync"], 1)):
+        assert tool(*words, "--dry-run").status == status, words
 
 
 def test_apply_writes_what_differs(tool):

@@ -63,8 +63,8 @@ def test_a_shell_reads_findings_line_by_line(tool):
         f'{program} doctor | sed -n 1p; {program} diff /tmp/lines --path Network'))
     assert finished.stdout == (
         "Broken:unparsable\nDotted.xml:dotted-name\nalive='true'\n"
-        "path='Network.Lan.Mtu' change='changed' before='1400' after='1500'\n"
-        "path='Network.Lan.X' change='removed' before='1' after=''\n"), finished
+        "path='Network.Lan.Mtu' change='changed' before='1500' after='1400'\n"
+        "path='Network.Lan.X' change='added' before='' after='1'\n"), finished
 
 
 def test_null_bytes_end_every_line(tool):

@@ -238,7 +238,7 @@ def test_completion_of_words_and_live_paths(tool):
 
 @pytest.mark.parametrize("words", [
     ["get", "Network.Lan.Label"], ["get", "Network.Lan.*"], ["tree", "Network"],
-    ["raw", "readvalue", "Network.Lan.Label"], ["diff", "/dev/null"], ["log", "list"],
+    ["raw", "readvalue", "Network.Lan.Label"], ["diff", "/dev/null", "--all"], ["log", "list"],
     ["get", "Network.Lan.*", "--format", "shell"]])
 def test_control_bytes_are_shown_on_a_terminal_and_raw_in_a_pipe(tool, words):
     tool.device.request(b"write:Network.Lan.Label=x\x1b[2J\x07\xc2\x9b\xff\xc3\xa9")
