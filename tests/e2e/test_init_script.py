@@ -33,7 +33,7 @@ class Script:
     def __call__(self, action):
         """Return: the status."""
         return self.device.run("/usr/bin/env", f"VELTRANCORD_PROGRAM={PROGRAM}",
-                               "VELTRANCORD_DEFAULTS=/tmp/defaults", "PATH=/usr/sbin:/usr/bin:/sbin:/bin",
+                               "VELTRANCORD_DEFAULTS=/tmp/defaults", "VELTRANCORD_TOOL=/tmp/tool", "PATH=/usr/sbin:/usr/bin:/sbin:/bin",
                                "/tmp/veltrancord", action).status
 
     def pids(self):
@@ -47,6 +47,13 @@ class Script:
 def script(device):
     device.write_documents({"System": "<System><Name>gate</Name></System>"})
     return Script(device)
+
+
+@pytest.mark.parametrize("status", [0, 7])
+def test_a_start_has_the_tool_finish_a_trial(script, status):
+    script.device.install_script("/tmp/tool", f'#!/bin/sh\necho "$@" > /tmp/asked\nexit {status}\n')
+    assert script("start") == 0
+    assert script.device.read_file("/tmp/asked") == b"--timeout 60 trial resume\n"
 
 
 def test_it_starts_tells_and_stops(script):
@@ -109,4 +116,5 @@ def test_the_options_are_set_in_one_place(device):
     unit = (REPOSITORY / "packaging/systemd/veltrancord.service.in").read_text(encoding="utf-8")
     assert re.search(r"^EnvironmentFile=-/etc/default/veltrancord$", unit, re.M)
     assert re.search(r"^ExecStart=\S+ -l \$VELTRANCORD_OPTIONS$", unit, re.M)
+    assert re.search(r"^ExecStartPost=-\S+/veltrancordctl --timeout \d+ trial resume$", unit, re.M)
     assert "DEFAULTS=${VELTRANCORD_DEFAULTS:-/etc/default/veltrancord}\n" in SCRIPT
