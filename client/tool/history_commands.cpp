@@ -1,7 +1,5 @@
 // history, undo.
 #include <algorithm>
-#include <array>
-#include <ctime>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -15,6 +13,7 @@
 #include "history.h"
 #include "place_state.h"
 #include "service.h"
+#include "time_text.h"
 
 namespace veltrancord::tool {
 namespace {
@@ -29,17 +28,6 @@ struct undo_options {
     bool dry_run = false;
     bool force = false;
 };
-
-std::string local_time(int64_t seconds) {
-    const auto moment = static_cast<std::time_t>(seconds);
-    std::tm parts{};
-    std::array<char, 32> text{};
-    if (localtime_r(&moment, &parts) == nullptr ||
-        std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts) == 0) {
-        return std::to_string(seconds);
-    }
-    return text.data();
-}
 
 // Whether `path` is `place` or lies below it.
 bool lies_at(const std::string& path, const std::string& place) {

@@ -59,6 +59,7 @@ class Tool:
 
     def outside(self, *arguments, **options):
         """Starts it outside, on the device's socket. Return: the `subprocess.Popen`."""
+        options.setdefault("env", {**os.environ, **self._state})
         return subprocess.Popen([self.program, "--socket", self.device.socket_path, *arguments],
                                 stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                 stderr=subprocess.PIPE, text=True, **options)
@@ -66,7 +67,12 @@ class Tool:
     def terminal(self, *arguments, environment=None, rows=24, ignored=()):
         """Starts it outside on a terminal of its own, with some signals ignored. Return: a `Terminal`."""
         return Terminal([self.program, "--socket", self.device.socket_path, *arguments],
-                        environment or {}, rows, ignored)
+                        {**self._state, **(environment or {})}, rows, ignored)
+
+    @property
+    def _state(self):
+        """Where what it keeps is kept: on the device, and not in the home of who runs the tests."""
+        return {"VELTRANCORD_STATE": str(self.device.outside(STATE))}
 
 
 class Terminal:

@@ -1,6 +1,7 @@
 """veltrancordctl: snapshot, diff, apply, edit and watch."""
 
 import json
+import re
 import signal
 
 import pytest
@@ -60,7 +61,8 @@ def test_a_path_to_one_setting_is_that_setting(tool):
     process = watch(tool, "Network.Lan.Mtu", "--count", "1")
     tool("set", "Network.Lan.Dhcp", "NO")
     tool("set", "Network.Lan.Mtu", "1")
-    assert process.communicate()[0] == "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1\n"
+    told = process.communicate()[0]
+    assert re.fullmatch(TIME + r"-Network\.Lan\.Mtu=1500\n\+Network\.Lan\.Mtu=1\n", told)
 
 
 def test_a_path_that_matches_nothing_is_an_error(tool):
@@ -291,6 +293,9 @@ def test_edit_shows_no_secret_and_keeps_the_one_there_is(tool):
     assert tool("get", "Account.User1.Password", "--reveal").stdout == "geheim\n"
 
 
+TIME = r"[-\d]{10} [:\d]{8}\n"
+
+
 def watch(tool, *arguments):
     process = tool.outside("watch", *arguments, "--directory",
                            str(tool.device.outside("/mnt/database/xml")))
@@ -306,7 +311,8 @@ def test_watch_prints_saved_changes_of_its_place(tool):
     tool("set", "--create", "Network.Lan.Mtu=1", "Network.Lan.New=2")
     output, _ = process.communicate()
     assert process.returncode == 0
-    assert output == "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=1\n+Network.Lan.New=2\n"
+    assert re.fullmatch(TIME + r"-Network\.Lan\.Mtu=1500\n\+Network\.Lan\.Mtu=1\n"
+                        r"\+Network\.Lan\.New=2\n", output)
 
 
 def test_changes_that_follow_one_another_are_told_together(tool):
@@ -316,7 +322,24 @@ def test_changes_that_follow_one_another_are_told_together(tool):
         tool.device.request(f"write:Network.Lan.Mtu={number}")
     process.send_signal(signal.SIGCONT)
     output, _ = process.communicate()
-    assert output == "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=29\n"
+    assert re.fullmatch(TIME + r"-Network\.Lan\.Mtu=1500\n\+Network\.Lan\.Mtu=29\n", output)
+
+
+def test_watch_tells_attributes_and_times(tool):
+    process = watch(tool, "Network.Lan", "--count", "1")
+    tool.device.request("writeattr:Network.Lan.Mtu.Unit=byte")
+    output, _ = process.communicate()
+    assert re.fullmatch(TIME + r"\+attr Network\.Lan\.Mtu\.Unit=byte\n", output)
+    process = watch(tool, "Network.Lan", "--count", "1", "--json")
+    tool.device.request("writeattr:Network.Lan.Mtu.Unit=bit")
+    (change,) = json.loads(process.communicate()[0])
+    assert change.pop("time") > 1_700_000_000
+    assert change == {"path": "Network.Lan.Mtu.Unit", "change": "changed", "before": "byte",
+                      "after": "bit", "attribute": True}
+
+
+def test_watch_needs_a_place(tool):
+    assert tool("watch").status == 2
 
 
 def test_watch_runs_a_program_for_each_change(tool):
@@ -328,4 +351,4 @@ def test_watch_runs_a_program_for_each_change(tool):
         assert process.poll() is None
     tool("set", "Network.Lan.Mtu", "7")
     process.communicate()
-    assert target.read_text() == "-Network.Lan.Mtu=1500\n+Network.Lan.Mtu=7\n"
+    assert re.fullmatch(TIME + r"-Network\.Lan\.Mtu=1500\n\+Network\.Lan\.Mtu=7\n", target.read_text())

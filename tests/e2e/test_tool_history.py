@@ -7,7 +7,7 @@ import stat
 import pytest
 
 from command_line import STATE, Tool
-from device import CONFIGURATION
+from device import CONFIGURATION, wait_until
 
 NETWORK = ('<Network><Lan Level="3"><Mtu>1500</Mtu><Dhcp>YES</Dhcp></Lan>'
            "<Wlan><Key>k</Key><Mode/></Wlan></Network>")
@@ -247,3 +247,42 @@ def test_a_document_that_was_made_goes_again(tool):
     assert tool("set", "--create", "Fresh.A.B", "1").status == 0
     undone(tool)
     assert not tool.device.file_exists(CONFIGURATION + "/Fresh")
+
+
+@pytest.fixture
+def recorder(tool):
+    """The unit's command, beside the tool."""
+    process = tool.outside("watch", "--record", "--directory",
+                           str(tool.device.outside(CONFIGURATION)),
+                           env={"VELTRANCORD_STATE": str(tool.device.outside(STATE))})
+    line = process.stderr.readline()
+    assert "watching" in line, line
+    yield process
+    process.kill()
+    process.communicate()
+
+
+def test_changes_by_others_are_recorded_too(tool, recorder):
+    def entries():
+        listed = tool("history", "--json")
+        return json.loads(listed.stdout) if listed.status == 0 else []
+
+    tool.device.request("write:Network.Lan.Mtu=1400")
+    wait_until(lambda: len(entries()) == 1, "the change was recorded")
+    assert entries()[0]["command"] is None and entries()[0]["user"] is None
+    assert "not by this tool" in tool("history").stdout
+    undone(tool)
+    assert tool("get", "Network.Lan.Mtu").stdout == "1500\n"
+    # What the tool records itself is not recorded twice: the next entry is that of the change behind.
+    tool("set", "Network.Lan.Mtu", "1300")
+    tool("set", "--create", "Network.Wlan.Password", "-", stdin="geheim")
+    tool.device.request("write:Network.Lan.Dhcp=NO")
+    wait_until(lambda: entries()[0]["command"] is None, "the last change was recorded")
+    told = [(one["command"] or "others").split()[-1] for one in entries()]
+    assert told == ["others", "-", "1300", "undo", "others"], entries()
+    tool.device.request("writeattr:Network.Lan.Level=9")
+    wait_until(lambda: len(entries()) == 6, "the attribute was recorded")
+    assert entries()[0]["changes"][0]["attribute"] is True
+    tool.device.request("write:Network.Wlan.Password=neu")
+    wait_until(lambda: len(entries()) == 7, "the secret was recorded")
+    assert entries()[0]["changes"][0]["after"] == "********"

@@ -10,7 +10,7 @@ import pytest
 
 import command_line
 from command_line import Terminal, Tool
-from device import REPOSITORY
+from device import CONFIGURATION, REPOSITORY
 
 NETWORK = ("<Network><Lan><Mtu>1500</Mtu><Dhcp>YES</Dhcp></Lan>"
            "<Zone_20A><Speed_20B>fast and far</Speed_20B></Zone_20A></Network>")
@@ -176,17 +176,21 @@ def test_a_key_completes_live_paths(tool, shell, tmp_path):
     folder = os.path.dirname(command_line.program())
     terminal = Terminal([program, *arguments], {
         "PATH": f"{folder}:{os.environ['PATH']}", "HOME": str(tmp_path), "PS1": "$ ",
-        "VELTRANCORD_SOCKET": tool.device.socket_path}, 24)
+        "VELTRANCORD_SOCKET": tool.device.socket_path, "VELTRANCORD_STATE": str(tmp_path)}, 24)
     terminal.type(f"{told}; echo told''\n")
     terminal.wait_for("told\r\n")
     terminal.type("veltrancordctl get Net\tL\tM\t\n")
     terminal.wait_for("1500")
     terminal.type("veltrancordctl get Network.Z\tS\t\n")  # names with blanks
     terminal.wait_for("fast and far")
+    terminal.type("veltrancordctl --format sh\tget Network.Lan.Mt\t\n")
+    terminal.wait_for("Network_Lan_Mtu=")
     terminal.type("veltrancordctl pin\t\n")
     terminal.wait_for("alive, ")
-    terminal.type("exit\n")
-    terminal.finish()
+    terminal.type("veltrancordctl raw read\t\t")
+    # One of the shells shows no meanings.
+    terminal.wait_for("readwithlevel" if shell == "bash" else "read xml value with level")
+    terminal.kill()
 
 
 def test_completion_gives_up_within_its_budget(tool):
@@ -207,33 +211,68 @@ def test_completion_gives_up_within_its_budget(tool):
     assert waits and all(0 <= wait <= 300 for wait in waits), calls
 
 
-def test_completion_knows_options_and_what_follows_them(tool):
-    def complete(*words):
-        return tool("complete", "--", *words).stdout.split("\n")[:-1]
+def completed(tool, *words):
+    """What could stand in place of the last word, and what it means. Return: a dict."""
+    lines = tool("complete", "--", *words).stdout.split("\n")[:-1]
+    return dict((line + "\t").split("\t")[:2] for line in lines)
 
-    assert complete("--timeout", "5", "get", "Net") == ["Network."]
-    assert complete("get", "--level", "3", "Net") == ["Network."]
-    assert complete("get", "--level", "") == []
-    assert complete("log", "list", "--co") == ["--count"]
-    assert complete("log", "list", "--he") == ["--help"]
-    assert complete("log", "list", "") == []
+
+def test_completion_knows_options_and_what_follows_them(tool):
+    assert completed(tool, "--timeout", "5", "get", "Net") == {"Network.": ""}
+    assert completed(tool, "get", "--level", "3", "Net") == {"Network.": ""}
+    assert completed(tool, "get", "--level", "") == {}
+    assert completed(tool, "log", "list", "--co") == {"--count": "at most so many"}
+    assert list(completed(tool, "log", "list", "--he")) == ["--help"]
+    assert completed(tool, "log", "list", "") == {}
+    assert completed(tool, "--format", "") == {
+        "json": "for programs", "shell": "assignments to eval", "text": "for people"}
+    assert list(completed(tool, "get", "--format", "j")) == ["json"]
+    assert completed(tool, "diff", "/tmp/f", "--path", "Netw") == {"Network.": ""}
 
 
 def test_completion_of_words_and_live_paths(tool):
-    def complete(*words):
-        return tool("complete", "--", *words).stdout.split("\n")[:-1]
-
-    assert complete("ge") == ["get"]
-    assert complete("log", "") == ["list", "follow", "add", "count", "clear"]
-    assert complete("get", "Net") == ["Network."]
-    assert complete("get", "Network.Lan.") == ["Network.Lan.Dhcp", "Network.Lan.Mtu"]
-    assert complete("attr", "get", "N") == ["Network."]
-    assert complete("--reveal", "tree", "Network.L") == ["Network.Lan."]
-    assert "--reveal" in complete("get", "--re")
-    assert complete("--socket", "/nonexistent", "get", "N") == []
+    assert completed(tool, "ge") == {"get": "print values; PATH.* prints all below PATH"}
+    assert set(completed(tool, "log", "")) == {"list", "follow", "add", "count", "clear"}
+    assert completed(tool, "get", "Net") == {"Network.": ""}
+    assert completed(tool, "get", "Network.Lan.") == {"Network.Lan.Dhcp": "YES",
+                                                      "Network.Lan.Mtu": "1500"}
+    assert completed(tool, "snapshot", "/tmp/f", "Netw") == {"Network.": ""}
+    assert completed(tool, "--reveal", "tree", "Network.L") == {"Network.Lan.": ""}
+    assert "--reveal" in completed(tool, "get", "--re")
+    assert completed(tool, "help", "wat") == completed(tool, "wat") != {}
+    assert list(completed(tool, "help", "log", "cl")) == ["clear"]
+    assert completed(tool, "--socket", "/nonexistent", "get", "N") == {}
     tool.device.stop()
+    assert completed(tool, "--root", CONFIGURATION, "get", "Network.Lan.M") == {
+        "Network.Lan.Mtu": "1500"}
     silent = tool("complete", "--", "get", "Net")
     assert (silent.status, silent.stdout, silent.stderr) == (0, "", "")
+    silent = tool("complete", "--", "--root", "/nonexistent", "get", "Net")
+    assert (silent.status, silent.stdout, silent.stderr) == (0, "", "")
+
+
+def test_completion_of_what_the_service_knows(service):
+    tool = Tool(service({"Account": (
+        '<Account><User1 Level="3"><Username>admin</Username><Password>x</Password></User1>'
+        '<User2><Username>guest</Username></User2><Permission><Define>'
+        '<Permit1 Type="Switch" Value="NO">Network</Permit1></Define>'
+        "<Group1><Name>Admin</Name><Permit1>YES</Permit1></Group1></Permission></Account>")}))
+    assert completed(tool, "group", "") == {"admin": "user", "guest": "user"}
+    assert completed(tool, "can", "") == {"Admin": "group", "admin": "user", "guest": "user"}
+    assert completed(tool, "can", "admin", "N") == {"Network": "Switch"}
+    assert completed(tool, "permits", "value", "") == {"Admin": "group"}
+    assert completed(tool, "permits", "value", "Admin", "") == {"Network": "Switch"}
+    assert completed(tool, "raw", "readv") == {"readvalue": "read one xml item value"}
+    assert completed(tool, "attr", "get", "Account.User1.") == {
+        "Account.User1.Level": "attribute, 3", "Account.User1.Username.": "",
+        "Account.User1.Password.": ""}
+    assert {"Account.User1.#", "Account.User1.*"} < set(completed(tool, "attr", "list", "Account.User1."))
+    assert completed(tool, "get", "Account.User1.P") == {"Account.User1.Password": "********"}
+    tool("set", "Account.User2.Username", "other")
+    assert completed(tool, "undo", "") == {"1": "veltrancordctl set Account.User2.Username other"}
+    tool.device.request(b"write:Account.User2.Username=a\x1b[2J\tb" + b"c" * 100)
+    shown = tool("complete", "--", "get", "Account.User2.").stdout
+    assert "\x1b" not in shown and shown.count("\t") == 1 and len(shown) < 120
 
 
 @pytest.mark.parametrize("words", [

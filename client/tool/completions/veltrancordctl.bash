@@ -5,7 +5,8 @@ _veltrancordctl() {
     found=$("${words[0]}" complete -- "${words[@]:1:COMP_CWORD}" 2>/dev/null) || return 0
     COMPREPLY=()
     while [[ -n $found ]] && IFS= read -r one; do
-        printf -v one %q "$one" # names may hold blanks
+        # This shell does not show what a word means, which stands behind a tab.
+        printf -v one %q "${one%%$'\t'*}" # names may hold blanks
         COMPREPLY+=("$one")
     done <<<"$found"
     if [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == *. ]]; then
