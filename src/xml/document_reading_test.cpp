@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "support/markup_pieces.h"
+#include "support/rounds.h"
 #include "support/same_xml.h"
 #include "xml/document.h"
 
@@ -71,7 +72,8 @@ std::string AnyMarkup(std::mt19937& random) {
 TEST(XmlDocumentReading, AgreesWithTheLibraryOnAnyText) {
     std::mt19937 random(1);
     int sound = 0;
-    for (int round = 0; round < 100000 && !testing::Test::HasFailure(); ++round) {
+    const int last = rounds(100000);
+    for (int round = 0; round < last && !testing::Test::HasFailure(); ++round) {
         std::string text = AnyMarkup(random);
         if (round % 100 == 0) {
             text = Repeat("<a>", 505) + text + Repeat("</a>", static_cast<int>(random() % 505));
