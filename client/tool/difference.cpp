@@ -1,6 +1,7 @@
 #include "difference.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
@@ -129,6 +130,11 @@ std::string snapshot_text(const setting_map& settings) {
 }
 
 bool write_private_file(const std::string& file, const std::string& text) {
+    struct stat status {};
+    if (stat(file.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {  // /dev/null, a FIFO
+        owned_fd fd(open(file.c_str(), O_WRONLY | O_CLOEXEC));
+        return fd && write_whole(fd.get(), text) && fd.close() == 0;
+    }
     const std::string aside = file + ".new";
     (void)unlink(aside.c_str());
     owned_fd fd(open(aside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));

@@ -22,9 +22,7 @@ int run_dump(context& tool, const std::string& file) {
     if (file == "-") {
         return tool.fail_with(exit_usage, "dump", "needs a file: the service itself writes it");
     }
-    const std::string name = absolute_name(file);
-    const int32_t result = veltrancord_download(&tool.client(), name.c_str());
-    return result < 0 ? tool.fail_change(name, result) : exit_done;
+    return download_to(tool, file);
 }
 
 // The service tells a file that it cannot open and one that does not parse alike.

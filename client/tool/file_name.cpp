@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
@@ -18,6 +19,22 @@ std::string absolute_name(const std::string& name) {
     std::error_code failure;
     const std::filesystem::path path = std::filesystem::absolute(name, failure);
     return failure ? name : path.string();
+}
+
+target_file::target_file(const std::string& name) {
+    const owned_fd file(
+        open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    is_there_ = file || errno == EEXIST;
+    if (file) {
+        made_ = name;
+    }
+}
+
+void target_file::remove() {
+    if (is_new()) {
+        (void)unlink(made_.c_str());
+        made_.clear();
+    }
 }
 
 service_file::service_file(const std::string& name) : name_(name) {

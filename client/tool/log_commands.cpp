@@ -3,11 +3,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -17,6 +14,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "difference.h"
 #include "dry_run.h"
 #include "event_names.h"
 #include "exit_status.h"
@@ -274,14 +272,13 @@ int back_up_log(context& tool) {
     if (result < 0) {
         return tool.fail("log", result);
     }
-    std::ofstream file(tool.backup_file);
+    std::string text;
     const event_names names(tool);
     for (const veltrancord_log_record& record : records) {
-        file << one_line(as_json(record, names)) << '\n';
+        text += one_line(as_json(record, names)) + '\n';
     }
-    file.close();
-    return file.good() ? exit_done
-                       : tool.fail_with(exit_failed, tool.backup_file, std::strerror(errno));
+    return write_private_file(tool.backup_file, text) ? exit_done
+                                                      : tool.fail_file(tool.backup_file);
 }
 
 int run_clear(context& tool) {

@@ -55,9 +55,26 @@ int back_up_first(context& tool) {
     if (tool.backup_file.empty()) {
         return exit_done;
     }
-    const std::string file = absolute_name(tool.backup_file);
-    const int32_t result = veltrancord_download(&tool.client(), file.c_str());
-    return result < 0 ? tool.fail(file, result) : exit_done;
+    return download_to(tool, tool.backup_file);
+}
+
+int download_to(context& tool, const std::string& file) {
+    const std::string name = absolute_name(file);
+    target_file target(name);
+    if (!target.is_there()) {
+        return tool.fail_file(file);
+    }
+    int32_t result = veltrancord_download(&tool.client(), name.c_str());
+    if (result == VELTRANCORD_FAILED && target.is_new()) {
+        // A service that is not root's cannot fill a file of ours: it makes one of its own.
+        target.remove();
+        result = veltrancord_download(&tool.client(), name.c_str());
+    }
+    if (result < 0) {
+        return tool.fail(file, result);
+    }
+    target.keep();
+    return exit_done;
 }
 
 namespace {

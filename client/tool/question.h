@@ -17,6 +17,10 @@ bool asked_yes(const std::string& question);
 // With --backup FILE: has the service write all its documents there. Return: the exit status.
 int back_up_first(context& tool);
 
+// Has the service write all its documents into a file, which is for nobody else to read unless it
+// is there already. Says what went wrong. Return: the exit status.
+int download_to(context& tool, const std::string& file);
+
 // Reads all of a file, of standard input for "-". Return: false with errno set.
 bool read_input(const std::string& name, std::string& text);
 

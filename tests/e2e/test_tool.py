@@ -243,6 +243,25 @@ def test_log(tool):
     assert tool("log", "count").stdout == "0\n"
 
 
+def test_what_is_saved_is_for_nobody_else_to_read(tool):
+    device = tool.device
+    tool("log", "add", "1", "event")
+    for words in (["dump", "/tmp/all"], ["unset", "Network.Lan.Mtu", "--yes", "--backup", "/tmp/before"],
+                  ["log", "clear", "--yes", "--backup", "/tmp/events"], ["snapshot", "/tmp/lines"]):
+        assert tool(*words).status == 0
+        assert device.run("stat", "-c", "%a", words[-1]).stdout == "600\n"
+    assert "<Lan>" in device.read_file("/tmp/all").decode()
+    device.run("chmod", "640", "/tmp/all")
+    assert tool("dump", "/tmp/all").status == 0
+    assert device.run("stat", "-c", "%a", "/tmp/all").stdout == "640\n"
+
+
+def test_a_device_takes_what_is_saved_and_stays_one(tool):
+    for command in ("dump", "snapshot"):
+        assert tool(command, "/dev/null").status == 0
+        assert tool.device.run("stat", "-c", "%F", "/dev/null").stdout == "character special file\n"
+
+
 def test_log_follow(tool):
     tool("log", "add", "1", "old")
     follower = tool.outside("log", "follow", "--interval", "50")

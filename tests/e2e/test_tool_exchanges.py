@@ -46,7 +46,7 @@ WORDS = {
     "writeattr": "attr set A.B 1",
     "syncmemtoflash": "sync",
     "remove": "unset A.B --yes",
-    "download": "dump /f",
+    "download": "dump /dev/null",
     "upload": "load /f --yes",
     "restore": "restore /f --yes",
     "syncxml": "merge /f --yes",
@@ -255,7 +255,7 @@ def test_raw_asks_before_it_destroys(scripted, command):
     finished, requests = scripted(reply(0), "raw", *command.split())
     assert (finished.returncode, requests) == (2, [])
     assert "needs --yes" in finished.stderr and "--backup FILE" in finished.stderr
-    finished, requests = scripted(reply(0), "raw", *command.split(), "--yes", "--backup", "/tmp/b")
+    finished, requests = scripted(reply(0), "raw", *command.split(), "--yes", "--backup", "/dev/null")
     assert changing(request.split(b":")[0].decode() for request in requests) == [
         "download", command.split()[0]]
 
