@@ -160,7 +160,7 @@ def test_a_change_that_was_made_meanwhile_is_told(tool):
     pid, base = launch(tool, "apply", "/tmp/wanted", "--confirm", "600", "--timeout", "60")
     wait_until(lambda: b"+Network.Lan.Mtu=1300" in device.read_file(base + ".out"), "it has compared")
     device.request("write:Network.Lan.Mtu=1200")
-    for process in device.children_of(holder) + [holder]:
+    for process in [holder, *device.children_of(holder)]:  # who waits for a child ends with it
         device.send_signal(process, signal.SIGKILL)
     assert device.wait_for_end(pid, 60) == 5
     assert b"has changed meanwhile" in device.read_file(base + ".err")
