@@ -63,6 +63,14 @@ def test_without_root_it_is_exposed_to_3_of_10_at_most(unit):
     assert exposure(unit) <= 3.0
 
 
+@needs_systemd
+def test_who_writes_the_history_is_exposed_to_2_of_10_at_most(tmp_path):
+    text = (REPOSITORY / "packaging/systemd/veltrancord-history.service.in").read_text(encoding="utf-8")
+    path = tmp_path / "veltrancord-history.service"
+    path.write_text(text.replace("@CMAKE_INSTALL_FULL_BINDIR@/veltrancordctl", "/bin/true"))
+    assert exposure(path) <= 2.0
+
+
 # ---- that it serves -------------------------------------------------------------------------------
 
 DOCUMENTS = {"Account": '<Account><Name DispatchW="/tmp/hook.sh">x</Name></Account>'}
