@@ -101,6 +101,7 @@ bool wait_for_confirmation(const trial::ticket& begun) {
 
 std::vector<trial::change> trial_changes(const std::vector<setting_change>& changes) {
     std::vector<trial::change> list;
+    list.reserve(changes.size());
     for (const setting_change& one : changes) {
         list.push_back({one.path, one.before != nullptr ? std::optional(*one.before) : std::nullopt,
                         *one.after});

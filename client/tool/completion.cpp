@@ -85,7 +85,7 @@ class candidate_list {
     static std::string one_short_line(std::string text) {
         constexpr std::size_t longest = 60;
         if (text.size() > longest) {
-            text = text.substr(0, longest) + "...";
+            text.replace(longest, std::string::npos, "...");
         }
         std::replace_if(
             text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; }, '?');

@@ -129,12 +129,12 @@ std::string context::reason_of(int32_t result) {
         std::snprintf(reason, sizeof reason, "%s: %s: %s", veltrancord_result_text(result),
                       socket_path.c_str(), std::strerror(cause));
         return reason + (cause == EACCES ? who_may_connect(socket_path) : std::string());
-    } else if (client_.error.code == result) {
-        client_.error.subject[0] = '\0';  // the line names it already
-        veltrancord_error_text(&client_, reason, sizeof reason);
-    } else {
+    }
+    if (client_.error.code != result) {
         return veltrancord_result_text(result);
     }
+    client_.error.subject[0] = '\0';  // the line names it already
+    veltrancord_error_text(&client_, reason, sizeof reason);
     return reason;
 }
 
@@ -188,7 +188,7 @@ int context::print_failure(int status, std::string_view subject, const json& cod
 }
 
 void context::note(std::string_view text) {
-    if (!quiet) {
+    if (!g_quiet) {
         print_to_error("veltrancordctl: " + std::string(text));
     }
 }

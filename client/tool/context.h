@@ -16,6 +16,9 @@ enum class output_form { text, json, shell };
 
 using json = nlohmann::ordered_json;
 
+// Set by -q: notes are left out, which any part of the tool prints.
+inline bool g_quiet = false;
+
 class context {
   public:
     // Options that all commands share; set while the command line is parsed.
@@ -89,9 +92,6 @@ class context {
 
     // The same where -v asks for it.
     void detail(std::string_view text) const;
-
-    // Set by -q. Shared, as notes are.
-    inline static bool quiet = false;
 
   private:
     [[nodiscard]] std::string_view line_end() const;

@@ -90,13 +90,14 @@ int run_history(context& tool, const history_options& options) {
 // The entry of that number, or the newest that neither undoes another nor was undone; null.
 const history_entry* find_entry(const std::vector<history_entry>& entries, int64_t number) {
     std::set<int64_t> undone;  // by a later change that was not undone itself
-    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-        const bool in_effect = undone.count(entry->number) == 0;
-        if (number != 0 ? entry->number == number : in_effect && entry->undoes == 0) {
-            return &*entry;
+    for (std::size_t at = entries.size(); at-- > 0;) {
+        const history_entry& entry = entries[at];
+        const bool in_effect = undone.count(entry.number) == 0;
+        if (number != 0 ? entry.number == number : in_effect && entry.undoes == 0) {
+            return &entry;
         }
-        if (in_effect && entry->undoes != 0) {
-            undone.insert(entry->undoes);
+        if (in_effect && entry.undoes != 0) {
+            undone.insert(entry.undoes);
         }
     }
     return nullptr;

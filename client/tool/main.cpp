@@ -50,7 +50,7 @@ void add_general_options(CLI::App& app, context& tool) {
         "--no-color", [&tool] { tool.may_colour = false; },
         "no colours (as NO_COLOR in the environment)");
     app.add_flag_callback(
-        "-q,--quiet", [] { context::quiet = true; }, "say nothing but failures on standard error");
+        "-q,--quiet", [] { g_quiet = true; }, "say nothing but failures on standard error");
     app.add_flag("-v,--verbose", tool.verbose, "say more of what is done on standard error");
     app.add_option("--root", tool.root,
                    "work on the documents of this directory, without a service");

@@ -166,11 +166,12 @@ int tell(context& tool, const watch_options& options, const place_state& before,
 // the change already. Secrets cannot be compared: of those each word since `seen` counts.
 bool is_recorded(const std::vector<history_entry>& entries, const recorded_difference& change,
                  int64_t seen) {
-    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-        for (const recorded_difference& one : entry->differences) {
+    for (std::size_t at = entries.size(); at-- > 0;) {
+        const history_entry& entry = entries[at];
+        for (const recorded_difference& one : entry.differences) {
             if (one.path == change.path && one.attribute == change.attribute) {
                 return one.after == change.after &&
-                       (!is_secret_path(one.path) || entry->number > seen);
+                       (!is_secret_path(one.path) || entry.number > seen);
             }
         }
     }

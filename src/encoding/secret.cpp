@@ -13,15 +13,15 @@ namespace veltrancord {
 namespace {
 
 // Values already stored can be read back with this key only: one for a product, for ever.
-char value_key[] = VELTRANCORD_VALUE_KEY;
-constexpr std::size_t value_key_size = sizeof(value_key) - 1;
+char g_value_key[] = VELTRANCORD_VALUE_KEY;
+constexpr std::size_t value_key_size = sizeof(g_value_key) - 1;
 static_assert(value_key_size == 7, "VELTRANCORD_VALUE_KEY must have exactly 7 bytes");
 
 constexpr std::string_view secret_prefix = "enc:";
 
 char change_by_key(char c, std::size_t position) {
     return static_cast<char>(static_cast<unsigned char>(c) ^
-                             static_cast<unsigned char>(value_key[position % value_key_size]));
+                             static_cast<unsigned char>(g_value_key[position % value_key_size]));
 }
 
 // Copies text that is no secret, bounded, with its NUL.
@@ -39,7 +39,7 @@ bool use_value_key(std::string_view key) {
     if (key.size() != value_key_size || !printable) {
         return false;
     }
-    key.copy(value_key, value_key_size);
+    key.copy(g_value_key, value_key_size);
     return true;
 }
 

@@ -95,4 +95,4 @@ def test_its_unit_shuts_out_what_it_never_needs_and_always_brings_it_back():
         assert settings[name], name
     # Its status is 1 whenever it ends, by a crash of the worker or because it was told to.
     assert settings["SuccessExitStatus"] == "1" and settings["Restart"] == "always"
-    assert settings["ExecStart"].endswith("/Veltrancord -l")
+    assert settings["ExecStart"].endswith("/Veltrancord -l $VELTRANCORD_OPTIONS")
