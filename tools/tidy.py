@@ -1,4 +1,4 @@
-"""clang-tidy over the sources of compile_commands.json: tidy.py BUILD-FOLDER JOBS FILE...
+"""clang-tidy over the sources of compile_commands.json: tidy.py BUILD-FOLDER JOBS
 
 The standard headers are what takes its time, so the sources of a folder are put one behind the other
 into one text and looked at together, as far as they compile so; what it says is told with the file
