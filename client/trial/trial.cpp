@@ -32,7 +32,8 @@ verdict service_trouble(int32_t code, std::string about) {
 }
 
 void pause_for(int milliseconds) {
-    const timespec pause = {milliseconds / in_a_second, (milliseconds % in_a_second) * 1'000'000};
+    const timespec pause = {milliseconds / in_a_second,
+                            static_cast<long>(milliseconds % in_a_second) * 1'000'000};
     (void)nanosleep(&pause, nullptr);  // a signal ends it early, which costs a look
 }
 
