@@ -19,6 +19,27 @@ namespace {
 
 constexpr mode_t group_writable = 0660;
 
+// Far above what a mebibyte of changes a day comes to, and with room for the next one: others of
+// the group write to the file, too.
+constexpr int64_t highest_number = int64_t{1} << 53;
+
+// Whoever holds a lock of the folder for longer must not hold a change up: it goes unrecorded.
+constexpr int longest_wait = 5000;  // milliseconds
+constexpr int look_again = 10;
+
+// Return: false with errno set, EWOULDBLOCK where another has held it for all that time.
+bool lock_in_time(int fd, int mode) {
+    for (int waited = 0;; waited += look_again) {
+        if (flock(fd, mode | LOCK_NB) == 0) {
+            return true;
+        }
+        if ((errno != EWOULDBLOCK && errno != EINTR) || waited >= longest_wait) {
+            return false;
+        }
+        (void)usleep(look_again * 1000);
+    }
+}
+
 // Opens a file of the folder, made for the folder's group if need be. A link or what is no plain
 // file is refused: others write to the folder, too.
 owned_fd open_shared(const std::string& folder, const char* name, int flags) {
@@ -126,7 +147,7 @@ bool parse_entry(const std::string& line, history_entry& entry) {
                                          side_of(one, "after"), one.value("lost", false),
                                          one.value("made", std::string())});
         }
-        return entry.number > 0;
+        return entry.number > 0 && entry.number <= highest_number;
     } catch (const json::exception&) {
         return false;
     }
@@ -210,7 +231,7 @@ bool append_to_history(history_entry& entry) {
     }
     const owned_fd lock = open_shared(folder, "history.lock", O_RDWR);
     std::string text;
-    if (!lock || flock(lock.get(), LOCK_EX) != 0 || !read_text(folder, text)) {
+    if (!lock || !lock_in_time(lock.get(), LOCK_EX) || !read_text(folder, text)) {
         return false;
     }
     entry.number = last_number(text) + 1;
@@ -228,7 +249,7 @@ bool append_to_history(history_entry& entry) {
 owned_fd lock_changes(change_lock_mode mode) {
     const std::string folder = history_folder();
     owned_fd lock = folder.empty() ? owned_fd() : open_shared(folder, "changes.lock", O_RDWR);
-    if (lock && flock(lock.get(), mode == change_lock_mode::shared ? LOCK_SH : LOCK_EX) != 0) {
+    if (lock && !lock_in_time(lock.get(), mode == change_lock_mode::shared ? LOCK_SH : LOCK_EX)) {
         lock.reset();
     }
     return lock;

@@ -28,6 +28,26 @@ def undone(tool, *words):
     return finished.stdout
 
 
+def test_a_number_that_has_no_next_is_no_entry(tool):
+    line = json.dumps({"number": (1 << 63) - 1, "time": 1, "user": "x", "command": "y", "changes": []})
+    tool.device.make_directory(STATE)
+    tool.device.write_file(f"{STATE}/history", line + "\n")
+    assert tool("set", "Network.Lan.Mtu", "1400").status == 0
+    assert [one["number"] for one in tool.json("history")] == [1]
+
+
+def test_a_lock_that_is_never_given_up_holds_no_change_up(tool):
+    device = tool.device
+    device.make_directory(STATE)
+    holder, _ = device.launch("flock", f"{STATE}/history.lock", "sh", "-c", "echo > /tmp/held; exec sleep 600")
+    device.wait_for_file("/tmp/held")
+    changed = tool("set", "Network.Lan.Mtu", "1400")
+    assert changed.status == 0 and "history" in changed.stderr, changed
+    assert tool("get", "Network.Lan.Mtu").stdout == "1400\n"
+    for process in [holder, *device.children_of(holder)]:
+        device.send_signal(process, 9)
+
+
 def test_history_tells_what_when_by_whom_and_how(tool):
     assert tool("history").status == 4
     assert tool("set", "Network.Lan.Mtu", "1400").status == 0
