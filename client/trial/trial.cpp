@@ -168,15 +168,20 @@ verdict wait_for_guard(const setup& where, trial_folder& folder, ino_t journal, 
     return {};
 }
 
-verdict decide(veltrancord_client& client, const setup& where, std::optional<ino_t> journal,
-               phase decision, ending& how) {
-    trial_folder folder;
+// Opens the folder, where a trial may be, and locks it.
+verdict enter(trial_folder& folder, const setup& where, int timeout_ms) {
     if (!folder.open(where.folder)) {
         return errno == ENOENT ? verdict{trouble::nothing, where.folder}
                                : system_trouble(where.folder);
     }
-    if (!folder.lock(client.timeout_ms)) {
-        return system_trouble(where.folder);
+    return folder.lock(timeout_ms) ? verdict{} : system_trouble(where.folder);
+}
+
+verdict decide(veltrancord_client& client, const setup& where, std::optional<ino_t> journal,
+               phase decision, ending& how) {
+    trial_folder folder;
+    if (verdict entered = enter(folder, where, client.timeout_ms); !entered.good()) {
+        return entered;
     }
     const trial_folder::found found = folder.look();
     if (found.how_far == phase::none || (journal && *journal != found.journal)) {
@@ -325,12 +330,8 @@ verdict give_back(veltrancord_client& client, const setup& where, std::optional<
 
 verdict resume(veltrancord_client& client, const setup& where, ending& how) {
     trial_folder folder;
-    if (!folder.open(where.folder)) {
-        return errno == ENOENT ? verdict{trouble::nothing, where.folder}
-                               : system_trouble(where.folder);
-    }
-    if (!folder.lock(client.timeout_ms)) {
-        return system_trouble(where.folder);
+    if (verdict entered = enter(folder, where, client.timeout_ms); !entered.good()) {
+        return entered;
     }
     const trial_folder::found found = folder.look();
     if (found.how_far == phase::none) {
