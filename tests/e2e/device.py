@@ -59,8 +59,8 @@ class Starter:
 class Device(Machine):
     """See the module."""
 
-    def __init__(self, program=None, patience=None):
-        super().__init__(program or default_program, patience)
+    def __init__(self, program=None, patience=None, many_users=False):
+        super().__init__(program or default_program, patience, many_users)
         # What watches the program: "address", "thread", "valgrind" or None.
         self.sanitizer = sanitizer.built_in(self.program) or ("valgrind" if default_under else None)
         self.starter = None
@@ -98,7 +98,7 @@ class Device(Machine):
 
     def start(self, *options, ready=True, under=(), environment=None, argv0=None, closed=(),
               opened=(), ignored=(), blocked=(), stderr=None, limits=None, obey_permissions=False,
-              directory=None, fake_clock=False):
+              directory=None, fake_clock=False, user=None):
         """Starts the program with `options` and, unless `ready` is False, waits until the starter
         has ended with status 0, which means that the service answers.
 
@@ -114,14 +114,15 @@ class Device(Machine):
         directory         working directory
         fake_clock        let `move_clock` move the program's time (see `require_fake_clock`); a
                           number: and let it run so many times as fast
+        user              the number of the user and of the group that it runs as; root if not given
 
         Return: the `Starter`.
         """
         self._options = options
         self._start_arguments = dict(
             ready=ready, under=under, environment=environment, argv0=argv0, closed=closed,
-            opened=opened, ignored=ignored, blocked=blocked, stderr=stderr, limits=limits, obey_permissions=obey_permissions, directory=directory,
-            fake_clock=fake_clock)
+            opened=opened, ignored=ignored, blocked=blocked, stderr=stderr, limits=limits,
+            obey_permissions=obey_permissions, directory=directory, fake_clock=fake_clock, user=user)
         variables = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL": "C"}
         if self.sanitizer is not None:
             variables.update(sanitizer.environment(traced=bool(under)))
@@ -137,7 +138,8 @@ class Device(Machine):
             "start", program=program, arguments=arguments, environment=variables,
             standard=["/dev/null", f"{LOGS}/stdout", stderr or f"{LOGS}/stderr"],
             closed=list(closed), opened=list(opened), ignored=[int(one) for one in ignored],
-            blocked=[int(one) for one in blocked], limits=limits, obey_permissions=obey_permissions, directory=directory)
+            blocked=[int(one) for one in blocked], limits=limits,
+            obey_permissions=obey_permissions, directory=directory, user=user)
         self.starter = Starter(self, pid)
         if ready:
             self.wait_ready()

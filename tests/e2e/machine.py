@@ -56,23 +56,36 @@ def wait_until(condition, what, timeout=None):
         pause = min(0.05, pause * 1.5)
 
 
+def _into_user_namespace(many_users):
+    """The beginning of the command that enters the namespaces: the user namespace, with the users
+    that it is to have. Root gives it all of its own, others what /etc/subuid gives them."""
+    if many_users and os.geteuid() == 0:
+        return [sys.executable, "-I", "-S", str(HERE / "map_users.py"), "unshare"]
+    wanted = ["unshare", "--user", "--map-root-user"]
+    if many_users and subprocess.run([*wanted, "--map-auto", "true"], check=False,
+                                     capture_output=True).returncode == 0:
+        return [*wanted, "--map-auto"]
+    return wanted
+
+
 class Machine:
     """See the module. Everything raises OSError where the operation inside failed."""
 
-    def __init__(self, program, patience=None):
-        """`program` is shown as /run/bin/Veltrancord; `patience`: see PATIENCE."""
+    def __init__(self, program, patience=None, many_users=False):
+        """`program` is shown as /run/bin/Veltrancord; `patience`: see PATIENCE. `many_users`: with
+        other users beside root, where this machine allows it (see `has_many_users`)."""
         self.program = os.path.realpath(program)
         self.patience = PATIENCE if patience is None else patience
         self._count = 0
         self._lock = threading.Lock()
-        self._enter_namespaces()
+        self._enter_namespaces(many_users)
 
-    def _enter_namespaces(self):
+    def _enter_namespaces(self, many_users):
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
         self._control = ours
         ours.setsockopt(socket.SOL_SOCKET, socket.SO_PASSCRED, 1)
         ours.settimeout(self.patience)
-        command = ["unshare", "--user", "--map-root-user", "--mount", "--pid", "--ipc", "--fork"]
+        command = [*_into_user_namespace(many_users), "--mount", "--pid", "--ipc", "--fork"]
         command += ["--kill-child", "--mount-proc", sys.executable, "-I", "-S"]
         command += [str(HERE / "namespace_init.py"), str(theirs.fileno()), self.program]
         with theirs:
@@ -101,6 +114,12 @@ class Machine:
 
     def __exit__(self, *_):
         self.close()
+
+    @property
+    def has_many_users(self):
+        """Whether there are others than root."""
+        maps = [Path(f"/proc/{self.init_pid}/{name}").read_text() for name in ("uid_map", "gid_map")]
+        return all(sum(int(line.split()[2]) for line in text.splitlines()) > 60000 for text in maps)
 
     def close(self):
         """Ends everything inside. What the sanitizers found must be fetched before."""
@@ -182,8 +201,8 @@ class Machine:
 
     # ---- processes ------------------------------------------------------------------------------
 
-    def launch(self, *arguments, stdin="", obey_permissions=False):
-        """Starts a command inside. Return: its process id, and the path inside to which ".out" and
+    def launch(self, *arguments, stdin="", obey_permissions=False, user=None):
+        """Starts a command inside, as root or another user's number. Return: its process id, and the path inside to which ".out" and
         ".err" are added for what it prints."""
         self._count += 1
         base = f"{LOGS}/run-{self._count}"
@@ -191,7 +210,8 @@ class Machine:
         pid = self._ask(
             "start", program=shutil.which(arguments[0]) or arguments[0], arguments=list(arguments),
             environment={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL": "C"},
-            standard=[base + ".in", base + ".out", base + ".err"], obey_permissions=obey_permissions)
+            standard=[base + ".in", base + ".out", base + ".err"], obey_permissions=obey_permissions,
+            user=user)
         return pid, base
 
     def run(self, *arguments, timeout=None, **options):

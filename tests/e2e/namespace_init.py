@@ -155,6 +155,10 @@ def start(request):
         if request.get("obey_permissions"):
             for capability in (CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH):
                 check(libc.prctl(PR_CAPBSET_DROP, capability, 0, 0, 0), "prctl")
+        if request.get("user") is not None:
+            os.setgroups([])
+            os.setgid(request["user"])
+            os.setuid(request["user"])
         os.execve(request["program"], request["arguments"], request["environment"])
     except BaseException as problem:  # pylint: disable=broad-except
         os.write(failure_write, str(problem).encode())

@@ -5,7 +5,8 @@ import subprocess
 
 import pytest
 
-from device import Device, wait_until
+from device import SOCKET, Device, wait_until
+from peers import Peer
 from wire import NO_REPLY, ProtocolError, Reply, frame, parse_reply
 
 
@@ -83,3 +84,22 @@ def test_unshare_is_not_left_behind_when_setting_up_fails(tmp_path):
     children = subprocess.run(["ps", "--ppid", str(os.getpid()), "-o", "comm="],
                               capture_output=True, text=True, check=False).stdout
     assert "unshare" not in children
+
+
+def test_a_client_that_is_another_user():
+    with Device(many_users=True) as device:
+        if not device.has_many_users:
+            pytest.skip("only root could be mapped: run as root, or with /etc/subuid and newuidmap")
+        device.write_documents({"A": "<A><B>1</B></A>"})
+        assert device.run("chown", "-R", "1001:1001", "/mnt/database").status == 0
+        device.start(user=1001)
+        with Peer(device, 1002) as stranger, pytest.raises(EOFError):
+            stranger.request("readvalue:A.B")  # the socket's mode keeps it out
+        device.outside(SOCKET).chmod(0o777)
+        for further, own_namespace in (([1003, 1004], False), ([], True)):
+            with Peer(device, 1002, 1005, further, own_namespace) as peer:
+                assert peer.request("readvalue:A.B") == (1, b"1")
+                told = device.outside(f"/proc/{peer.pid}/status").read_text()
+                assert "\nUid:\t1002\t1002\t1002\t1002\n" in told
+                assert "\nGid:\t1005\t1005\t1005\t1005\n" in told
+                assert f"\nGroups:\t{' '.join(map(str, further))} \n" in told
