@@ -34,8 +34,8 @@
 
 namespace veltrancord {
 
-inline constexpr std::size_t max_policy_size = std::size_t{64} * 1024;  // bytes
-inline constexpr std::size_t max_policy_line = 1024;                    // bytes, without its end
+inline constexpr std::size_t max_policy_size = 65'536;  // bytes
+inline constexpr std::size_t max_policy_line = 1024;    // bytes, without its end
 inline constexpr std::size_t max_policy_rules = 256;
 inline constexpr std::size_t max_policy_mistakes = 20;  // told; more of them are not looked for
 inline constexpr std::size_t max_policy_directories = 16;
@@ -152,13 +152,16 @@ struct parsed_policy {
 // be had is thrown as std::bad_alloc.
 [[nodiscard]] parsed_policy parse_policy(std::string_view text, const account_lookup& accounts);
 
+// The number that no user and no group has.
+inline constexpr uint32_t no_id = ~uint32_t{0};
+
 // Who asks. The group list is borrowed.
 struct peer_identity {
-    uid_t user = 0;
-    gid_t group = 0;                // the primary one
+    uid_t user = no_id;
+    gid_t group = no_id;            // the primary one
     std::span<const gid_t> groups;  // the supplementary ones
     bool user_known = true;         // false: the user has no number in this user namespace
-    bool groups_known = true;       // false: there may be groups that are not told
+    bool groups_known = true;       // false: there may be groups beside those told
 };
 
 // What a command needs: its class, and the document that it reads or changes; empty: none.

@@ -23,6 +23,7 @@ def literals():
 
 # Texts with blanks in them that no process of the service prints as a message of its own.
 NO_MESSAGE = {
+    "would be refused: ": "the beginning of a line, of which a constant tells the rest",
     "POWER USER": "the name of a group",
     "<?xml ": "a part of a saved document",
     "Unknown error": "the system's word where it has none",
@@ -43,7 +44,7 @@ def test_every_message_has_its_cause_and_remedy():
         if not re.search(r"[A-Za-z].*[ !]|\w \w", text) or text in NO_MESSAGE or (
                 name == "commands.cpp" and f', "{text}"}}' in descriptions):
             continue
-        pieces = re.split(r"%[-0-9.*]*[a-z]+", text.replace("\\n", " "))
+        pieces = re.split(r"%[-0-9.*]*[a-z]+", text.replace("\\n", " ").replace('\\"', '"'))
         longest = max((piece.strip() for piece in pieces), key=len)
         count += 1
         if len(longest) > 2 and longest not in listed:

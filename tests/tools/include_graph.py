@@ -14,7 +14,7 @@ BEGIN, END = "<!-- include graph: begin -->\n", "<!-- include graph: end -->"
 
 # From the ground floor up: a folder includes what lies below it, nothing beside or above it.
 FLOORS = [["leaf"], ["encoding"], ["xml"], ["handler"], ["store"], ["update", "eventlog", "access"],
-          ["server"], ["service"]]
+          ["guard"], ["server"], ["service"]]
 # The server is handed the command table and what follows a request: it knows no subsystem.
 ONLY = {"server": {"leaf", "handler"}}
 
