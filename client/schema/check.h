@@ -38,8 +38,8 @@ struct violation {
     std::string allowed;    // what may be there, for people: "a number from 68 to 9000"
     std::optional<std::string> nearest;  // the nearest that would do: a value, or for `undescribed`
                                          // a path (of an attribute: a name)
-    bool secret = false;   // the value is not for showing
-    std::size_t line = 0;  // in the document's file, from 1; 0: not from a file
+    bool secret = false;                 // the value is not for showing
+    std::size_t line = 0;                // in the document's file, from 1; 0: not from a file
 };
 
 // A sentence without the path and without a full stop: 'is "14o0", and has to be a number from 68
@@ -48,11 +48,12 @@ struct violation {
 
 // The text of one value, without a path: what it breaks, or nothing. `value` is UTF-8, and white
 // space counts as in XML Schema: at the ends of numbers, times and dates it does not.
-[[nodiscard]] std::optional<violation> check_text(const simple_type& type, const std::string& value);
+[[nodiscard]] std::optional<violation> check_text(const simple_type& type,
+                                                  const std::string& value);
 
 // One setting that is to be written: also whether there is such a setting at all. An empty value is
-// right where the setting has a default. Return: nothing where it is right, or where the document has
-// no description.
+// right where the setting has a default. Return: nothing where it is right, or where the document
+// has no description.
 [[nodiscard]] std::optional<violation> check_value(description_set& set, std::string_view path,
                                                    const std::string& value);
 
@@ -72,8 +73,10 @@ struct violation {
 
 // Reads the text of a document with its lines, whatever it holds: nesting is bounded before the
 // library sees it. Return: false, with a sentence and the line, where it is not XML.
+// Without an encoding it is read in the one that it declares, as the service reads it.
 [[nodiscard]] bool read_document(std::string text, TiXmlDocument& document, std::string& problem,
-                                 std::size_t& line);
+                                 std::size_t& line,
+                                 TiXmlEncoding encoding = TIXML_ENCODING_UNKNOWN);
 
 // A setting and what it has by its description.
 struct default_setting {

@@ -1,6 +1,6 @@
 // What a product's engineer has written down of the settings of one document: which there are, what
-// each may hold, and what people are told of it. The model of a file "<Document>.xsd"; docs/schema.md
-// tells what may stand in one.
+// each may hold, and what people are told of it. The model of a file "<Document>.xsd";
+// docs/schema.md tells what may stand in one.
 //
 // Made by the reader (schema/reader.h) and never changed afterwards, so any thread may read it. All
 // pointers in it are borrowed from the document_description, which owns all types.
@@ -52,8 +52,8 @@ struct simple_type {
     std::string name;       // empty: described in its place
     std::string base_name;  // the built-in type below it, without prefix: "unsignedShort"
     value_kind kind = value_kind::string;
-    std::optional<std::string> least;  // inclusive; numbers in their shortest form. Of a type
-    std::optional<std::string> most;   // with a width ("int") both are there
+    std::optional<std::string> least;       // inclusive; numbers in their shortest form. Of a type
+    std::optional<std::string> most;        // with a width ("int") both are there
     std::optional<std::size_t> min_length;  // in characters
     std::optional<std::size_t> max_length;
     std::vector<allowed_value> values;           // of an enumeration; none: no enumeration
@@ -77,9 +77,10 @@ struct element_description {
     bool required = true;                     // minOccurs is not 0
     const simple_type* value = nullptr;       // what its text may be; null: a branch, without text
     const complex_type* structure = nullptr;  // its elements and attributes; null: has none
-    std::optional<std::string> default_value;  // what an element that is missing or empty stands for
-    std::size_t line = 0;                      // in the file, from 1
-    notes told;  // what it does not tell itself is taken from its type
+    std::optional<std::string>
+        default_value;     // what an element that is missing or empty stands for
+    std::size_t line = 0;  // in the file, from 1
+    notes told;            // what it does not tell itself is taken from its type
 
     [[nodiscard]] bool secret() const;  // as marked here or by its type, or named "Password"
     // Null where there is none of that name.
@@ -92,8 +93,8 @@ struct complex_type {
     bool ordered = false;  // xs:sequence: elements stand in the order of the file
     std::vector<element_description> elements;  // in the order of the file
     std::vector<attribute_description> attributes;
-    const simple_type* text = nullptr;   // null: no text
-    std::vector<std::size_t> by_name;    // indexes of `elements`, in the order of their names
+    const simple_type* text = nullptr;  // null: no text
+    std::vector<std::size_t> by_name;   // indexes of `elements`, in the order of their names
     std::size_t line = 0;
     notes told;
 };

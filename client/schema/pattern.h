@@ -13,8 +13,8 @@ namespace veltrancord::schema {
 // for one of many. Not for several threads at once.
 class pattern {
   public:
-    // Translates and keeps the pattern. Return: false where POSIX cannot say it, or it is none; why,
-    // and what to write instead, is then in `problem`, and the pattern matches nothing.
+    // Translates and keeps the pattern. Return: false where POSIX cannot say it, or it is none;
+    // why, and what to write instead, is then in `problem`, and the pattern matches nothing.
     [[nodiscard]] bool assign(std::string_view text, std::string& problem);
 
     // Compiles it now, to see that the system's library takes it. Return: as assign().
@@ -32,7 +32,8 @@ class pattern {
   private:
     std::string text_;
     std::string expression_;
-    mutable std::shared_ptr<regex_t> compiled_;
+    struct compiled;
+    std::shared_ptr<compiled> compiled_;
 };
 
 // The expression for a pattern, anchored. Return: false, and why in `problem`, as assign().
