@@ -36,7 +36,7 @@ struct small_worker {
         require(g_event_log.start_with_capacity(event_log_path, log_capacity) == 0, "the log");
         server.listener.change_counter = &changes;
         server.listener.sessions = &sessions;
-        server.commands = command_table();
+        server.commands = command_index(command_table());
         server.follow_ups = command_follow_ups();
         init_permit_list();
         init_group_list();
@@ -110,7 +110,8 @@ void check_reply(std::string_view payload, const std::string& reply) {
     require(reply.size() == 4 || (code > 0 && reply.size() - 4 == static_cast<std::size_t>(code)),
             "a reply's length");
     require(code >= -12, "a reply's code");
-    if (find_command(command_table(), text.substr(0, colon)) < 0) {
+    static const command_index commands(command_table());
+    if (commands.find(text.substr(0, colon)) < 0) {
         require(code == -4 && reply.size() == 4, "an unknown command");
     }
 }

@@ -105,7 +105,7 @@ void try_input(input_reader& input) {
     g_argument.reset();
 
     static request_server server;
-    server.commands = rows;
+    server.commands = command_index(rows);
     int ends[2];
     require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "a pair of sockets");
     const owned_fd client(ends[0]);

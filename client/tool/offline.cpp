@@ -73,7 +73,7 @@ int serve_documents(int listening, int life) {
     request_server server;
     server.listener.fd = listening;
     server.listener.change_counter = &changes;
-    server.commands = commands;
+    server.commands = command_index(commands);
     server.follow_ups = follow_ups;
     if (!start_listening(server) ||
         server.loop.add_descriptor(life, watch_direction::read, stop_serving, &server) == nullptr) {

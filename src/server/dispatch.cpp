@@ -24,29 +24,32 @@ int32_t run_handler(const command_row& row, connection_record& connection,
 
 }  // namespace
 
-int32_t find_command(std::span<const command_row> table, std::string_view name) {
+command_index::command_index(std::span<const command_row> table) : table_(table) {
     for (std::size_t row = 0; row < table.size(); ++row) {
-        if (table[row].name == name && table[row].handler != nullptr) {
-            return static_cast<int32_t>(row);
+        if (table[row].handler != nullptr) {
+            numbers_.emplace(table[row].name, static_cast<int32_t>(row));  // the first one stays
         }
     }
-    return -1;
 }
 
-dispatched dispatch(std::span<const command_row> commands, connection_record& connection,
+int32_t command_index::find(std::string_view name) const {
+    const auto found = numbers_.find(name);
+    return found == numbers_.end() ? -1 : found->second;
+}
+
+dispatched dispatch(const command_index& commands, connection_record& connection,
                     std::span<char> payload) {
     char* const name = payload.data();
     const std::size_t colon = std::strcspn(name, ":");  // a NUL ends the text
     if (name[colon] != ':') {
         return {};
     }
-    const int32_t row = find_command(commands, {name, colon});
+    const int32_t row = commands.find({name, colon});
     if (row < 0) {
         return {dispatch_outcome::unknown, result_not_found};
     }
     const command_argument argument{name + colon + 1, payload.size() - colon - 1};
-    return {dispatch_outcome::handled,
-            run_handler(commands[static_cast<std::size_t>(row)], connection, argument, row)};
+    return {dispatch_outcome::handled, run_handler(commands.row(row), connection, argument, row)};
 }
 
 }  // namespace veltrancord

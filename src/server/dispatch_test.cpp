@@ -24,30 +24,30 @@ int32_t second_handler(connection_record& /*connection*/, command_argument /*arg
     return 2;
 }
 
-TEST(FindCommand, ComparesNamesExactly) {
+TEST(CommandIndex, ComparesNamesExactly) {
     const std::array<command_row, 2> rows = {
         {{"read", first_handler, ""}, {"readvalue", second_handler, ""}}};
-    EXPECT_EQ(find_command(rows, "read"), 0);
-    EXPECT_EQ(find_command(rows, "readvalue"), 1);
-    EXPECT_EQ(find_command(rows, "Read"), -1);
-    EXPECT_EQ(find_command(rows, "rea"), -1);
-    EXPECT_EQ(find_command(rows, "readv"), -1);
-    EXPECT_EQ(find_command(rows, "read "), -1);
-    EXPECT_EQ(find_command(rows, ""), -1);
+    EXPECT_EQ(command_index(rows).find("read"), 0);
+    EXPECT_EQ(command_index(rows).find("readvalue"), 1);
+    EXPECT_EQ(command_index(rows).find("Read"), -1);
+    EXPECT_EQ(command_index(rows).find("rea"), -1);
+    EXPECT_EQ(command_index(rows).find("readv"), -1);
+    EXPECT_EQ(command_index(rows).find("read "), -1);
+    EXPECT_EQ(command_index(rows).find(""), -1);
 }
 
-TEST(FindCommand, TakesTheFirstRowOfAName) {
+TEST(CommandIndex, TakesTheFirstRowOfAName) {
     const std::array<command_row, 3> rows = {{{"other", first_handler, ""},
                                               {"twice", first_handler, ""},
                                               {"twice", second_handler, ""}}};
-    EXPECT_EQ(find_command(rows, "twice"), 1);
+    EXPECT_EQ(command_index(rows).find("twice"), 1);
 }
 
-TEST(FindCommand, PassesOverRowsWithoutAHandler) {
+TEST(CommandIndex, PassesOverRowsWithoutAHandler) {
     const std::array<command_row, 2> rows = {
         {{"twice", nullptr, ""}, {"twice", second_handler, ""}}};
-    EXPECT_EQ(find_command(rows, "twice"), 1);
-    EXPECT_EQ(find_command(std::span(rows).first(1), "twice"), -1);
+    EXPECT_EQ(command_index(rows).find("twice"), 1);
+    EXPECT_EQ(command_index(std::span(rows).first(1)).find("twice"), -1);
 }
 
 class Dispatching : public one_client {};

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "leaf/message.h"
@@ -81,6 +82,15 @@ void accept_failed(request_server& server, int error) {
     }
 }
 
+bool index_commands(request_server& server, std::span<const command_row> table) {
+    try {
+        server.commands = command_index(table);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
 }  // namespace
 
 int highest_client_fd() {
@@ -127,10 +137,9 @@ void* server_thread(void* argument) {
     server.highest_fd = highest_client_fd();
     server.listener.change_counter = start.change_counter;
     server.listener.sessions = start.sessions;
-    server.commands = start.commands;
     server.follow_ups = start.follow_ups;
     start.lists_ready.wait();
-    if (!start_listening(server)) {
+    if (!index_commands(server, start.commands) || !start_listening(server)) {
         print_error("%s Allocate memory fail!!\n", log_name);
         return nullptr;
     }

@@ -50,7 +50,7 @@ class Listener : public testing::Test {
         char name[] = "/tmp/listener_test-XXXXXX";
         directory_ = ::mkdtemp(name);
         path_ = directory_ + "/socket";
-        server_.commands = test_handlers::rows;
+        server_.commands = command_index(test_handlers::rows);
     }
     ~Listener() override {
         // By now the clients have gone: connections that still wait for them find that out.

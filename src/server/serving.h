@@ -28,9 +28,9 @@ struct request_server {
     listener_record listener;
     std::list<connection> clients;  // owns them all
 
-    // Both are handed in, and outlive the server. The follow-ups run once the reply is queued and
-    // before it is sent, in this order.
-    std::span<const command_row> commands;
+    // Table and follow-ups are handed in, and outlive the server. The follow-ups run once the reply
+    // is queued and before it is sent, in this order.
+    command_index commands;
     std::span<follow_up* const> follow_ups;
 
     int highest_fd = INT_MAX;  // that a client may have; newcomers above it are turned away

@@ -139,7 +139,7 @@ TEST_F(ClientEnd, WaitsForARepliesRestWhenTheServerFinishes) {
 TEST(FinishingServer, WaitsNoLongerForARepliesRestThanForASilentClient) {
     g_now = {{1'000'000, 0}, {1'000, 0}};
     request_server server(test_clocks);
-    server.commands = test_handlers::rows;
+    server.commands = command_index(test_handlers::rows);
     int ends[2] = {-1, -1};
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     const owned_fd client(ends[0]);

@@ -61,8 +61,9 @@ TEST(CommandTable, HasIts35RowsInOrder) {
 }
 
 TEST(CommandTable, HasEachOfItsNamesFoundInItsRow) {
+    const command_index index(command_table());
     for (std::size_t row = 0; row < expected.size(); ++row) {
-        EXPECT_EQ(find_command(command_table(), expected[row].first), static_cast<int32_t>(row));
+        EXPECT_EQ(index.find(expected[row].first), static_cast<int32_t>(row));
     }
 }
 

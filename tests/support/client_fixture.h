@@ -109,7 +109,7 @@ class one_client : public testing::Test {
   protected:
     one_client() {
         g_seen = {};
-        server_.commands = test_handlers::rows;
+        server_.commands = command_index(test_handlers::rows);
         server_.follow_ups = follow_ups_;
         connect_again();
     }
