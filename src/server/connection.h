@@ -10,6 +10,7 @@
 #include <memory>
 #include <string_view>
 
+#include "handler/gate.h"
 #include "handler/handler.h"
 #include "leaf/owned_fd.h"
 
@@ -47,6 +48,8 @@ struct connection : connection_record {
 
     // A request that is too long to stay where it was received: its bytes and a NUL.
     std::unique_ptr<char, free_payload> payload_block;
+
+    std::unique_ptr<client_pass> pass;  // the gate's, where there is one
 
     int32_t result = 0;
     std::string_view frame;   // what is to be sent, in the reply; empty without a text

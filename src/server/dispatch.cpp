@@ -12,10 +12,11 @@ namespace {
 // The service throws nothing, but the XML library and the C++ library do when memory runs out. A
 // handler that meets this is over: the client is told that the request was too large, what the
 // handler had changed so far stays, and the service goes on.
-int32_t run_handler(const command_row& row, connection_record& connection,
-                    command_argument argument, int32_t index) {
+int32_t run_handler(const gated_command& command, connection_record& connection,
+                    const gated_visit* visit) {
     try {
-        return row.handler(connection, argument, index);
+        return visit != nullptr ? visit->gate->run(visit->visitor, command, connection)
+                                : command.handler(connection, command.argument, command.row);
     } catch (const std::exception&) {
         connection.reply.close();
         return result_too_large;
@@ -38,7 +39,7 @@ int32_t command_index::find(std::string_view name) const {
 }
 
 dispatched dispatch(const command_index& commands, connection_record& connection,
-                    std::span<char> payload) {
+                    std::span<char> payload, const gated_visit* visit) {
     char* const name = payload.data();
     const std::size_t colon = std::strcspn(name, ":");  // a NUL ends the text
     if (name[colon] != ':') {
@@ -48,8 +49,10 @@ dispatched dispatch(const command_index& commands, connection_record& connection
     if (row < 0) {
         return {dispatch_outcome::unknown, result_not_found};
     }
-    const command_argument argument{name + colon + 1, payload.size() - colon - 1};
-    return {dispatch_outcome::handled, run_handler(commands.row(row), connection, argument, row)};
+    const command_row& found = commands.row(row);
+    const gated_command command{
+        found.name, found.handler, row, {name + colon + 1, payload.size() - colon - 1}};
+    return {dispatch_outcome::handled, run_handler(command, connection, visit)};
 }
 
 }  // namespace veltrancord

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "handler/gate.h"
 #include "handler/handler.h"
 
 namespace veltrancord {
@@ -49,11 +50,17 @@ struct dispatched {
     int32_t result = 0;  // the handler's; -4 of an unknown command
 };
 
+// The gate that a request has to pass, and who brings it.
+struct gated_visit {
+    command_gate* gate = nullptr;  // not null
+    gate_visitor visitor;
+};
+
 // Finds the command by the name before the payload's first ":" and runs its handler with what
-// stands behind it. Behind the payload there must be a NUL; it is the handler's to change. A
-// handler that ends with an exception, for want of memory, counts as one that returned -8 and no
-// text.
+// stands behind it, through the gate where there is one. Behind the payload there must be a NUL; it
+// is the handler's to change. A handler that ends with an exception, for want of memory, counts as
+// one that returned -8 and no text.
 [[nodiscard]] dispatched dispatch(const command_index& commands, connection_record& connection,
-                                  std::span<char> payload);
+                                  std::span<char> payload, const gated_visit* visit = nullptr);
 
 }  // namespace veltrancord

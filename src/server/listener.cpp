@@ -6,9 +6,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -31,6 +33,11 @@ owned_fd accept_client(const request_server& server) {
     // SO_REUSEADDR, usual for accepted sockets, would be a system call for nothing: a local socket
     // has no address that anyone could use again.
     return owned_fd(::accept4(server.listener.fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+}
+
+// How many clients there can be at a time, give or take what the service itself has open.
+std::size_t places(const request_server& server) {
+    return static_cast<std::size_t>(std::max(server.highest_fd - server.listener.fd, 1));
 }
 
 void resume_accepting(void* argument) {
@@ -115,7 +122,11 @@ void do_accept(void* argument) {
         return;
     }
     server.refusal_reported = false;
-    connection* const client = open_connection(server, std::move(fd));
+    std::unique_ptr<client_pass> pass;
+    if (server.gate != nullptr && !server.gate->admit({fd.get(), pass}, places(server))) {
+        return;
+    }
+    connection* const client = open_connection(server, std::move(fd), std::move(pass));
     if (client == nullptr || !serve(*client)) {
         print_error("%s Allocate memory fail!!\n", log_name);
     }
@@ -138,6 +149,7 @@ void* server_thread(void* argument) {
     server.listener.change_counter = start.change_counter;
     server.listener.sessions = start.sessions;
     server.follow_ups = start.follow_ups;
+    server.gate = start.gate;
     start.lists_ready.wait();
     if (!index_commands(server, start.commands) || !start_listening(server)) {
         print_error("%s Allocate memory fail!!\n", log_name);

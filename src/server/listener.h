@@ -29,6 +29,7 @@ struct server_start {
     session_lists* sessions = nullptr;
     std::span<const command_row> commands;   // outlives the thread, as the follow-ups do
     std::span<follow_up* const> follow_ups;  // serving.h tells when they run
+    command_gate* gate = nullptr;            // outlives it, too; null: all may pass
     std::latch lists_ready{1};  // counted down when handlers may run; clients wait until then
 
     // Called by the server thread when somebody has shut the socket down, and the clients that it

@@ -11,8 +11,10 @@
 #include <optional>
 #include <string_view>
 
+#include "leaf/clock.h"
 #include "leaf/message.h"
 #include "server/frame.h"
+#include "server/serving.h"
 
 namespace veltrancord {
 
@@ -93,19 +95,58 @@ std::optional<uint32_t> find_length(int fd, const received_request& request,
     }
 }
 
+// The time for the rest of a payload, which runs from the first wait on. The gate sets it; without
+// one there is no end.
+class payload_deadline {
+  public:
+    explicit payload_deadline(connection& client) : client_(client) {}
+
+    // Waits until the client's socket can be read.
+    //
+    // Return: false when the time is over.
+    [[nodiscard]] bool wait() {
+        if (!started_) {
+            started_ = true;
+            command_gate* const gate = client_.server->gate;
+            const int time = gate != nullptr ? gate->payload_time({client_.fd.get(), client_.pass})
+                                             : without_end;
+            limited_ = time >= 0;
+            end_ = limited_ ? monotonic_milliseconds() + time : 0;
+        }
+        if (!limited_) {
+            wait_until_readable(client_.fd.get(), without_end);
+            return true;
+        }
+        const int64_t left = end_ - monotonic_milliseconds();
+        if (left <= 0) {
+            return false;
+        }
+        wait_until_readable(client_.fd.get(), static_cast<int>(left));
+        return true;
+    }
+
+  private:
+    connection& client_;
+    bool started_ = false;
+    bool limited_ = false;
+    int64_t end_ = 0;
+};
+
 // Reads until the payload holds all its bytes; `have`, which is kept up to date, are there already.
 //
-// Return: false at the end of the stream or after an error.
-bool fill_payload(int fd, std::span<char> payload, std::size_t& have) {
+// Return: false at the end of the stream, after an error or the end of the client's time.
+bool fill_payload(connection& client, std::span<char> payload, std::size_t& have) {
+    payload_deadline deadline(client);
     while (have < payload.size()) {
         const ssize_t count =
-            ::recv(fd, payload.data() + have, payload.size() - have, MSG_DONTWAIT);
+            ::recv(client.fd.get(), payload.data() + have, payload.size() - have, MSG_DONTWAIT);
         if (count > 0) {
             have += static_cast<std::size_t>(count);
         } else if (count == 0 || !try_again(errno)) {
             return false;
-        } else {
-            wait_until_readable(fd, without_end);
+        } else if (!deadline.wait()) {
+            print_error("%s request deadline is over!!\n", log_name);
+            return false;
         }
     }
     return true;
@@ -146,7 +187,7 @@ bool complete_payload(connection& client, received_request& request, std::span<c
         request.payload = {block, size};
         std::size_t& have = client.payload_block.get_deleter().used;
         have = arrived.size();
-        if (!fill_payload(client.fd.get(), request.payload, have)) {
+        if (!fill_payload(client, request.payload, have)) {
             print_error("%s read command fail!!\n", log_name);
             return false;
         }

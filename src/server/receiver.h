@@ -31,7 +31,7 @@ struct received_request {
 
 // Reads what a readable connection holds; called each time it can be read. Once a start code is
 // there the whole request is read within the call, which waits for the rest of the payload as long
-// as it takes. Failures are printed here.
+// as it takes, or as the gate lets it. Failures are printed here.
 //
 // Return: wait_to_read, run_command with `request.payload` set, or over.
 [[nodiscard]] next_step do_read(connection& client, received_request& request);

@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 
 #include <exception>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -50,7 +51,9 @@ void run_follow_up(follow_up* step) {
 // Runs the command of a complete request, and answers it.
 next_step answer(connection& client, std::span<char> payload) {
     const request_server& server = *client.server;
-    const dispatched done = dispatch(server.commands, client, payload);
+    gated_visit visit{server.gate, {client.fd.get(), client.pass}};
+    const dispatched done =
+        dispatch(server.commands, client, payload, server.gate != nullptr ? &visit : nullptr);
     client.result = done.result;
     if (done.outcome == dispatch_outcome::no_name) {
         return next_step::over;
@@ -132,13 +135,15 @@ bool proceed(connection& client, next_step next) {
 
 }  // namespace
 
-connection* open_connection(request_server& server, owned_fd fd) {
+connection* open_connection(request_server& server, owned_fd fd,
+                            std::unique_ptr<client_pass> pass) {
     try {
         connection& client = server.clients.emplace_front();
         client.place = server.clients.begin();
         client.server = &server;
         client.listener = &server.listener;
         client.fd = std::move(fd);
+        client.pass = std::move(pass);
         return &client;
     } catch (const std::bad_alloc&) {
         return nullptr;

@@ -4,8 +4,10 @@
 
 #include <climits>
 #include <list>
+#include <memory>
 #include <span>
 
+#include "handler/gate.h"
 #include "handler/handler.h"
 #include "leaf/owned_fd.h"
 #include "server/connection.h"
@@ -33,6 +35,8 @@ struct request_server {
     command_index commands;
     std::span<follow_up* const> follow_ups;
 
+    command_gate* gate = nullptr;  // handed in too, and outlives the server; null: all may pass
+
     int highest_fd = INT_MAX;  // that a client may have; newcomers above it are turned away
     loop_event* accept_event = nullptr;
     loop_event* pause_timer = nullptr;  // runs while the listening socket is left alone
@@ -40,11 +44,12 @@ struct request_server {
     bool finishing = false;             // no more requests are waited for
 };
 
-// A client on the accepted socket `fd`, which must not block.
+// A client on the accepted socket `fd`, which must not block, with what the gate keeps of it.
 //
 // Return: the client, which the server owns; null when memory could not be had, and `fd` is then
 // closed. Nothing is printed.
-[[nodiscard]] connection* open_connection(request_server& server, owned_fd fd);
+[[nodiscard]] connection* open_connection(request_server& server, owned_fd fd,
+                                          std::unique_ptr<client_pass> pass = nullptr);
 
 // Takes the client as far as it goes without waiting for its socket, but for the rest of a request
 // that has begun. It has ended then, or the loop calls for it again.

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <thread>
 #include <utility>
@@ -72,6 +73,87 @@ TEST_F(ClientEnd, ComesWhenThereIsNoMemoryToWaitForTheRestOfAReply) {
     EXPECT_FALSE(serve(*connection_));
     g_failing_allocations = 0;
     EXPECT_TRUE(is_released());
+}
+
+// A gate that the tests tell what to answer.
+class test_gate final : public command_gate {
+  public:
+    struct pass final : client_pass {
+        explicit pass(int& count) : passes(count) { ++passes; }
+        pass(const pass&) = delete;
+        pass& operator=(const pass&) = delete;
+        ~pass() override { --passes; }
+        int& passes;
+    };
+
+    bool admit(const gate_visitor& visitor, std::size_t how_many) noexcept override {
+        places = how_many;
+        visitor.pass = std::make_unique<pass>(passes);
+        return admits;
+    }
+    int payload_time(const gate_visitor& /*visitor*/) noexcept override { return time; }
+    int32_t run(const gate_visitor& visitor, const gated_command& command,
+                connection_record& connection) override {
+        asked += std::string(command.name) + ":" + std::string(command.argument.text()) + " ";
+        visitor_fd = visitor.fd;
+        return allows ? command.handler(connection, command.argument, command.row) : -12;
+    }
+
+    bool admits = true;
+    bool allows = true;
+    int time = -1;
+    int passes = 0;
+    int visitor_fd = -1;
+    std::size_t places = 0;
+    std::string asked;
+};
+
+class Gate : public one_client {
+  protected:
+    Gate() { server_.gate = &gate_; }
+    ~Gate() override { server_.clients.clear(); }
+
+    test_gate gate_;
+};
+
+TEST_F(Gate, IsAskedBeforeEachHandler) {
+    EXPECT_EQ(request("echo:hello"), code_of(5) + "hello");
+    EXPECT_EQ(gate_.asked, "echo:hello ");
+    EXPECT_EQ(gate_.visitor_fd, server_end_);
+    EXPECT_EQ(g_seen.follow_ups, "12");
+}
+
+TEST_F(Gate, ThatRefusesIsAllThatRuns) {
+    gate_.allows = false;
+    EXPECT_EQ(request("echo:hello"), code_of(-12));
+    EXPECT_EQ(g_seen.calls, 0);
+}
+
+TEST_F(Gate, IsNotAskedForWhatIsNoCommand) {
+    EXPECT_EQ(request("nothing:x"), code_of(-4));
+    EXPECT_EQ(gate_.asked, "");
+}
+
+TEST_F(Gate, GetsItsPassBackWhenTheClientEnds) {
+    server_.gate = nullptr;
+    ASSERT_TRUE(gate_.admit({server_end_, connection_->pass}, 1));
+    EXPECT_EQ(gate_.passes, 1);
+    serve_client();
+    EXPECT_EQ(gate_.passes, 1);
+    release_item(connection_);
+    EXPECT_EQ(gate_.passes, 0);
+}
+
+TEST_F(Gate, EndsAClientThatWithholdsItsPayloadForLongerThanItGives) {
+    gate_.time = 1;
+    EXPECT_EQ(failure_of(request_frame_of("echo:hello").substr(0, 8)),
+              "do_read request deadline is over!!\ndo_read read command fail!!\n");
+    EXPECT_EQ(gate_.asked, "");
+}
+
+TEST_F(Gate, ThatGivesNoTimeAtAllStillTakesWhatIsThere) {
+    gate_.time = 0;
+    EXPECT_EQ(request("echo:hello"), code_of(5) + "hello");
 }
 
 // A client that takes its time keeps others' memory small: its request is done with.

@@ -4,6 +4,7 @@
 
 #include "access/handlers.h"
 #include "eventlog/handlers.h"
+#include "guard/classes.h"
 #include "store/handlers.h"
 #include "update/handlers.h"
 #include "update/program_queue.h"
@@ -64,8 +65,20 @@ constexpr bool names_are_unique() {
     return true;
 }
 
+// Each command is in exactly one class of the guard's: the two tables have the same names in the
+// same order.
+constexpr bool each_has_a_class() {
+    for (std::size_t row = 0; row < rows.size(); ++row) {
+        if (rows[row].name != all_command_traits[row].name) {
+            return false;
+        }
+    }
+    return true;
+}
+
 static_assert(rows.size() == 35);
 static_assert(names_are_unique());
+static_assert(rows.size() == all_command_traits.size() && each_has_a_class());
 
 constexpr std::array<follow_up*, 2> follow_ups = {save_changed_documents, run_program_queue};
 

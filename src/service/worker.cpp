@@ -14,6 +14,7 @@
 #include "access/permits.h"
 #include "access/sessions.h"
 #include "eventlog/event_log.h"
+#include "guard/guard.h"
 #include "leaf/message.h"
 #include "server/listener.h"
 #include "service/commands.h"
@@ -85,6 +86,7 @@ bool start_thread(void* (*routine)(void*), void* argument, std::size_t stack_siz
 struct worker_state {
     std::atomic<uint32_t> change_counter{0};
     session_lists sessions;
+    access_guard guard{device_guard_setup()};
     int32_t backup_interval = 0;  // seconds
     server_start server;
 };
@@ -157,6 +159,8 @@ int run_worker(const service_options& options) {
     state.server.sessions = &state.sessions;
     state.server.commands = command_table();
     state.server.follow_ups = command_follow_ups();
+    state.guard.load();
+    state.server.gate = &state.guard;
     state.server.socket_gone = [] { ::_exit(socket_gone_status); };
     state.backup_interval = options.backup_interval;
     if (!start_thread(start_backups, &state, 0) ||

@@ -9,6 +9,7 @@
 #include "store/document_set.h"
 #include "store/path.h"
 #include "store/read_query.h"
+#include "store/secret_view.h"
 #include "store/value.h"
 
 namespace veltrancord {
@@ -132,7 +133,8 @@ bool ListXmlAttrs(const TiXmlElement& element, AttributeListing& listing, Attrib
         }
         key.Append(".");
         key.Append(attribute->Name());
-        fits = listing.Append(key.View(), attribute->Value());
+        fits = listing.Append(
+            key.View(), IsHiddenSecret(element, attribute->NameTStr()) ? "" : attribute->Value());
         key.Cut(size);
     }
     return fits;
@@ -193,7 +195,7 @@ int32_t ReadSingleAttr(std::string_view path, std::string_view& value) {
     if (text == nullptr) {
         return result_not_found;
     }
-    value = text;
+    value = IsHiddenSecret(*element, name) ? "" : text;
     return static_cast<int32_t>(value.size());
 }
 

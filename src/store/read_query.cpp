@@ -11,6 +11,7 @@
 #include "leaf/result.h"
 #include "store/document_set.h"
 #include "store/reply_capacity.h"
+#include "store/secret_view.h"
 #include "store/subtree_listing.h"
 #include "store/value.h"
 
@@ -64,10 +65,12 @@ int32_t ReadAllDocuments(reply_text& out, uint32_t capacity, int32_t level, Hidd
 
 int32_t ReadSingleValue(const TiXmlElement* element, std::string_view path, reply_text& out,
                         uint32_t capacity, int32_t level) {
-    const std::string_view text =
-        element != nullptr ? XmlElementText(*element) : std::string_view();
+    std::string_view text = element != nullptr ? XmlElementText(*element) : std::string_view();
     if (text.data() == nullptr || !IsLevelAllowed(element, level)) {
         return result_not_found;
+    }
+    if (IsHiddenSecret(*element, element->ValueStr())) {
+        text = "";
     }
     const std::size_t length = path.size() + 1 + text.size();
     if (length > capacity || !out.reserve(out.size() + length)) {

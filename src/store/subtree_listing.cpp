@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "encoding/escape.h"
+#include "store/secret_view.h"
 #include "store/value.h"
 
 namespace veltrancord {
@@ -146,7 +147,8 @@ std::size_t Lister::AppendName(std::size_t length, std::string_view name) {
 
 bool Lister::AppendLine(std::string_view key, const TiXmlElement& element, std::string_view text) {
     if (IsSecretName(element.ValueStr())) {
-        text = DecodeSecret(text, plain_);
+        const bool hidden = IsHiddenSecret(element, element.ValueStr());
+        text = hidden ? std::string_view("") : DecodeSecret(text, plain_);
     }
     if (capacity_ < text.size() + (out_.size() - start_) + 2) {
         return false;

@@ -4,6 +4,7 @@
 
 #include "leaf/result.h"
 #include "store/document_set.h"
+#include "store/secret_view.h"
 #include "xml/child_index.h"
 
 namespace veltrancord {
@@ -62,6 +63,10 @@ int32_t ReadXmlValue(std::string_view path, XmlValue& out) {
     const std::string_view text = XmlElementText(*element);
     if (text.data() == nullptr) {
         return result_not_found;
+    }
+    if (IsHiddenSecret(*element, element->ValueStr())) {
+        out.text = "";
+        return 0;  // how long it is is not shown either
     }
     out.text = text;
     if (IsSecretName(element->ValueStr())) {

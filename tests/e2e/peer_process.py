@@ -4,10 +4,15 @@ Usage: peer_process.py PLACE SERVICE USER GROUP FURTHER-GROUPS OWN-NAMESPACE
 
 It listens at PLACE, becomes the user, and then sends each message that comes to the socket SERVICE,
 as a request on a connection of its own. What comes back is the answer, empty where nothing does.
+
+Messages that begin with a zero byte are for itself: "hold NUMBER" connects so often, until the service
+closes the last one, and answers with the number of those that it has not closed; "connect" connects
+once, "ask REQUEST" sends a request on the first of these connections, and "release" closes them.
 """
 
 import ctypes
 import os
+import resource
 import socket
 import struct
 import sys
@@ -38,32 +43,79 @@ def enter_own_namespace(user, group):
     assert (os.getuid(), os.geteuid(), os.getgid()) == (0, 0, 0)
 
 
-def exchange(service, payload):
-    with socket.socket(socket.AF_UNIX) as client:
-        client.settimeout(60)
-        client.connect(service)
+def connect(service):
+    client = socket.socket(socket.AF_UNIX)
+    client.connect(service)  # only without a timeout it waits while the backlog is full
+    client.settimeout(60)
+    return client
+
+
+def ask(client, payload):
+    try:
         client.sendall(b"?" + struct.pack("<I", len(payload)) + payload)
-        try:
-            return b"".join(iter(lambda: client.recv(65536), b""))
-        except ConnectionResetError:
-            return b""
+        return b"".join(iter(lambda: client.recv(65536), b""))
+    except (BrokenPipeError, ConnectionResetError):
+        return b""
+
+
+def is_open(client):
+    client.setblocking(False)
+    try:
+        return client.recv(1, socket.MSG_PEEK) != b""
+    except BlockingIOError:
+        return True
+    except ConnectionResetError:
+        return False
+    finally:
+        client.settimeout(60)
+
+
+class Holder:
+    """The connections that are held."""
+
+    def __init__(self, service):
+        self.service = service
+        self.clients = []
+
+    def perform(self, words):
+        what, _, argument = words.partition(b" ")
+        if what == b"hold":
+            self.clients += [connect(self.service) for _ in range(int(argument))]
+            self.clients[-1].recv(1)  # its end; the service has seen those before it then
+            return b"%d" % sum(map(is_open, self.clients))
+        if what == b"connect":
+            self.clients.append(connect(self.service))
+        elif what == b"ask":
+            return ask(self.clients[0], argument)
+        elif what == b"release":
+            for client in self.clients:
+                client.close()
+            self.clients.clear()
+        return b""
 
 
 def main():
     place, service, user, group = sys.argv[1], sys.argv[2], int(sys.argv[3]), int(sys.argv[4])
     further = [int(one) for one in sys.argv[5].split(",") if one]
+    most = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
+    resource.setrlimit(resource.RLIMIT_NOFILE, (most, most))
     listener = Listener(place + ".new")
     os.rename(place + ".new", place)
     become(user, group, further)
     if sys.argv[6] == "1":
         enter_own_namespace(user, group)
+    holder = Holder(service)
     with listener.accept() as test:
         while True:
             try:
                 payload = test.recv_bytes()
             except EOFError:
                 return
-            test.send_bytes(exchange(service, payload))
+            if payload[:1] == b"\0":
+                test.send_bytes(holder.perform(payload[1:]))
+                continue
+            with connect(service) as client:
+                test.send_bytes(ask(client, payload))
 
 
 main()

@@ -36,3 +36,23 @@ class Peer:
         """One request. Return: the `wire.Reply`, as of `Device.request`."""
         self._process.send_bytes(payload.encode() if isinstance(payload, str) else payload)
         return parse_reply(self._process.recv_bytes())
+
+    def hold(self, count):
+        """Connects so often, until the service closes the last one. Return: how many it has not."""
+        return int(self._tell(f"hold {count}"))
+
+    def connect(self):
+        """Connects once, for `ask`."""
+        self._tell("connect")
+
+    def ask(self, payload):
+        """A request on the first connection that is held. Return: as `request`."""
+        return parse_reply(self._tell("ask " + payload))
+
+    def release(self):
+        """Closes what is held."""
+        self._tell("release")
+
+    def _tell(self, words):
+        self._process.send_bytes(b"\0" + words.encode())
+        return self._process.recv_bytes()

@@ -23,7 +23,6 @@ def literals():
 
 # Texts with blanks in them that no process of the service prints as a message of its own.
 NO_MESSAGE = {
-    "would be refused: ": "the beginning of a line, of which a constant tells the rest",
     "POWER USER": "the name of a group",
     "<?xml ": "a part of a saved document",
     "Unknown error": "the system's word where it has none",

@@ -18,7 +18,9 @@ import pytest
 import command_line
 import wire
 from device import CONFIGURATION, EVENT_LOG, REPOSITORY, wait_until
+from guard_device import GuardedDevice
 from manual_samples import all_samples
+from peers import Peer
 
 SAMPLES = all_samples()
 TAKEN = []  # the samples that have a test of their own
@@ -327,6 +329,23 @@ def test_the_file_system_of_a_log_in_memory(device):
 def test_the_documents_of_the_configuration(service):
     root = xml.etree.ElementTree.fromstring(SMALL_DOCUMENT.text).tag
     assert service({root: SMALL_DOCUMENT.text + "\n"}).request("readvalue:Network.Lan.Mtu") == (4, b"1500")
+
+
+(ACCESS,) = take("docs/configuration.md", "text", "Who may ask what")
+
+
+def test_the_access_file_is_obeyed():
+    with GuardedDevice() as device:
+        device.write_access(ACCESS.text + "\n")
+        device.write_document("Network", SMALL_DOCUMENT.text)
+        device.start()
+        assert "access file" not in device.stderr()
+        (web,) = re.findall(r"^www-data:x:(\d+):", Path("/etc/passwd").read_text(), re.MULTILINE)
+        with Peer(device, int(web)) as page, Peer(device, 1050) as staff:
+            assert page.request("readvalue:Network.Lan.Mtu") == (4, b"1500")
+            assert page.request("write:Account.User1.Username=x").code == -12
+            assert page.request("write:Network.Lan.Mtu=1400") == (1, b"")
+            assert staff.request("SyncPermit:").code == 0
 
 
 def limits_of(text):
