@@ -170,12 +170,17 @@ class Machine:
         """Names in a directory in the order in which readdir gives them there."""
         return os.listdir(self.outside(path))
 
+    def cover(self, directory):
+        """Puts a stand-in of the machine's own over a directory of the real one, whose entries lead to
+        the real ones. Return: its path without links."""
+        return self._ask("cover", path=directory)
+
     def install_script(self, path, text):
         """Puts an executable file anywhere, /bin among others: a directory that is not the
-        machine's own is first covered by a stand-in whose entries lead to the real ones."""
+        machine's own is first covered."""
         directory = os.path.dirname(path)
         if not path.startswith(("/tmp/", "/mnt/", "/run/")):
-            directory = self._ask("cover", path=directory)
+            directory = self.cover(directory)
         self.write_file(f"{directory}/{os.path.basename(path)}", text, mode=0o755)
 
     def mount_tmpfs(self, path, size=None, inodes=None):
