@@ -90,6 +90,10 @@ constexpr command_help rows[] = {
      always | one_of(exit_empty)},
     {"undo", changes, "veltrancordctl undo --dry-run\nveltrancordctl undo 12",
      writes | one_of(exit_differs)},
+    {"trail", changes,
+     "veltrancordctl trail --file /tmp/auth.log --count 5\n"
+     "veltrancordctl --json trail Network --user www-data --file /tmp/auth.log",
+     always | one_of(exit_empty)},
     {"watch", changes,
      "veltrancordctl watch Network\nveltrancordctl watch Network.Lan -- /usr/bin/logger", reads},
 
@@ -116,6 +120,17 @@ constexpr command_help rows[] = {
     {"group", access, "veltrancordctl group admin", reads | one_of(exit_denied)},
     {"filter", access, "veltrancordctl filter operator reboot",
      asks | one_of(exit_not_found, exit_denied)},
+    {"access", access, "veltrancordctl access check /tmp/access",
+     always | one_of(exit_not_found, exit_denied, exit_empty, exit_refused, exit_differs)},
+    {"access check", nullptr, "veltrancordctl access check /tmp/access",
+     always | one_of(exit_differs)},
+    {"access explain", nullptr,
+     "veltrancordctl access explain www-data write Display.Layout --file /tmp/access\n"
+     "veltrancordctl access explain --group veltrancord cleanlog --file /tmp/access\n"
+     "veltrancordctl access explain any read '*' --file /tmp/access",
+     always | one_of(exit_not_found, exit_denied, exit_refused)},
+    {"access draft", nullptr, "veltrancordctl access draft --file /tmp/messages",
+     always | one_of(exit_empty)},
     {"session", access, "printf token | veltrancordctl session check", writes},
     {"session set", nullptr, "printf token | veltrancordctl session set", writes},
     {"session check", nullptr, "printf token | veltrancordctl session check --lifetime 600",

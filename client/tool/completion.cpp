@@ -267,6 +267,9 @@ constexpr completed_place places[] = {
     {"group", "", 0, 0, add_users},
     {"filter", "", 0, 0, add_users},
     {"raw", "", 0, 0, add_raw_commands},
+    {"trail", "", 0, 0, add_paths},
+    {"access explain", "", 1, 1, add_raw_commands},
+    {"access explain", "", 2, 2, add_paths},
     {"undo", "", 0, 0, add_change_numbers},
     {"", "--format", 0, 0, add_forms},
 };

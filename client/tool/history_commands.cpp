@@ -12,14 +12,17 @@
 #include "exit_status.h"
 #include "history.h"
 #include "place_state.h"
+#include "quiet_output.h"
 #include "service.h"
 #include "time_text.h"
+#include "trail_entries.h"
 
 namespace veltrancord::tool {
 namespace {
 
 struct history_options {
     std::string path;
+    std::string trail_file;
     std::size_t count = 0;  // 0: all
 };
 
@@ -53,9 +56,55 @@ json to_json(const history_entry& entry) {
             {"changes", changes}};
 }
 
+// Who has made a change that was not made with the tool: the last record of the trail that speaks
+// of one of its settings, from the moments before the change was seen. Null where none does.
+const trail_entry* maker_of(const history_entry& change, const std::vector<trail_entry>& trail) {
+    constexpr int64_t seen_after = 10;  // seconds, where the device is busy
+    const auto speaks_of = [&change](const trail_path& told) {
+        return std::any_of(change.differences.begin(), change.differences.end(),
+                           [&told](const recorded_difference& one) {
+                               return concerns(told.path, one.path) &&
+                                      (!told.after || told.path != one.path ||
+                                       told.after == one.after || is_secret_path(one.path));
+                           });
+    };
+    const auto found = std::find_if(trail.rbegin(), trail.rend(), [&](const trail_entry& one) {
+        return one.kind == "change" && one.result >= 0 && one.time <= change.time + 1 &&
+               one.time >= change.time - seen_after &&
+               std::any_of(one.paths.begin(), one.paths.end(), speaks_of);
+    });
+    return found != trail.rend() ? &*found : nullptr;
+}
+
+// Puts the users of the trail into the changes that others have made. Where there is no trail, that
+// is as it was. Return: an exit status; a file that was named and cannot be read is a failure.
+int take_users_from_trail(context& tool, const std::string& file,
+                          std::vector<history_entry>& entries) {
+    const bool unknown = std::any_of(entries.begin(), entries.end(), [](const history_entry& one) {
+        return one.command.empty() && one.user.empty();
+    });
+    std::vector<trail_entry> trail;
+    if (unknown && file.empty()) {
+        const quiet_output quiet;
+        (void)read_trail(tool, file, trail);
+    } else if (!file.empty()) {
+        const int status = read_trail(tool, file, trail);
+        if (status != exit_done) {
+            return status;
+        }
+    }
+    for (history_entry& entry : entries) {
+        const bool other = entry.command.empty() && entry.user.empty();
+        const trail_entry* const maker = other ? maker_of(entry, trail) : nullptr;
+        entry.user = maker != nullptr ? maker->user : entry.user;
+    }
+    return exit_done;
+}
+
 std::string heading_of(const history_entry& entry) {
     std::string line = std::to_string(entry.number) + "  " + local_time(entry.time) + "  ";
-    line += entry.command.empty() ? "not by this tool" : entry.user + "  " + entry.command;
+    line += entry.user + (entry.user.empty() ? "" : "  ");
+    line += entry.command.empty() ? "not by this tool" : entry.command;
     line += entry.memory ? "  (in memory)" : "";
     line += entry.cut ? "  (too large: not all of it is kept)" : "";
     return line + "\n";
@@ -73,6 +122,10 @@ int run_history(context& tool, const history_options& options) {
     std::reverse(entries.begin(), entries.end());
     if (options.count > 0 && entries.size() > options.count) {
         entries.resize(options.count);
+    }
+    const int status = take_users_from_trail(tool, options.trail_file, entries);
+    if (status != exit_done) {
+        return status;
     }
     json list = json::array();
     for (const history_entry& entry : entries) {
@@ -275,6 +328,9 @@ void add_history_commands(subcommand app, context& tool) {
         "history", "list the changes made with this tool, newest first: what, when, by whom, how");
     command.add_option("PATH", history->path, "only of this setting, or of what lies below");
     command.add_option("--count", history->count, "at most so many");
+    command.add_option(
+        "--trail", history->trail_file,
+        "a syslog's file that tells who made what others changed; journald if not given");
     command.callback(
         [&tool, history] { tool.run = [&tool, history] { return run_history(tool, *history); }; });
 

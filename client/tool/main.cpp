@@ -78,9 +78,11 @@ void add_other_commands(const subcommand& top, context& tool) {
     add_trial_commands(top, tool);
     add_edit_command(top, tool);
     add_history_commands(top, tool);
+    add_trail_command(top, tool);
     add_watch_command(top, tool);
     add_log_commands(top, tool);
     add_permit_commands(top, tool);
+    add_access_commands(top, tool);
     add_session_commands(top, tool);
     add_exchange_commands(top, tool);
     add_check_command(top, tool);

@@ -15,6 +15,8 @@ NOT_RUN = {
     "veltrancordctl trial guard": "the same",
 }
 HEADINGS = ["Settings", "Whole documents", "Changes", "Event log", "Access", "The service itself"]
+TRAIL = ('1 2026-11-22T12:12:02Z yard veltrancord 211 change [veltrancord@32473 user="www-data" uid="33" '
+         'pid="514" program="x" command="write" path="Network.Lan.Mtu" result="1"] write by www-data (33): 1\n')
 NETWORK = "<Network><Lan><Mtu>1500</Mtu><Dhcp>YES</Dhcp></Lan></Network>"
 
 
@@ -87,6 +89,9 @@ def test_examples_run_and_end_as_is_told(device):
     device.make_directory("/tmp/bin")
     device.outside("/tmp/bin/veltrancordctl").symlink_to("/run/host" + tool.program)
     device.start()
+    device.write_file("/tmp/access", "allow user root all\nallow user www-data write on Display\n")
+    device.write_file("/tmp/messages", "would be refused: user 0 group 0 class read document Network\n")
+    device.write_file("/tmp/auth.log", TRAIL)
     assert tool("dump", "/tmp/all.xml").status == 0
     assert tool("snapshot", "/tmp/before").status == 0
     run = 0
@@ -107,6 +112,8 @@ MISSING = [["load", "/none", "--yes"], ["merge", "/none", "--yes"], ["restore", 
            ["set", "--file", "/none"], ["set", "Network.Password", "-", "--file", "/none"],
            ["session", "set", "--file", "/none"], ["captcha", "set", "v", "--file", "/none"],
            ["fsck", "/none"], ["watch", "Network", "--directory", "/none"],
+           ["access", "check", "/none"], ["access", "draft", "--file", "/none"], ["trail", "--file", "/none"],
+           ["access", "explain", "root", "read", "--file", "/none"], ["history", "--trail", "/none"],
            ["snapshot", "/none/file"], ["dump", "/none/file"],
            ["unset", "Network", "--yes", "--backup", "/none/file"]]
 
