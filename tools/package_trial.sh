@@ -129,8 +129,8 @@ SOURCE
 
 try_texts() {
     quietly systemd-analyze verify --man=no /lib/systemd/system/veltrancord.service
-    for page in 1/veltrancordctl.1 3/libveltrancord.3 3/veltrancord_watch.3 5/veltrancord.5 7/veltrancord.7 \
-        8/Veltrancord.8; do
+    for page in 1/veltrancordctl.1 3/libveltrancord.3 3/veltrancord_watch.3 5/veltrancord.5 \
+        5/veltrancord-access.5 7/veltrancord.7 8/Veltrancord.8; do
         [[ -f /usr/share/man/man$page.gz ]] || fail "no manual page $page"
     done
     # The table for BusyBox names the script that is there, and shells know the tool's words.
@@ -143,6 +143,8 @@ try_texts() {
     quietly fish -n /usr/share/fish/vendor_completions.d/veltrancordctl.fish
     # The sample database is whole, and the sample programs can be built.
     quietly veltrancordctl fsck $examples/database
+    quietly veltrancordctl access check $examples/access
+    [[ ! -e /etc/veltrancord/access ]] || fail "an access file that nobody has asked for"
     # shellcheck disable=SC2046
     quietly "$triplet-gcc" $examples/programs/{setting_cgi,cgi_input}.c -o /tmp/setting.cgi \
         $(pkg-config --cflags --libs veltrancord)

@@ -17,7 +17,8 @@ import pytest
 
 import command_line
 import wire
-from device import CONFIGURATION, EVENT_LOG, REPOSITORY, wait_until
+from access_table import SAMPLE, WEB_USER, TableDevice
+from device import CONFIGURATION, EVENT_LOG, REPOSITORY, SOCKET, wait_until
 from guard_device import GuardedDevice
 from manual_samples import all_samples
 from peers import Peer
@@ -453,6 +454,44 @@ def test_the_client_that_holds_the_service_is_found(service):
     known = found[1 + numbers.index(other_end)]
     assert other_end in find_client
     assert asked(find_client.replace(other_end, known), client)
+
+
+ACCESS_STORY = take("docs/access.md", "sh")
+JOURNALCTL = """#!/usr/bin/python3
+import json, sys
+file = "/run/log/stderr" if "_TRANSPORT=stdout" in " ".join(sys.argv) else "/tmp/auth.log"
+for line in open(file, encoding="utf-8"):
+    print(json.dumps({"MESSAGE": line.rstrip("\\n").removeprefix("<85>").removeprefix("<84>")}))
+"""
+EXPLAINED = ["allowed  write Display", "allowed  read Account", "shown  secrets Account",
+             "refused  read System", "empty  secrets System"]
+TOLD_BY_TRAIL = (r"\S+ \S+  www-data  python3\[{0}\]  write Account\.Maxuser  refused\n"
+                 r"\S+ \S+  www-data  python3\[{0}\]  write Display\.Layout\n")
+
+
+def test_the_way_to_an_access_file():
+    """From watching to refusing; what else happens on the device meanwhile is done here."""
+    with TableDevice() as device:
+        device.needs_users()
+        device.start_log()
+        device.cover("/usr/share/doc")
+        device.write_file("/usr/share/doc/veltrancord/examples/access", SAMPLE.read_text())
+        device.install_script("/tmp/bin/journalctl", JOURNALCTL)
+        furnish(device)
+        device.outside(SOCKET).chmod(0o777)
+        watch, draft, refuse, look = ACCESS_STORY
+        with device.peer(WEB_USER) as web:
+            assert run_shell(device, watch.commands)[:2] == (0, "")
+            assert web.request("write:Display.Layout=1x1").code == 1
+            assert run_shell(device, draft.commands)[:2] == (0, "")
+            assert "allow user www-data write on Display\n" in device.read_file("/etc/veltrancord/draft").decode()
+            told = run_shell(device, refuse.commands)
+            assert [re.split("  (?:line|no rule)", line)[0] for line in told.stdout.splitlines()] == EXPLAINED
+            assert web.request("write:Display.Layout=2x2").code == 1
+            assert web.request("write:Account.Maxuser=1").code == -12
+            told = run_shell(device, look.commands)
+            assert re.match(TOLD_BY_TRAIL.format(web.pid), told.stdout), told
+            assert told.status == 0 and told.stdout.endswith(told.stdout.splitlines()[1] + "\n")
 
 
 # ---- what tells of tests ------------------------------------------------------------------------
