@@ -58,6 +58,12 @@ make_next_version() {
     quietly dpkg-deb --root-owner-group -b next upgrade/veltrancord.deb
 }
 
+# Where it was built.
+if compgen -G 'veltrancord-bridge_*.deb' >/dev/null; then
+    names+=(veltrancord-bridge)
+    debug+=(veltrancord-bridge-dbgsym)
+fi
+
 prepare() {
     # This machine's own rule against starting services.
     rm -f /usr/sbin/policy-rc.d
@@ -153,6 +159,24 @@ try_texts() {
         quietly dpkg -L "$package"
         grep -q '\.debug$' /tmp/log || fail "no debug symbols in $package"
     done
+}
+
+# It is there, and waits for a configuration.
+try_bridge() {
+    [[ " ${names[*]} " == *" veltrancord-bridge "* ]] || return 0
+    quietly systemd-analyze verify --man=no /lib/systemd/system/veltrancord-bridge.service
+    [[ -f /usr/share/man/man8/veltrancord-bridge.8.gz ]] || fail "no manual page of the bridge"
+    [[ ! -e /etc/systemd/system/multi-user.target.wants/veltrancord-bridge.service ]] ||
+        fail "the bridge is enabled without a configuration"
+    ! pgrep -x veltrancord-bri || fail "the bridge was started without a configuration"
+    sh -e "$examples/fleet/make_certificates.sh" /tmp/fleet 127.0.0.1 yard-1 2>/dev/null || fail "no certificates"
+    for name in ca.pem yard-1.pem yard-1.key signing.pem; do
+        cp "/tmp/fleet/$name" "/etc/veltrancord-bridge/$name"
+    done
+    sed -e 's/device\.\(pem\|key\)/yard-1.\1/' -e 's/^#operator-key=.*/operator-key=\/etc\/veltrancord-bridge\/signing.pem/' \
+        "$examples/fleet/bridge.conf" >/etc/veltrancord-bridge/bridge.conf
+    [[ $(veltrancord-bridge --check) == "yard-1: reports, and takes no changes" ]] || fail "the bridge takes changes"
+    rm -r /etc/veltrancord-bridge/*
 }
 
 # A file system of its own, as the example of the unit makes it, has room for the log.
@@ -261,6 +285,7 @@ try_install
 try_group
 try_libraries
 try_texts
+try_bridge
 try_log_file_system
 try_restart
 try_upgrade

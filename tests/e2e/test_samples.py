@@ -71,6 +71,7 @@ PRINTED = {
             "the document Account", "Account.User1.Password"))
         + "Network\n└── Lan\n    └── Mtu = 1500\n"),
     ("docs/operations.md", "Who changed what"): re.compile(HISTORY + UNDONE),
+    ("docs/fleet.md", "Setting it up"): "certificates/yard-1.pem: OK\n",
     ("client/man/libveltrancord.3", "EXAMPLES"): re.compile(2 * LAN.format(" is ")),
     ("client/man/veltrancordctl.1", "EXAMPLES"): re.compile(
         rf"Yard recorder\n{LAN.format('=')}veltrancordctl: created Network\.Lan\.Label\n"
@@ -129,6 +130,7 @@ def furnish(device, bare=False):
     """What the scripts find on their device: the service on the sample configuration, or, bare, its
     program alone."""
     device.make_directory("/tmp/story")
+    device.outside("/tmp/story/examples").symlink_to(f"/run/host{REPOSITORY}/examples")
     device.make_directory("/tmp/bin")
     device.outside("/tmp/bin/Veltrancord").symlink_to("/run/bin/Veltrancord")
     if not bare:
@@ -398,6 +400,21 @@ def test_the_bytes_of_the_manual_page(service):
         with device.connect() as client:
             client.send(request)
             assert client.receive(1000) == expected
+
+
+# ---- messages of an operator ---------------------------------------------------------------------
+
+(CHANGE,) = take("docs/fleet.md", "text")
+
+
+def test_the_message_of_an_operator_has_the_fields_that_are_told():
+    head = CHANGE.text.partition("\n\n")[0]
+    manual = (REPOSITORY / "docs/fleet.md").read_text()
+    for line in head.splitlines()[1:]:
+        assert f"| `{line.partition('=')[0]}` |" in manual, line
+    example = re.sub(r"/\*.*?\*/", "", (REPOSITORY / "bridge/operator_message.h").read_text())
+    assert re.findall(r"^//     ([a-z-]+)=", example, re.MULTILINE) == [
+        line.partition("=")[0] for line in head.splitlines()[1:]]
 
 
 # ---- what goes on beside a script ---------------------------------------------------------------
