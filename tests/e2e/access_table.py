@@ -15,7 +15,7 @@ from peers import Peer
 
 POLICY = "/etc/veltrancord/access"
 SAMPLE = REPOSITORY / "packaging/access"
-EXCHANGE = "/var/lib/veltrancord/exchange"
+EXCHANGE = "/mnt/database/exchange"
 BACKUP_SCRIPT = "/tmp/BackupXmlDB.sh"
 CALLED = "/mnt/called"
 
@@ -181,7 +181,6 @@ class TableDevice(Device):
         for name, text in (("passwd", USERS), ("group", GROUPS)):
             self.outside(f"/etc/{name}").unlink()
             self.write_file(f"/etc/{name}", text)
-        self.mount_tmpfs("/var/lib")
         self.make_directory(EXCHANGE)
 
     def start_guarded(self, policy, *options, documents=None):
@@ -189,9 +188,8 @@ class TableDevice(Device):
         self.write_file(POLICY, policy, mode=0o644)
         self.write_documents(documents or {"Account": ACCOUNT, "Display": DISPLAY})
         if self.own_user != 0:
-            for folder in ("/mnt/database", EXCHANGE, os.path.dirname(EVENT_LOG)):
-                given = self.run("chown", "-R", f"{SERVICE}:{GROUP}", folder)
-                assert given.status == 0, given
+            given = self.run("chown", "-R", f"{SERVICE}:{GROUP}", "/mnt/database")
+            assert given.status == 0, given
         self.start(*options, user=self.own_user or None)
         self.outside(SOCKET).chmod(0o777)  # the guard is to decide, and not the mode
 

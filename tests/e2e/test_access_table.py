@@ -9,6 +9,7 @@ import pytest
 from access_table import (BACKUP_SCRIPT, CALLED, COMMANDS, DENIED, EXCHANGE, KINDS, MEMBER, OWN, ROOT, SAMPLE,
                           STRANGER, WEB_USER, TableDevice)
 from device import REPOSITORY, wait_until
+from peers import Peer
 
 FREE = "log-read,log-write,log-clear,permits,sessions"  # classes that no document belongs to
 RULES = f"""mode enforce
@@ -93,6 +94,30 @@ def called(device, kind):
     """What the backup script was told by this kind of client."""
     numbers = sorted(map(int, re.findall(r"call(\d+)", device.read_file(CALLED).decode())))
     return [f"call{one}" for one in numbers if one // 1000 == list(KINDS).index(kind)]
+
+
+CLASSES = ["read", "write", "memory", "files", "remove", "log-read", "log-write", "log-clear", "permits",
+           "sessions", "admin"]
+FIRST_USER = 3000  # of one user for each class, who has that class alone
+
+
+def test_every_command_is_in_the_class_that_it_is_said_to_be_in():
+    with TableDevice() as device:
+        device.needs_users()
+        rules = [f"allow user {FIRST_USER + number} {name}" for number, name in enumerate(CLASSES)]
+        rules.append(f"allow user {FIRST_USER + CLASSES.index('files')} secrets")  # as a download needs
+        device.start_guarded("\n".join(["allow user root all", f"files-below {EXCHANGE}", *rules, ""]))
+        wrong = []
+        for number, name in enumerate(CLASSES):
+            device.put_exchange_file("Display", number)
+            with Peer(device, FIRST_USER + number) as peer:
+                for command in COMMANDS:
+                    if command.before:
+                        device.request(command.before("Display", number))
+                    allowed = peer.request(command.request("Display", number)) != DENIED
+                    if allowed != (command.needed == name):
+                        wrong.append((command.name, name, allowed))
+        assert not wrong
 
 
 TWO_DOCUMENTS = [
