@@ -2,7 +2,6 @@
 
 #include <openssl/evp.h>
 
-#include <algorithm>
 #include <array>
 
 namespace veltrancord::bridge {
@@ -29,11 +28,6 @@ std::string digest_of(std::string_view content) {
         text += digits[bytes[index] & low];
     }
     return text;
-}
-
-bool is_digest(std::string_view text) {
-    return text.size() == 2 * digest_bytes &&
-           text.find_first_not_of(digits) == std::string_view::npos;
 }
 
 }  // namespace veltrancord::bridge

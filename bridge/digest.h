@@ -10,6 +10,10 @@ namespace veltrancord::bridge {
 [[nodiscard]] std::string digest_of(std::string_view content);
 
 // Whether the text has that form.
-[[nodiscard]] bool is_digest(std::string_view text);
+[[nodiscard]] inline bool is_digest(std::string_view text) {
+    constexpr std::size_t length = 64;
+    return text.size() == length &&
+           text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
 
 }  // namespace veltrancord::bridge

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
+#include <random>
+
 namespace veltrancord::bridge {
 namespace {
 
@@ -119,6 +122,76 @@ TEST(OperatorMessage, RefusesValuesThatTheServiceWouldNotKeep) {
     EXPECT_EQ(problem_of(head() + "\nA.b=\tx\xc3\xa4\n"), "");
     EXPECT_NE(problem_of(head() + "\nA.b=x\ry\n"), "");
     EXPECT_NE(problem_of(head() + std::string("\nA.b=x\0y\n", 9)), "");
+}
+
+std::string plainest_form(const operator_message& message) {
+    std::string text = "id=" + message.id + "\ndevice=" + message.device +
+                       "\nsequence=" + std::to_string(message.sequence) +
+                       "\nnot-after=" + std::to_string(message.not_after) +
+                       "\ntrial=" + std::to_string(message.trial_seconds) + "\n";
+    for (const auto& [document, hash] : message.bases) {
+        text.append("base=").append(document).append(" ").append(hash).append("\n");
+    }
+    for (const std::string& path : message.remove) {
+        text.append("remove=").append(path).append("\n");
+    }
+    text += "\n";
+    for (const auto& [path, value] : message.set) {
+        text.append(path).append("=").append(value).append("\n");
+    }
+    return text;
+}
+
+TEST(OperatorMessage, IsTakenWholeOrRefusedWhateverItHolds) {
+    const std::string sample = head() + "base=Network " + g_hash +
+                               "\nremove=Network.Lan.Label\n\n# why\nNetwork.Lan.Mtu=1400\n";
+    const std::string pieces[] = {"\n",
+                                  "=",
+                                  ".",
+                                  "*",
+                                  "#",
+                                  "%41",
+                                  "Account.",
+                                  "Password",
+                                  "id=",
+                                  "trial=",
+                                  "base=",
+                                  "remove=",
+                                  std::string(1, '\0'),
+                                  "\xff",
+                                  "-1",
+                                  "99999999999999999999",
+                                  sample,
+                                  std::string(300, 'x')};
+    std::mt19937 random(4711);
+    const auto below = [&](std::size_t bound) { return random() % bound; };
+    int taken = 0;
+    for (int round = 0; round < 10000; ++round) {
+        std::string text = sample;
+        for (std::size_t change = below(3); change > 0 && !text.empty(); --change) {
+            const std::size_t at = below(text.size());
+            switch (below(3)) {
+                case 0:
+                    text.insert(at, pieces[below(std::size(pieces))]);
+                    break;
+                case 1:
+                    text.erase(at, below(20));
+                    break;
+                default:
+                    text[at] = static_cast<char>(below(256));
+            }
+        }
+        operator_message message;
+        if (parse_message(text, message_kind::change, message).empty()) {
+            ++taken;
+            operator_message again;
+            ASSERT_EQ(parse_message(plainest_form(message), message_kind::change, again), "")
+                << text;
+            ASSERT_EQ(plainest_form(again), plainest_form(message));
+        }
+    }
+    EXPECT_GT(taken, 1000);
+    EXPECT_LT(taken, 9000);
 }
 
 }  // namespace

@@ -222,7 +222,7 @@ class Bridge:
     """veltrancord-bridge on a device."""
 
     def __init__(self, device, broker, name, report=("System.Name",), writable=("Network.Lan.*",),
-                 keys=("signing",), plain=False, lines=()):
+                 keys=("signing",), plain=False, lines=(), keep_alive=5):
         self.program = require()
         self.device = device
         self.name = name
@@ -230,7 +230,7 @@ class Bridge:
         self._base = None
         for path in (SETTINGS, FLASH, MEMORY):
             device.make_directory(path)
-        text = [f"documents=/mnt/database/xml\nstate={FLASH}\nmemory={MEMORY}\nkeep-alive=5\n"
+        text = [f"documents=/mnt/database/xml\nstate={FLASH}\nmemory={MEMORY}\nkeep-alive={keep_alive}\n"
                 "settle=0\nreport-interval=1\n"]
         if plain:
             text += [f"host=/run/host{broker.plain}\nport=0\ndevice={name}\n"]

@@ -212,6 +212,7 @@ def refuse_all(bridge, operator, sends):
     return [one.get("reason", one["state"]) for one in results[:-1]]
 
 
+@pytest.mark.fault("T3")
 def test_only_what_an_operator_has_signed_is_taken(bridge, operator, certificates):
     wanted = {"Network.Lan.Mtu": "1400"}
     text = operator.change_text(NAME, wanted)
@@ -231,6 +232,7 @@ def test_only_what_an_operator_has_signed_is_taken(bridge, operator, certificate
     assert reasons == ["not signed by an operator"] * 6 + ["over 64 KiB"]
 
 
+@pytest.mark.fault("T3")
 def test_what_an_operator_may_not_change_is_refused(bridge, operator):
     refused = {"System.Name": "x", "Account.User1.Username": "x", "Network.Lan.Password": "x",
                "Network.Wan.Mtu": "1", "Maintenance.XMLDBCallBack": "x"}
@@ -242,6 +244,7 @@ def test_what_an_operator_may_not_change_is_refused(bridge, operator):
     assert reasons == [f"{path}: not on the list of what may be written" for path in refused]
 
 
+@pytest.mark.fault("T3")
 def test_old_late_and_foreign_changes_are_refused(bridge, operator):
     wanted = {"Network.Lan.Mtu": "1400"}
     nothing = {"Network.Lan.Mtu": "1500"}
@@ -316,6 +319,7 @@ def test_both_keys_count_during_a_change_over(service, broker, operator, certifi
 
 # ---- once --------------------------------------------------------------------------------------
 
+@pytest.mark.fault("T3")
 def test_a_change_that_comes_again_is_not_made_again(bridge, broker, operator):
     """With the broker, the bridge, the service and the device started anew."""
     begin_trial(bridge, operator)
@@ -359,6 +363,7 @@ def test_a_change_that_comes_again_is_not_made_again(bridge, broker, operator):
     assert bridge.value() == "1500"
 
 
+@pytest.mark.fault("T3")
 def test_rolled_back_and_refused_are_final(bridge, broker, operator):
     begin_trial(bridge, operator, trial=1)
     operator.wait_result(NAME, state="rolled-back")
@@ -392,6 +397,7 @@ def test_a_damaged_journal_makes_it_report_only(service, broker, operator):
 
 # ---- cut off, and killed -----------------------------------------------------------------------
 
+@pytest.mark.fault("T3")
 def test_a_confirmation_counts_over_a_new_connection_only(service, broker, operator):
     """New connections fail, as behind a wrong gateway, while the old one goes on living."""
     device = service(DOCUMENTS)
@@ -440,6 +446,7 @@ def test_a_killed_bridge(bridge, operator, state):
         wait_until(lambda: not bridge.guards(), "the guard has ended")
 
 
+@pytest.mark.fault("T3")
 def test_a_killed_bridge_that_does_not_come_back(bridge, operator):
     begin_trial(bridge, operator, trial=2)
     bridge.kill()
@@ -447,6 +454,7 @@ def test_a_killed_bridge_that_does_not_come_back(bridge, operator):
     given_back(bridge)
 
 
+@pytest.mark.fault("T3")
 def test_a_killed_worker_ends_the_trial(bridge, operator):
     begin_trial(bridge, operator)
     bridge.device.kill_worker()
@@ -454,6 +462,7 @@ def test_a_killed_worker_ends_the_trial(bridge, operator):
     given_back(bridge)
 
 
+@pytest.mark.fault("T3")
 def test_a_power_cut_during_a_trial(bridge, operator):
     begin_trial(bridge, operator)
     bridge.device.power_cut()

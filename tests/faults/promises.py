@@ -76,6 +76,7 @@ PROMISES = {
     "F3": "crowds of idle connections",
     "T1": "scripts and links that somebody else has placed or can change",
     "T2": "tool, guard and worker are killed at every step of a trial",
+    "T3": "changes from a broker that are old, foreign, not signed, or break the way to it",
     "F4": "a full pipe on standard error",
     "P1": "the worker is killed under load",
     "P2": "processes are terminated under load",

@@ -78,7 +78,7 @@ class Tree:
                 continue
             copied.parent.mkdir(parents=True, exist_ok=True)
             shutil.copy(original, copied)
-        for folder in ("src", "client"):  # what is no more must not be built
+        for folder in ("src", "client", "bridge"):  # what is no more must not be built
             for copied in (self.source / folder).rglob("*"):
                 if copied.is_file() and str(copied.relative_to(self.source)) not in names:
                     copied.unlink()

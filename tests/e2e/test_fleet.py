@@ -1,0 +1,122 @@
+"""Many devices at one broker, each with a service and a bridge of its own: from the first word to the
+restart of the broker."""
+
+import contextlib
+import ctypes
+import os
+import struct
+from concurrent.futures import ThreadPoolExecutor
+
+import pytest
+
+import fleet
+from device import CONFIGURATION, Device, wait_until
+from fleet import Bridge, Broker, Operator
+
+DOCUMENTS = {"Network": "<Network><Lan><Mtu>1500</Mtu></Lan></Network>",
+             "System": "<System><Name>yard</Name></System>"}
+MOVED_TO = 0x80
+
+
+class SaveCount:
+    """How often a device's service has saved a document, as the kernel tells it."""
+
+    def __init__(self, device, document):
+        libc = ctypes.CDLL(None, use_errno=True)
+        self._descriptor = libc.inotify_init1(os.O_NONBLOCK | os.O_CLOEXEC)
+        watched = libc.inotify_add_watch(self._descriptor, str(device.outside(CONFIGURATION)).encode(),
+                                         MOVED_TO)
+        assert self._descriptor >= 0 and watched >= 0, os.strerror(ctypes.get_errno())
+        self._document = document.encode()
+        self._count = 0
+
+    def __call__(self):
+        with contextlib.suppress(BlockingIOError):
+            block = os.read(self._descriptor, 1 << 16)
+            while block:
+                length = struct.unpack_from("iIII", block)[3]
+                self._count += block[16:16 + length].rstrip(b"\0") == self._document
+                block = block[16 + length:]
+        return self._count
+
+    def close(self):
+        os.close(self._descriptor)
+
+
+class Member:
+    """A device of the fleet."""
+
+    def __init__(self, name, broker):
+        self.name = name
+        self.device = Device()
+        self.device.write_documents(DOCUMENTS)
+        self.device.start()
+        self.saves = SaveCount(self.device, "Network")
+        self.bridge = Bridge(self.device, broker, name, keep_alive=60).start()
+
+    def mtu(self):
+        return self.bridge.value()
+
+    def close(self):
+        findings = self.device.sanitizer_findings()
+        self.saves.close()
+        self.device.close()
+        assert not findings, findings
+
+
+@pytest.fixture
+def broker(tmp_path, count):
+    fleet.require()
+    names = [f"yard-{number}" for number in range(1, count + 1)]
+    one = Broker(tmp_path / "broker", fleet.make_certificates(tmp_path / "certificates", *names))
+    yield one
+    one.close()
+
+
+@pytest.fixture
+def members(broker, count):
+    with contextlib.ExitStack() as stack, ThreadPoolExecutor(8) as pool:
+        made = list(pool.map(lambda number: Member(f"yard-{number}", broker), range(1, count + 1)))
+        for one in made:
+            stack.callback(one.close)
+        yield made
+
+
+@pytest.mark.parametrize("count", [20, pytest.param(100, marks=pytest.mark.slow)])
+def test_a_fleet(broker, members, count):
+    with contextlib.closing(Operator(broker)) as operator:
+        for one in members:
+            operator.wait_status(one.name, state="online")
+            record = (4).to_bytes(4, "little") + bytes(7) + one.name.encode().ljust(16, b"\0") + bytes(5)
+            assert one.device.request(b"writelog:" + record).code == 0
+        for one in members:
+            wait_until(lambda one=one: operator.all(one.name, "event"), f"{one.name} tells its event")
+            assert [event["text"] for event in operator.all(one.name, "event")] == [one.name]
+
+        # Half of them are confirmed; of the others nobody says a word.
+        kept, left = members[::2], members[1::2]
+        assert len(kept) + len(left) == count
+        for one in members:
+            operator.send_change(one.name, {"Network.Lan.Mtu": "1400"}, trial=60 if one in kept else 3)
+        for one in kept:
+            operator.wait_result(one.name, state="trial")
+            operator.send_answer(one.name)
+        for one in kept:
+            operator.wait_result(one.name, state="applied")
+            wait_until(lambda one=one: operator.last(one.name, "config/reported/Network")["body"]
+                       == "Network.Lan.Mtu=1400\n", f"{one.name} has reported it")
+        for one in left:
+            operator.wait_result(one.name, state="rolled-back")
+        assert [one.mtu() for one in kept + left] == len(kept) * ["1400"] + len(left) * ["1500"]
+        assert [one.saves() for one in kept + left] == len(kept) * [1] + len(left) * [0]
+
+        # All changes lie on the broker still, and come again.
+        operator.forget()
+        broker.stop()
+        broker.start()
+        for one in members:
+            operator.wait_status(one.name, state="online")
+            operator.wait_result(one.name, sequence="1")
+        assert [one.mtu() for one in kept + left] == len(kept) * ["1400"] + len(left) * ["1500"]
+        assert [one.saves() for one in kept + left] == len(kept) * [1] + len(left) * [0]
+        assert not any(one.bridge.guards() for one in members)
