@@ -10,6 +10,7 @@
 #include "change_record.h"
 #include "commands.h"
 #include "creation.h"
+#include "description.h"
 #include "difference.h"
 #include "dry_run.h"
 #include "exit_status.h"
@@ -27,6 +28,7 @@ struct apply_options {
     bool restore = false;
     bool discard = false;
     bool create = false;
+    bool force = false;
 };
 
 constexpr int longest_trial = 7 * 24 * 60 * 60;  // seconds
@@ -192,9 +194,9 @@ int write_or_take_back(context& tool, const std::vector<setting_change>& changes
 
 // What has to be written so that the service holds what the file holds; settings that the file does
 // not name stay.
-int find_changes(context& tool, const std::string& file, setting_map& wanted, setting_map& running,
-                 std::vector<setting_change>& changes) {
-    int status = read_settings_file(tool, file, wanted);
+int find_changes(context& tool, const std::string& file, setting_map& wanted, line_map& lines,
+                 setting_map& running, std::vector<setting_change>& changes) {
+    int status = read_settings_file(tool, file, wanted, &lines);
     if (status == exit_done) {
         status = read_running(tool, "*", running);
     }
@@ -220,9 +222,13 @@ int run_apply(context& tool, const apply_options& options) {
     setting_map wanted;
     setting_map running;
     std::vector<setting_change> changes;
+    line_map lines;
     int status = offline || tool.dry_run ? static_cast<int>(exit_done) : settle_earlier(tool);
     if (status == exit_done) {
-        status = find_changes(tool, options.file, wanted, running, changes);
+        status = find_changes(tool, options.file, wanted, lines, running, changes);
+    }
+    if (status == exit_done) {
+        status = check_allowed(tool, written_settings(changes, lines), options.force, options.file);
     }
     if (status != exit_done || changes.empty()) {
         return status;
@@ -267,6 +273,7 @@ void add_apply_commands(subcommand app, context& tool) {
                     "take it back unless it is confirmed within so many seconds")
         .between(1, longest_trial);
     command.add_flag("--create", options->create, "also settings that are not there yet");
+    add_force(command, options->force);
     add_dry_run(command, tool);
     command.add_flag("--restore", options->restore, "take back the change that waits");
     command.add_flag("--discard", options->discard, "keep the change that waits, as confirm does");

@@ -117,6 +117,7 @@ int recorded(context& tool, const change_scope& scope, const std::function<int()
         entry.user = user_name();
         entry.command = tool.command_line.substr(0, longest_command);
         entry.memory = scope.memory;
+        entry.forced = tool.forced;
         entry.undoes = scope.undoes;
         entry.differences = differences(before, after, made);
         if (!record(std::move(entry), tool)) {

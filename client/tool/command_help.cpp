@@ -30,6 +30,7 @@ constexpr uint32_t asks =
 constexpr uint32_t reads = asks | one_of(exit_not_found, exit_empty);
 constexpr uint32_t writes = asks | one_of(exit_not_found, exit_unknown);
 constexpr uint32_t replaces = writes | one_of(exit_cancelled);
+constexpr uint32_t may_break = replaces | one_of(exit_not_allowed);
 constexpr uint32_t ends_trial = replaces | one_of(exit_denied);
 
 // In the order of the help. A command without a row has no examples, and stands under a heading of
@@ -38,17 +39,29 @@ constexpr command_help rows[] = {
     {"get", settings,
      "veltrancordctl get System.Name\n"
      "veltrancordctl get 'Network.Lan.*'\n"
-     "veltrancordctl --json get Network.Lan.Mtu Network.Lan.Dhcp",
+     "veltrancordctl --json get Network.Lan.Mtu Network.Lan.Dhcp\n"
+     "veltrancordctl get Network.Lan.Mtu --with-default",
      reads, also_offline},
     {"ls", settings, "veltrancordctl ls\nveltrancordctl ls Network.Lan", reads, also_offline},
-    {"tree", settings, "veltrancordctl tree Network\nveltrancordctl --json tree Network", reads,
-     also_offline},
+    {"tree", settings,
+     "veltrancordctl tree Network\n"
+     "veltrancordctl --json tree Network\n"
+     "veltrancordctl tree Network.Lan --describe",
+     reads, also_offline},
     {"set", settings,
      "veltrancordctl set Network.Lan.Mtu 1500\n"
      "veltrancordctl set Network.Lan.Mtu=1500 Network.Lan.Dhcp=NO\n"
      "printf 'crane-07' | veltrancordctl set Account.User2.Password -\n"
      "printf 'Network.Lan.Label=yard\\n' | veltrancordctl set --create -",
-     writes | one_of(exit_cancelled, exit_not_saved), also_offline},
+     writes | one_of(exit_cancelled, exit_not_saved, exit_not_allowed), also_offline},
+    {"reset", settings,
+     "veltrancordctl reset Network.Lan.Mtu\nveltrancordctl reset Network --dry-run",
+     writes | one_of(exit_empty, exit_not_saved, exit_not_allowed), also_offline},
+    {"describe", settings,
+     "veltrancordctl describe\n"
+     "veltrancordctl describe Network.Lan.Mtu\n"
+     "veltrancordctl --json describe Network.Lan",
+     always | one_of(exit_not_found), also_offline},
     {"unset", settings,
      "veltrancordctl unset Network.Lan.Dns --yes\n"
      "veltrancordctl unset 'Web.*' --yes --backup /tmp/all.xml",
@@ -64,26 +77,28 @@ constexpr command_help rows[] = {
 
     {"dump", documents, "veltrancordctl dump /tmp/all.xml", asks | one_of(exit_unknown),
      also_offline},
-    {"load", documents, "veltrancordctl load /tmp/all.xml --yes", replaces, also_offline},
-    {"restore", documents, "veltrancordctl restore /tmp/all.xml --yes", replaces, also_offline},
+    {"load", documents, "veltrancordctl load /tmp/all.xml --yes", may_break, also_offline},
+    {"restore", documents, "veltrancordctl restore /tmp/all.xml --yes", may_break, also_offline},
     {"merge", documents, "veltrancordctl merge /tmp/all.xml --yes --backup /tmp/before.xml",
-     replaces, also_offline},
+     may_break, also_offline},
     {"backup", documents, "veltrancordctl backup now", writes},
 
     {"snapshot", changes,
      "veltrancordctl snapshot /tmp/before\nveltrancordctl snapshot /tmp/lan Network.Lan", reads,
      also_offline},
     {"diff", changes,
-     "veltrancordctl diff /tmp/before\nveltrancordctl diff /tmp/before --path Network.Lan",
+     "veltrancordctl diff /tmp/before\n"
+     "veltrancordctl diff /tmp/before --path Network.Lan\n"
+     "veltrancordctl diff --defaults",
      reads | one_of(exit_differs, exit_other_key), also_offline},
     {"apply", changes, "veltrancordctl apply /tmp/before",
-     replaces | one_of(exit_empty, exit_denied, exit_not_saved, exit_other_key), also_offline},
+     may_break | one_of(exit_empty, exit_denied, exit_not_saved, exit_other_key), also_offline},
     {"confirm", changes, "veltrancordctl confirm", ends_trial},
     {"trial", changes, "veltrancordctl trial resume", ends_trial},
     {"trial status", nullptr, "veltrancordctl trial status", ends_trial},
     {"trial resume", nullptr, "veltrancordctl trial resume", ends_trial},
     {"trial guard", nullptr, "veltrancordctl trial guard /run/veltrancord", always},
-    {"edit", changes, "EDITOR=true veltrancordctl edit Network.Lan", replaces | one_of(exit_empty),
+    {"edit", changes, "EDITOR=true veltrancordctl edit Network.Lan", may_break | one_of(exit_empty),
      also_offline},
     {"history", changes,
      "veltrancordctl history --count 5\nveltrancordctl --json history Network.Lan",

@@ -9,6 +9,8 @@ namespace veltrancord::tool {
 
 void add_read_commands(subcommand app, context& tool);       // get, ls, tree
 void add_write_commands(subcommand app, context& tool);      // set, unset
+void add_reset_command(subcommand app, context& tool);       // reset
+void add_describe_command(subcommand app, context& tool);    // describe
 void add_attribute_commands(subcommand app, context& tool);  // attr
 void add_document_commands(subcommand app, context& tool);   // dump, load, merge, restore, sync ...
 void add_log_commands(subcommand app, context& tool);        // log

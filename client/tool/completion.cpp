@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "described_words.h"
+#include "description.h"
 #include "exit_status.h"
 #include "history.h"
 #include "offline.h"
@@ -63,7 +65,9 @@ const CLI::App* command_of(const CLI::App& app, const std::vector<std::string>& 
 // What could be typed, and what it means for shells that show that.
 class candidate_list {
   public:
-    explicit candidate_list(std::string start) : start_(std::move(start)) {}
+    // Of the words that have been typed the last one goes on.
+    explicit candidate_list(const std::vector<std::string>& words)
+        : start_(words.back()), before_(words.size() > 1 ? words[words.size() - 2] : "") {}
 
     // Takes the word where it goes on with what has been typed; of two that are alike the first.
     void add(const std::string& word, const std::string& meaning = {}) {
@@ -80,6 +84,7 @@ class candidate_list {
     }
 
     [[nodiscard]] const std::string& start() const { return start_; }
+    [[nodiscard]] const std::string& before() const { return before_; }
 
   private:
     static std::string one_short_line(std::string text) {
@@ -93,6 +98,7 @@ class candidate_list {
     }
 
     std::string start_;
+    std::string before_;  // the word before it
     std::map<std::string, std::string> words_;
 };
 
@@ -114,10 +120,22 @@ void add_subcommands(candidate_list& list, const CLI::App& app) {
     }
 }
 
+// What has been typed up to its last dot.
+std::string parent_of(const candidate_list& list) {
+    const std::size_t dot = list.start().rfind('.');
+    return dot == std::string::npos ? "" : list.start().substr(0, dot);
+}
+
+// "Largest packet: 1500", as far as it is known.
+std::string meaning_of(context& tool, const std::string& path, const std::string& value) {
+    const schema::element_description* const element = tool.descriptions().find(path);
+    const std::string label = element != nullptr ? label_of(*element) : "";
+    return label + (label.empty() || value.empty() ? "" : ": ") + value;
+}
+
 // The paths that go on with what has been typed, one component further; of settings the value.
 void add_paths(context& tool, candidate_list& list) {
-    const std::size_t dot = list.start().rfind('.');
-    const std::string parent = dot == std::string::npos ? "" : list.start().substr(0, dot);
+    const std::string parent = parent_of(list);
     setting_list settings;
     if (read_subtree(tool, parent, settings) < 0) {
         return;
@@ -126,10 +144,47 @@ void add_paths(context& tool, candidate_list& list) {
     for (const setting& one : settings) {
         const std::size_t end = one.path.find('.', skipped);
         if (end == std::string::npos) {
-            list.add(one.path, shown_value(one, false));
+            list.add(one.path, meaning_of(tool, one.path, shown_value(one, false)));
         } else {
-            list.add(one.path.substr(0, end + 1));
+            const std::string group = one.path.substr(0, end);
+            list.add(group + ".", meaning_of(tool, group, ""));
         }
+    }
+}
+
+// The same of all that is described, whether it is there or not.
+void add_described_paths(context& tool, candidate_list& list) {
+    for (const described_word& one : described_paths(tool, parent_of(list))) {
+        list.add(one.word, one.meaning);
+    }
+}
+
+void add_all_paths(context& tool, candidate_list& list) {
+    add_paths(tool, list);
+    add_described_paths(tool, list);
+}
+
+// Settings, and behind their "=" the values that they may have.
+void add_assignments(context& tool, candidate_list& list) {
+    const std::size_t equals = list.start().find('=');
+    if (equals == std::string::npos) {
+        add_all_paths(tool, list);
+        return;
+    }
+    const std::string path = list.start().substr(0, equals);
+    for (const described_word& one : described_values(tool, path)) {
+        list.add(path + "=" + one.word, one.meaning);
+    }
+}
+
+// The value of the setting that stands before it, in a word of its own.
+void add_second_words(context& tool, candidate_list& list) {
+    if (list.before().find('=') != std::string::npos) {
+        add_assignments(tool, list);
+        return;
+    }
+    for (const described_word& one : described_values(tool, list.before())) {
+        list.add(one.word, one.meaning);
     }
 }
 
@@ -247,7 +302,11 @@ constexpr std::size_t any = 1000;
 
 constexpr completed_place places[] = {
     {"get", "", 0, any, add_paths},
-    {"set", "", 0, any, add_paths},
+    {"set", "", 0, 0, add_assignments},
+    {"set", "", 1, 1, add_second_words},
+    {"set", "", 2, any, add_assignments},
+    {"reset", "", 0, any, add_described_paths},
+    {"describe", "", 0, 0, add_described_paths},
     {"ls", "", 0, 0, add_paths},
     {"tree", "", 0, 0, add_paths},
     {"unset", "", 0, 0, add_paths},
@@ -308,7 +367,7 @@ std::string take_option(std::vector<std::string>& words, const std::string& name
 }
 
 void complete_last(const CLI::App& app, context& tool, const std::vector<std::string>& words) {
-    candidate_list list(words.back());
+    candidate_list list(words);
     std::size_t arguments = 0;
     const CLI::App* command = command_of(app, words, arguments);
     if (words.size() > 1 && takes_next_word(command, words[words.size() - 2])) {
@@ -338,6 +397,8 @@ int run_completion(const CLI::App& app, context& tool, std::vector<std::string> 
     const std::string socket = take_option(words, "--socket");
     tool.socket_path = socket.empty() ? tool.socket_path : socket;
     tool.root = take_option(words, "--root");
+    const std::string schema = take_option(words, "--schema");
+    tool.schema_directory = schema.empty() ? tool.schema_directory : schema;
     tool.timeout_seconds = std::min(tool.timeout_seconds, longest_wait_seconds);
     tool.no_pager = true;
     offline_service service;

@@ -14,6 +14,7 @@
 
 #include "exit_status.h"
 #include "pager.h"
+#include "schema/description_set.h"
 #include "terminal_text.h"
 
 namespace veltrancord::tool {
@@ -26,6 +27,13 @@ veltrancord_client& context::client() {
     client_.timeout_ms =
         timeout_seconds < 0 ? -1 : static_cast<int32_t>(std::min(timeout_seconds, 2e6) * 1000);
     return client_;
+}
+
+schema::description_set& context::descriptions() {
+    if (descriptions_ == nullptr) {
+        descriptions_ = std::make_shared<schema::description_set>(schema_directory);
+    }
+    return *descriptions_;
 }
 
 void context::print_json(const json& value) {
@@ -166,17 +174,24 @@ int context::fail_with(int status, std::string_view subject, std::string_view re
     return print_failure(status, subject, nullptr, exit_status_name(status), reason);
 }
 
+int context::fail_with(int status, std::string_view subject, std::string_view reason,
+                       const json& details) {
+    return print_failure(status, subject, nullptr, exit_status_name(status), reason, &details);
+}
+
 int context::fail_file(std::string_view name) {
     return fail_with(exit_failed, name, std::strerror(errno));
 }
 
 int context::print_failure(int status, std::string_view subject, const json& code, const char* name,
-                           std::string_view reason) const {
+                           std::string_view reason, const json* details) const {
     std::string line;
     if (form == output_form::json) {
-        const json error = {
-            {"error", {{"subject", subject}, {"code", code}, {"name", name}, {"reason", reason}}}};
-        line = one_line(error);
+        json error = {{"subject", subject}, {"code", code}, {"name", name}, {"reason", reason}};
+        if (details != nullptr) {
+            error.update(*details);
+        }
+        line = one_line({{"error", error}});
     } else {
         line.append("veltrancordctl: ").append(subject).append(": ").append(reason);
         if (!code.is_null()) {

@@ -4,11 +4,16 @@
 #include <veltrancord/client.h>
 
 #include <functional>
+#include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 
 #include "setting.h"
+
+namespace veltrancord::schema {
+class description_set;
+}  // namespace veltrancord::schema
 
 namespace veltrancord::tool {
 
@@ -40,6 +45,15 @@ class context {
     // The key of stored secrets, empty: the one that the tool was built with.
     std::string key;
 
+    // The directory of the descriptions of settings.
+    std::string schema_directory;
+
+    // What is written is against the description, as was asked for; the history tells it.
+    bool forced = false;
+
+    // How many mistakes of descriptions have been told.
+    std::size_t mistakes_told = 0;
+
     // The command line as it was typed, for the history; it holds no secret.
     std::string command_line;
 
@@ -48,6 +62,9 @@ class context {
 
     // The client with the options above.
     veltrancord_client& client();
+
+    // The descriptions in that directory; those of a document are read when they are asked for.
+    schema::description_set& descriptions();
 
     // Standard output, gathered so that it can be paged as a whole. Return: `status`, or a failure
     // when it could not be written.
@@ -79,6 +96,10 @@ class context {
     int fail(std::string_view subject, int32_t result);
     int fail_with(int status, std::string_view subject, std::string_view reason);
 
+    // The same with more that a program gets: `details` are members of the error.
+    int fail_with(int status, std::string_view subject, std::string_view reason,
+                  const json& details);
+
     // The same for a file or directory, with the reason that errno gives: one exit status for
     // whatever cannot be read or written, whichever command it is.
     int fail_file(std::string_view name);
@@ -98,9 +119,10 @@ class context {
     // What went wrong, as the client or the result tells it.
     std::string reason_of(int32_t result);
     int print_failure(int status, std::string_view subject, const json& code, const char* name,
-                      std::string_view reason) const;
+                      std::string_view reason, const json* details = nullptr) const;
 
     veltrancord_client client_ = VELTRANCORD_CLIENT_INIT;
+    std::shared_ptr<schema::description_set> descriptions_;
     std::string output_;
 };
 

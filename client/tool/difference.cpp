@@ -12,11 +12,38 @@
 #include "leaf/owned_fd.h"
 #include "pager.h"
 #include "question.h"
+#include "schema/check.h"
 #include "service.h"
 
 namespace veltrancord::tool {
+namespace {
 
-int read_settings_file(context& tool, const std::string& file, setting_map& settings) {
+void collect_lines(const TiXmlElement& element, const std::string& path, line_map& line_of) {
+    line_of.emplace(path, static_cast<std::size_t>(element.Row()));
+    for (const TiXmlElement* child = element.FirstChildElement(); child != nullptr;
+         child = child->NextSiblingElement()) {
+        collect_lines(*child, path + "." + schema::client_name(child->ValueStr()), line_of);
+    }
+}
+
+// Where the settings of an exchange file stand.
+void collect_lines(const std::string& text, line_map& line_of) {
+    TiXmlDocument file;
+    std::string problem;
+    std::size_t line = 0;
+    if (!schema::read_document(text, file, problem, line) || file.RootElement() == nullptr) {
+        return;
+    }
+    for (const TiXmlElement* document = file.RootElement()->FirstChildElement();
+         document != nullptr; document = document->NextSiblingElement()) {
+        collect_lines(*document, document->ValueStr(), line_of);
+    }
+}
+
+}  // namespace
+
+int read_settings_file(context& tool, const std::string& file, setting_map& settings,
+                       line_map* line_of) {
     std::string text;
     if (!read_input(file, text)) {
         return tool.fail_file(file);
@@ -32,6 +59,9 @@ int read_settings_file(context& tool, const std::string& file, setting_map& sett
         if (!parse_exchange_text(text, lines)) {
             return tool.fail_with(exit_refused, file, "does not parse as XML");
         }
+        if (line_of != nullptr) {
+            collect_lines(text, *line_of);
+        }
     } else {
         std::size_t bad = 0;
         if (!parse_lines(text, tool.null_separated, lines, bad)) {
@@ -43,6 +73,9 @@ int read_settings_file(context& tool, const std::string& file, setting_map& sett
         if (has_blank_at_end(one.path)) {
             return tool.fail_with(exit_refused, file,
                                   "\"" + one.path + "\" has a blank beside its \"=\"");
+        }
+        if (line_of != nullptr && one.line != 0) {
+            line_of->emplace(one.path, one.line);
         }
     }
     settings = by_path(lines);
@@ -107,6 +140,18 @@ setting_list new_settings(const std::vector<setting_change>& changes) {
         }
     }
     return added;
+}
+
+setting_list written_settings(const std::vector<setting_change>& changes, const line_map& lines) {
+    setting_list written;
+    for (const setting_change& change : changes) {
+        if (change.after != nullptr) {
+            const auto found = lines.find(change.path);
+            written.push_back(
+                {change.path, *change.after, found != lines.end() ? found->second : 0});
+        }
+    }
+    return written;
 }
 
 void print_difference(context& tool, const std::vector<setting_change>& changes) {

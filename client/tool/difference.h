@@ -9,11 +9,13 @@
 namespace veltrancord::tool {
 
 using setting_map = std::map<std::string, std::string>;
+using line_map = std::map<std::string, std::size_t>;  // lines of a file by path, from 1
 
 // Reads the settings of a file: "path=value" lines, a snapshot, or an exchange file (XML), which
-// the service's own code parses. "-": standard input. Return: exit_done, or a status after a
-// message.
-int read_settings_file(context& tool, const std::string& file, setting_map& settings);
+// the service's own code parses. "-": standard input. With `line_of` also where each stands.
+// Return: exit_done, or a status after a message.
+int read_settings_file(context& tool, const std::string& file, setting_map& settings,
+                       line_map* line_of = nullptr);
 
 // Reads the settings of the service at `path` and below; "" and "*": all. A place that holds none
 // is a failure. Return: as above.
@@ -25,6 +27,9 @@ json difference_json(const context& tool, const std::vector<setting_change>& cha
 
 // Those that were not there before, or had no text.
 setting_list new_settings(const std::vector<setting_change>& changes);
+
+// Those that have to be written, with their lines.
+setting_list written_settings(const std::vector<setting_change>& changes, const line_map& lines);
 
 // Prints them in the form asked for.
 void print_difference(context& tool, const std::vector<setting_change>& changes);

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "commands.h"
+#include "description.h"
 #include "difference.h"
 #include "exit_status.h"
 #include "service.h"
@@ -16,6 +17,7 @@ struct diff_options {
     std::string other;
     std::string path;
     bool all = false;
+    bool defaults = false;
 };
 
 int run_snapshot(context& tool, const std::string& file, const std::string& path) {
@@ -39,10 +41,7 @@ void keep_place(const std::string& path, setting_map& settings) {
     if (path.empty() || path == "*") {
         return;
     }
-    const std::string prefix = is_subtree(path) ? path.substr(0, path.size() - 1) : path + ".";
-    std::erase_if(settings, [&](const auto& one) {
-        return one.first != path && one.first.compare(0, prefix.size(), prefix) != 0;
-    });
+    std::erase_if(settings, [&](const auto& one) { return !lies_at(one.first, path); });
 }
 
 // The running settings of the place, which may be none: the file may have some.
@@ -56,9 +55,36 @@ int read_running_place(context& tool, const std::string& path, setting_map& sett
     return exit_done;
 }
 
+// From what is to what the description gives: what would change if all defaults were written. What
+// was never set is added.
+int diff_with_defaults(context& tool, const diff_options& options) {
+    if (!options.file.empty() || options.all) {
+        return tool.fail_with(exit_usage, "--defaults", "goes with neither a FILE nor --all");
+    }
+    if (!is_anything_described(tool)) {
+        return tool.fail_with(exit_not_found, tool.schema_directory, "there is no description");
+    }
+    setting_map before;
+    const int status = read_running_place(tool, options.path, before);
+    if (status != exit_done) {
+        return status;
+    }
+    const setting_map after = defaults_at(tool, options.path, before);
+    std::erase_if(before, [&](const auto& one) { return !after.contains(one.first); });
+    const std::vector<setting_change> changes = compare(before, after);
+    print_difference(tool, changes);
+    return changes.empty() ? exit_done : exit_differs;
+}
+
 // From what is to what will be: from the running settings to FILE, or from FILE to OTHER. Of the
 // running ones those that FILE says nothing of stay as they are, and are left out unless asked for.
 int run_diff(context& tool, const diff_options& options) {
+    if (options.defaults) {
+        return diff_with_defaults(tool, options);
+    }
+    if (options.file.empty()) {
+        return tool.fail_with(exit_usage, "diff", "needs a FILE, or --defaults");
+    }
     const bool running = options.other.empty();
     setting_map before;
     setting_map after;
@@ -99,10 +125,11 @@ void add_difference_commands(subcommand app, context& tool) {
     const auto diff = std::make_shared<diff_options>();
     command = app.add_subcommand("diff",
                                  "show what FILE would change, or what differs from FILE to OTHER");
-    command.add_option("FILE", diff->file, "a snapshot, lines or an exchange file; \"-\"")
-        .required();
+    command.add_option("FILE", diff->file, "a snapshot, lines or an exchange file; \"-\"");
     command.add_option("OTHER", diff->other, "a second file: what FILE would have to become");
     command.add_option("--path", diff->path, "only this setting, or what lies below");
+    command.add_flag("--defaults", diff->defaults,
+                     "in place of FILE: what the description gives where nothing is set");
     command.add_flag("--all", diff->all, "also running settings that FILE does not name");
     command.callback([&tool, diff] { tool.run = [&tool, diff] { return run_diff(tool, *diff); }; });
 }

@@ -4,6 +4,7 @@
 
 #include "change_record.h"
 #include "commands.h"
+#include "description.h"
 #include "dry_run.h"
 #include "exchange_file.h"
 #include "exit_status.h"
@@ -42,43 +43,67 @@ int explain_failed_file(context& tool, const std::string& file, const std::strin
 }
 
 // A command that takes an exchange file and puts other settings in place of those there are.
-int run_file(context& tool, const std::string& what, const std::string& file, file_call* call,
-             file_use use) {
-    if (tool.dry_run) {
-        return show_file(tool, file, use);
+struct file_command {
+    const char* name;
+    const char* description;
+    const char* question;  // what is asked before it, the file's name following
+    file_call* call;
+    file_use use;
+};
+
+constexpr file_command file_commands[] = {
+    {"load", "replace documents by those of an exchange file", "replace documents by those of",
+     veltrancord_upload, file_use::load},
+    {"merge", "set each value of an exchange file", "overwrite settings with those of",
+     veltrancord_sync_file, file_use::merge},
+    {"restore", "replace documents by those of an exchange file, but keep the values set now",
+     "rebuild documents from", veltrancord_restore, file_use::restore},
+};
+
+struct file_options {
+    std::string file;
+    bool force = false;
+};
+
+int run_file(context& tool, const file_command& command, const file_options& options) {
+    const std::string& file = options.file;
+    const service_file input(file);
+    std::string text;
+    const bool looks_in = tool.dry_run || is_anything_described(tool);
+    if (input.name().empty() || (looks_in && !read_input(input.name(), text))) {
+        return tool.fail_file(file);
     }
-    int status = may_destroy(tool, what + " " + file);
+    int status = check_file_allowed(tool, file, text, command.use, options.force);
+    if (status == exit_done && tool.dry_run) {
+        return show_file(tool, file, text, command.use);
+    }
+    if (status == exit_done) {
+        status = may_destroy(tool, std::string(command.question) + " " + file);
+    }
     if (status == exit_done) {
         status = back_up_first(tool);
     }
     if (status != exit_done) {
         return status;
     }
-    const service_file input(file);
-    if (input.name().empty()) {
-        return tool.fail_file(file);
-    }
     change_scope scope;
     scope.places = {"*"};
     return recorded(tool, scope, [&] {
         // cppcheck-suppress AssignmentAddressToInteger ; it does not see what the pointer returns
-        const int32_t result = call(&tool.client(), input.name().c_str());
+        const int32_t result = command.call(&tool.client(), input.name().c_str());
         return result < 0 ? explain_failed_file(tool, file, input.name(), result)
                           : static_cast<int>(exit_done);
     });
 }
 
-void add_file_command(subcommand app, context& tool, const std::string& name,
-                      const std::string& description, const std::string& question, file_call* call,
-                      file_use use) {
-    const auto file = std::make_shared<std::string>();
-    subcommand command = app.add_subcommand(name, description);
-    command.add_option("FILE", *file, "an exchange file; \"-\": standard input").required();
+void add_file_command(subcommand app, context& tool, const file_command& one) {
+    const auto options = std::make_shared<file_options>();
+    subcommand command = app.add_subcommand(one.name, one.description);
+    command.add_option("FILE", options->file, "an exchange file; \"-\": standard input").required();
+    add_force(command, options->force);
     add_dry_run(command, tool);
-    command.callback([&tool, file, question, call, use] {
-        tool.run = [&tool, file, question, call, use] {
-            return run_file(tool, question, *file, call, use);
-        };
+    command.callback([&tool, options, &one] {
+        tool.run = [&tool, options, &one] { return run_file(tool, one, *options); };
     });
 }
 
@@ -113,13 +138,9 @@ void add_document_commands(subcommand app, context& tool) {
         tool.run = [&tool, dump_file] { return run_dump(tool, *dump_file); };
     });
 
-    add_file_command(app, tool, "load", "replace documents by those of an exchange file",
-                     "replace documents by those of", veltrancord_upload, file_use::load);
-    add_file_command(app, tool, "merge", "set each value of an exchange file",
-                     "overwrite settings with those of", veltrancord_sync_file, file_use::merge);
-    add_file_command(app, tool, "restore",
-                     "replace documents by those of an exchange file, but keep the values set now",
-                     "rebuild documents from", veltrancord_restore, file_use::restore);
+    for (const file_command& one : file_commands) {
+        add_file_command(app, tool, one);
+    }
 
     command = app.add_subcommand("sync", "save what was changed in memory only");
     command.callback([&tool] { tool.run = [&tool] { return run_sync(tool); }; });

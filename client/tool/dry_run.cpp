@@ -9,7 +9,6 @@
 #include "exchange_file.h"
 #include "exit_status.h"
 #include "place_state.h"
-#include "question.h"
 #include "service.h"
 
 namespace veltrancord::tool {
@@ -103,11 +102,7 @@ int show_removal(context& tool, const std::string& path) {
     return show(tool, state.settings, {});
 }
 
-int show_file(context& tool, const std::string& file, file_use use) {
-    std::string text;
-    if (!read_input(file, text)) {
-        return tool.fail_file(file);
-    }
+int show_file(context& tool, const std::string& file, const std::string& text, file_use use) {
     setting_list settings;
     std::set<std::string> documents;
     if (!parse_exchange_text(text, settings, &documents)) {

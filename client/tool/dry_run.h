@@ -29,7 +29,8 @@ enum class file_use {
     merge     // each of its settings is set
 };
 
-// What would change if the exchange file ("-": standard input) were used. Return: the exit status.
-int show_file(context& tool, const std::string& file, file_use use);
+// What would change if the exchange file were used, `text` being what it holds. Return: the exit
+// status.
+int show_file(context& tool, const std::string& file, const std::string& text, file_use use);
 
 }  // namespace veltrancord::tool

@@ -12,6 +12,7 @@
 #include "change_record.h"
 #include "commands.h"
 #include "creation.h"
+#include "description.h"
 #include "difference.h"
 #include "dry_run.h"
 #include "exit_status.h"
@@ -22,6 +23,12 @@
 
 namespace veltrancord::tool {
 namespace {
+
+struct edit_options {
+    std::string path;
+    bool create = false;
+    bool force = false;
+};
 
 // A file that only its owner may read, gone with this object.
 class private_file {
@@ -68,11 +75,18 @@ setting_map shown(const context& tool, const setting_map& settings) {
     return result;
 }
 
-int write_edited(context& tool, const setting_map& before, const setting_map& after, bool create) {
+// What the editor has left.
+struct edited_text {
+    setting_map settings;
+    line_map lines;
+};
+
+int write_edited(context& tool, const setting_map& before, const edited_text& after,
+                 const edit_options& options) {
     setting_list lines;
     std::vector<setting_change> changes;
     std::size_t removed = 0;
-    for (const setting_change& change : compare(before, after)) {
+    for (const setting_change& change : compare(before, after.settings)) {
         if (change.after == nullptr) {
             ++removed;
         } else {
@@ -89,7 +103,10 @@ int write_edited(context& tool, const setting_map& before, const setting_map& af
         return exit_done;
     }
     std::vector<std::string> created;
-    const int checked = check_creation(tool, new_settings(changes), create, created);
+    int checked = check_allowed(tool, written_settings(changes, after.lines), options.force);
+    if (checked == exit_done) {
+        checked = check_creation(tool, new_settings(changes), options.create, created);
+    }
     if (checked != exit_done) {
         return checked;
     }
@@ -118,9 +135,9 @@ int write_edited(context& tool, const setting_map& before, const setting_map& af
     });
 }
 
-int run_edit(context& tool, const std::string& path, bool create) {
+int run_edit(context& tool, const edit_options& options) {
     setting_map running;
-    const int status = read_running(tool, path, running);
+    const int status = read_running(tool, options.path, running);
     if (status != exit_done) {
         return status;
     }
@@ -140,11 +157,11 @@ int run_edit(context& tool, const std::string& path, bool create) {
             return tool.fail_with(exit_failed, file.name(),
                                   "the editor has failed; nothing was done");
         }
-        setting_map after;
-        read = read_settings_file(tool, file.name(), after);
+        edited_text after;
+        read = read_settings_file(tool, file.name(), after.settings, &after.lines);
         if (read == exit_done) {
-            read = write_edited(tool, before, after, create);
-            if (read != exit_not_found) {
+            read = write_edited(tool, before, after, options);
+            if (read != exit_not_found && read != exit_not_allowed) {
                 return read;
             }
         }
@@ -155,15 +172,14 @@ int run_edit(context& tool, const std::string& path, bool create) {
 }  // namespace
 
 void add_edit_command(subcommand app, context& tool) {
-    const auto path = std::make_shared<std::string>();
-    const auto create = std::make_shared<bool>(false);
+    const auto options = std::make_shared<edit_options>();
     subcommand command = app.add_subcommand("edit", "change the settings below PATH in an editor");
-    command.add_option("PATH", *path, "where").required();
-    command.add_flag("--create", *create, "also settings that are not there yet");
+    command.add_option("PATH", options->path, "where").required();
+    command.add_flag("--create", options->create, "also settings that are not there yet");
+    add_force(command, options->force);
     add_dry_run(command, tool);
-    command.callback([&tool, path, create] {
-        tool.run = [&tool, path, create] { return run_edit(tool, *path, *create); };
-    });
+    command.callback(
+        [&tool, options] { tool.run = [&tool, options] { return run_edit(tool, *options); }; });
 }
 
 }  // namespace veltrancord::tool

@@ -40,6 +40,8 @@ const char* exit_status_name(int status) {
             return "NO_LOG";
         case exit_other_key:
             return "OTHER_KEY";
+        case exit_not_allowed:
+            return "NOT_ALLOWED";
         default:
             return "FAILED";
     }
@@ -81,6 +83,8 @@ const char* exit_status_text(int status) {
             return "the event log keeps no events";
         case exit_other_key:
             return "secrets are stored with another key, or it cannot be told";
+        case exit_not_allowed:
+            return "the description of the settings does not allow it";
         default:
             return "a file cannot be read or written, or the store failed";
     }

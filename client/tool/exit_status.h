@@ -16,14 +16,15 @@ enum exit_status : int {
     exit_failed = 7,       // a file cannot be read or written, or the store failed
     exit_unreachable = 8,  // nobody listens
     exit_timed_out = 9,
-    exit_differs = 10,    // diff: there are differences; fsck, doctor: there are findings
-    exit_cancelled = 11,  // a question was answered with no, or a change was not confirmed
-    exit_broken = 12,     // the reply is none that can be
-    exit_mismatch = 13,   // captcha check: wrong or expired
-    exit_unknown = 14,    // a change was sent, and no reply says whether it was applied
-    exit_not_saved = 15,  // a change was applied, but its file holds something else
-    exit_no_log = 16,     // the event log keeps no events
-    exit_other_key = 17   // secrets are stored with another key, or it cannot be told
+    exit_differs = 10,     // diff: there are differences; fsck, doctor: there are findings
+    exit_cancelled = 11,   // a question was answered with no, or a change was not confirmed
+    exit_broken = 12,      // the reply is none that can be
+    exit_mismatch = 13,    // captcha check: wrong or expired
+    exit_unknown = 14,     // a change was sent, and no reply says whether it was applied
+    exit_not_saved = 15,   // a change was applied, but its file holds something else
+    exit_no_log = 16,      // the event log keeps no events
+    exit_other_key = 17,   // secrets are stored with another key, or it cannot be told
+    exit_not_allowed = 18  // the description of the settings does not allow it
 };
 
 // Its name for programs: "NOT_FOUND", "USAGE" ...

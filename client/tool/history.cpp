@@ -118,6 +118,9 @@ std::string line_of(const history_entry& entry) {
     if (entry.undoes != 0) {
         object["undoes"] = entry.undoes;
     }
+    if (entry.forced) {
+        object["forced"] = true;
+    }
     if (cut) {
         object["cut"] = true;
     }
@@ -140,6 +143,7 @@ bool parse_entry(const std::string& line, history_entry& entry) {
         entry.command = object.at("command").get<std::string>();
         entry.memory = object.value("memory", false);
         entry.undoes = object.value("undoes", int64_t{0});
+        entry.forced = object.value("forced", false);
         entry.cut = object.value("cut", false);
         for (const json& one : object.at("changes")) {
             entry.differences.push_back({one.at("path").get<std::string>(),

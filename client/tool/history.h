@@ -35,6 +35,7 @@ struct history_entry {
     std::string command;  // the command line; empty: not by the tool
     bool memory = false;  // in memory only
     int64_t undoes = 0;   // the number of the change that this one undoes, or 0
+    bool forced = false;  // with --force, against the description of the settings
     bool cut = false;     // there were more differences than are kept
     std::vector<recorded_difference> differences;
 };

@@ -32,12 +32,6 @@ struct undo_options {
     bool force = false;
 };
 
-// Whether `path` is `place` or lies below it.
-bool lies_at(const std::string& path, const std::string& place) {
-    return place.empty() || place == "*" || path == place ||
-           path.starts_with(is_subtree(place) ? place.substr(0, place.size() - 1) : place + ".");
-}
-
 json to_json(const history_entry& entry) {
     json changes = json::array();
     for (const recorded_difference& one : entry.differences) {
@@ -52,6 +46,7 @@ json to_json(const history_entry& entry) {
             {"command", entry.command.empty() ? json(nullptr) : json(entry.command)},
             {"memory", entry.memory},
             {"undoes", entry.undoes != 0 ? json(entry.undoes) : json(nullptr)},
+            {"forced", entry.forced},
             {"whole", !entry.cut},
             {"changes", changes}};
 }
@@ -106,6 +101,7 @@ std::string heading_of(const history_entry& entry) {
     line += entry.user + (entry.user.empty() ? "" : "  ");
     line += entry.command.empty() ? "not by this tool" : entry.command;
     line += entry.memory ? "  (in memory)" : "";
+    line += entry.forced ? "  (against the description)" : "";
     line += entry.cut ? "  (too large: not all of it is kept)" : "";
     return line + "\n";
 }

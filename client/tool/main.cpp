@@ -17,6 +17,7 @@
 #include "encoding/secret.h"
 #include "exit_status.h"
 #include "offline.h"
+#include "schema/usual_directory.h"
 
 namespace veltrancord::tool {
 namespace {
@@ -52,6 +53,10 @@ void add_general_options(CLI::App& app, context& tool) {
     app.add_flag_callback(
         "-q,--quiet", [] { g_quiet = true; }, "say nothing but failures on standard error");
     app.add_flag("-v,--verbose", tool.verbose, "say more of what is done on standard error");
+    tool.schema_directory = schema::usual_directory();
+    app.add_option("--schema", tool.schema_directory,
+                   "the directory of the descriptions of settings (also VELTRANCORD_SCHEMA in the "
+                   "environment)");
     app.add_option("--root", tool.root,
                    "work on the documents of this directory, without a service");
     const char* key = std::getenv("VELTRANCORD_KEY");
@@ -71,6 +76,8 @@ bool is_read_command(std::string_view first_word) {
 // In the order of the help's headings.
 void add_other_commands(const subcommand& top, context& tool) {
     add_write_commands(top, tool);
+    add_reset_command(top, tool);
+    add_describe_command(top, tool);
     add_attribute_commands(top, tool);
     add_document_commands(top, tool);
     add_difference_commands(top, tool);

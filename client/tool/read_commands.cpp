@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "commands.h"
+#include "described_tree.h"
+#include "description.h"
 #include "exit_status.h"
 #include "service.h"
 #include "setting_tree.h"
@@ -17,6 +19,7 @@ struct get_options {
     std::vector<std::string> paths;
     std::optional<int32_t> level;
     bool visible = false;
+    bool with_default = false;
 };
 
 // Reads what one argument of "get" names into `settings`. Return: the result.
@@ -43,11 +46,45 @@ int32_t get_one(context& tool, const get_options& options, const std::string& pa
     return result;
 }
 
+// Adds what holds where nothing is set, or an empty text. Return: the result, which is no failure
+// where there is a default.
+int32_t add_defaults(context& tool, const std::string& path, int32_t result,
+                     setting_list& settings) {
+    if (result < 0 && result != VELTRANCORD_NOT_FOUND) {
+        return result;
+    }
+    std::erase_if(settings, [&](const setting& one) {
+        return one.value.empty() && default_of(tool, one.path);
+    });
+    if (is_subtree(path)) {
+        const setting_map running = by_path(settings);
+        for (const auto& [name, value] : defaults_at(tool, path, running)) {
+            if (!running.contains(name)) {
+                settings.push_back({name, value});
+            }
+        }
+    } else if (settings.empty()) {
+        const std::optional<std::string> value = default_of(tool, path);
+        tell_mistakes(tool);
+        if (value) {
+            settings.push_back({path, *value});
+        }
+    }
+    return settings.empty() ? result : VELTRANCORD_OK;
+}
+
 int run_get(context& tool, const get_options& options) {
+    if (options.with_default && (options.level || options.visible)) {
+        return tool.fail_with(exit_usage, "--with-default",
+                              "goes with neither --level nor --visible");
+    }
     setting_list all;
     for (const std::string& path : options.paths) {
         setting_list settings;
-        const int32_t result = get_one(tool, options, path, settings);
+        int32_t result = get_one(tool, options, path, settings);
+        if (options.with_default) {
+            result = add_defaults(tool, path, result, settings);
+        }
         const bool plain = !options.level && !options.visible && !is_subtree(path);
         if (result == VELTRANCORD_NOT_FOUND && plain && is_there(tool, path)) {
             return tool.fail_with(exit_empty, path, "has no value; PATH.* prints what lies below");
@@ -105,7 +142,13 @@ int run_ls(context& tool, const std::string& path) {
     return exit_done;
 }
 
-int run_tree(context& tool, const std::string& path) {
+struct tree_options {
+    std::string path;
+    bool describe = false;
+};
+
+int run_tree(context& tool, const tree_options& options) {
+    const std::string& path = options.path;
     if (tool.form == output_form::shell) {
         setting_list settings;
         const int32_t result = read_subtree(tool, path, settings);
@@ -120,8 +163,11 @@ int run_tree(context& tool, const std::string& path) {
     if (status != exit_done) {
         return status;
     }
+    if (options.describe) {
+        describe_tree(tool, tree);
+    }
     if (tool.form == output_form::json) {
-        tool.print_json(tree.as_json(tool.reveal));
+        tool.print_json(options.describe ? described_json(tool, tree) : tree.as_json(tool.reveal));
     } else {
         tool.print(tree.as_text(tool));
     }
@@ -136,6 +182,8 @@ void add_read_commands(subcommand app, context& tool) {
     command.add_option("PATH", get->paths, "settings").required();
     command.add_option("--level", get->level, "only what this level may see");
     command.add_flag("--visible", get->visible, "leave out what is not meant to be shown");
+    command.add_flag("--with-default", get->with_default,
+                     "where nothing is set, what the description gives it");
     command.callback([&tool, get] { tool.run = [&tool, get] { return run_get(tool, *get); }; });
 
     const auto ls_path = std::make_shared<std::string>();
@@ -144,12 +192,12 @@ void add_read_commands(subcommand app, context& tool) {
     command.callback(
         [&tool, ls_path] { tool.run = [&tool, ls_path] { return run_ls(tool, *ls_path); }; });
 
-    const auto tree_path = std::make_shared<std::string>();
+    const auto tree = std::make_shared<tree_options>();
     command = app.add_subcommand("tree", "draw the settings below PATH as a tree");
-    command.add_option("PATH", *tree_path, "where");
-    command.callback([&tool, tree_path] {
-        tool.run = [&tool, tree_path] { return run_tree(tool, *tree_path); };
-    });
+    command.add_option("PATH", tree->path, "where");
+    command.add_flag("--describe", tree->describe,
+                     "with labels, defaults, and what is described and not set");
+    command.callback([&tool, tree] { tool.run = [&tool, tree] { return run_tree(tool, *tree); }; });
 }
 
 }  // namespace veltrancord::tool

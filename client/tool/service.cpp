@@ -27,6 +27,11 @@ bool is_subtree(std::string_view path) {
     return path == "*" || (path.size() > 1 && path.substr(path.size() - 2) == ".*");
 }
 
+bool lies_at(const std::string& path, const std::string& place) {
+    return place.empty() || place == "*" || path == place ||
+           path.starts_with(is_subtree(place) ? place.substr(0, place.size() - 1) : place + ".");
+}
+
 namespace {
 
 // The components of a path without a wildcard, joined with single dots, as they stand and as the

@@ -37,6 +37,9 @@ int32_t get_value(context& tool, const std::string& path, std::string& value);
 // Whether the path asks for more than one setting: its last component is "*".
 bool is_subtree(std::string_view path);
 
+// Whether `path` is `place` or lies below it; everything lies at "" and "*".
+bool lies_at(const std::string& path, const std::string& place);
+
 // Reads what lies below `path` ("Account.User1" and "Account.User1.*" mean the same; "" and "*"
 // mean everything). All paths of the result can be used to write: the service answers the
 // components that were asked for in escaped form, they are put back as they were asked for.

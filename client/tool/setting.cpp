@@ -94,7 +94,7 @@ bool parse_lines(const std::string& text, bool null_separated, setting_list& set
             bad = number;
             return false;
         }
-        settings.push_back({line.substr(0, equals), line.substr(equals + 1)});
+        settings.push_back({line.substr(0, equals), line.substr(equals + 1), number});
     }
     return true;
 }

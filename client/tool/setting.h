@@ -1,6 +1,7 @@
 // Settings as the tool holds them: full path and value.
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <string_view>
@@ -11,6 +12,7 @@ namespace veltrancord::tool {
 struct setting {
     std::string path;
     std::string value;
+    std::size_t line = 0;  // of the file that it was read from, from 1; 0: from none
 };
 using setting_list = std::vector<setting>;
 

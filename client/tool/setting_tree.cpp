@@ -21,7 +21,8 @@ node& child_of(node& parent, std::string_view name) {
     if (found != parent.children.rend()) {
         return *found;
     }
-    parent.children.push_back({std::string(name), false, "", {}});
+    parent.children.emplace_back();
+    parent.children.back().name = name;
     return parent.children.back();
 }
 
@@ -30,6 +31,10 @@ struct branches {
     const char* last;
     const char* beside;  // beside what lies below a child with others behind it
 };
+
+std::string beside(const context& tool, const node& one) {
+    return one.note.empty() ? std::string() : "  " + tool.coloured("2", one.note);
+}
 
 // A terminal without UTF-8 gets what it can show.
 const branches& branches_of_terminal() {
@@ -50,7 +55,7 @@ void draw(const node& parent, const std::string& indent, const context& tool, st
             out += " = ";
             out += tool.coloured("32", shown_value({child.name, child.value}, tool.reveal));
         }
-        out += '\n';
+        out += beside(tool, child) + "\n";
         draw(child, indent + (last ? "    " : lines.beside), tool, out);
     }
 }
@@ -102,7 +107,7 @@ setting_tree::setting_tree(const std::string& path, const setting_list& settings
 
 std::string setting_tree::as_text(const context& tool) const {
     std::string out = root_.name.empty() ? "." : root_.name;
-    out += '\n';
+    out += beside(tool, root_) + "\n";
     draw(root_, "", tool, out);
     return out;
 }

@@ -15,6 +15,8 @@ class setting_tree {
         bool has_value = false;
         std::string value;
         std::vector<node> children;  // in the order of the settings
+        bool is_there = true;        // false: only the description names it
+        std::string note;            // what stands beside it in the drawing, or empty
     };
 
     setting_tree() = default;
@@ -23,6 +25,7 @@ class setting_tree {
     setting_tree(const std::string& path, const setting_list& settings);
 
     [[nodiscard]] const node& root() const { return root_; }
+    [[nodiscard]] node& root() { return root_; }
 
     // Drawn with lines, secrets masked unless the tool reveals them.
     [[nodiscard]] std::string as_text(const context& tool) const;

@@ -5,18 +5,16 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "change_record.h"
 #include "commands.h"
-#include "creation.h"
 #include "dry_run.h"
 #include "exit_status.h"
 #include "question.h"
-#include "saved_settings.h"
 #include "service.h"
+#include "setting_writing.h"
 
 namespace veltrancord::tool {
 namespace {
@@ -24,8 +22,7 @@ namespace {
 struct set_options {
     std::vector<std::string> words;
     std::string file;
-    bool memory_only = false;
-    bool create = false;
+    writing_options how;
 };
 
 // "Mtu = 1500" would set "Mtu " to " 1500".
@@ -113,7 +110,7 @@ bool wants_input_twice(const set_options& options) {
 }
 
 int run_set(context& tool, const set_options& options) {
-    if (options.memory_only && !tool.root.empty()) {
+    if (options.how.memory_only && !tool.root.empty()) {
         return tool.fail_with(exit_usage, "--memory", "there is no service to keep it with --root");
     }
     if (wants_input_twice(options)) {
@@ -127,31 +124,7 @@ int run_set(context& tool, const set_options& options) {
     if (settings.empty()) {
         return tool.fail_with(exit_usage, "set", "no settings");
     }
-    std::vector<std::string> created;
-    const int checked = check_creation(tool, settings, options.create, created);
-    if (checked != exit_done) {
-        return checked;
-    }
-    if (tool.dry_run) {
-        return show_writing(tool, settings);
-    }
-    change_scope scope;
-    scope.settings = paths_of(settings);
-    scope.memory = options.memory_only;
-    const int written = recorded(tool, scope, [&] {
-        const int made = make_documents(tool, created);
-        if (made != exit_done) {
-            return made;
-        }
-        const int32_t result = write_settings(tool, settings, options.memory_only);
-        if (result < 0) {
-            return explain_failed_write(tool, settings, result);
-        }
-        tell_created(created);
-        (void)tool.print_for_programs({{"written", result}});
-        return static_cast<int>(exit_done);
-    });
-    return written != exit_done || options.memory_only ? written : check_saved(tool, settings);
+    return write_checked(tool, settings, options.how, options.file);
 }
 
 int run_unset(context& tool, const std::string& path) {
@@ -186,9 +159,7 @@ void add_write_commands(subcommand app, context& tool) {
         "set", "write settings with one request: PATH VALUE, PATH=VALUE ..., or lines from \"-\"");
     command.add_option("SETTING", set->words, "what to write");
     command.add_option("--file", set->file, "read the lines, or a secret, from this file");
-    command.add_flag("--create", set->create, "also settings that are not there yet");
-    command.add_flag("--memory", set->memory_only, "in memory only, until \"sync\"");
-    add_dry_run(command, tool);
+    add_writing_options(command, tool, set->how);
     command.callback([&tool, set] { tool.run = [&tool, set] { return run_set(tool, *set); }; });
 
     const auto path = std::make_shared<std::string>();
