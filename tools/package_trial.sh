@@ -9,8 +9,9 @@ native=$(dpkg --print-architecture)
 export DEBIAN_FRONTEND=noninteractive PATH=/usr/sbin:/usr/bin:/sbin:/bin
 cd /tmp/packages
 script=/etc/init.d/veltrancord
-names=(veltrancord libveltrancord1 libveltrancord-dev veltrancord-tools python3-veltrancord veltrancord-doc)
-debug=(veltrancord-dbgsym libveltrancord1-dbgsym veltrancord-tools-dbgsym)
+names=(veltrancord libveltrancord1 libveltrancord-schema1 libveltrancord-dev veltrancord-tools python3-veltrancord
+    veltrancord-doc)
+debug=(veltrancord-dbgsym libveltrancord1-dbgsym libveltrancord-schema1-dbgsym veltrancord-tools-dbgsym)
 
 fail() {
     [[ ! -s /tmp/log ]] || cat /tmp/log >&2 # what the last command said

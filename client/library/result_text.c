@@ -44,6 +44,8 @@ static const struct result_entry* find_entry(int32_t result) {
         {VELTRANCORD_COMMAND_HAS_SEPARATOR, "COMMAND_HAS_SEPARATOR",
          "a command name cannot be empty or hold ':'"},
         {VELTRANCORD_FIELD_EMPTY, "FIELD_EMPTY", "this field cannot be empty"},
+        {VELTRANCORD_NOT_ALLOWED, "NOT_ALLOWED",
+         "the description of the settings does not allow it"},
     };
     size_t index = 0;
     for (index = 0; index < sizeof entries / sizeof entries[0]; ++index) {

@@ -72,6 +72,7 @@ PRINTED = {
         + "Network\n└── Lan\n    └── Mtu = 1500\n"),
     ("docs/operations.md", "Who changed what"): re.compile(HISTORY + UNDONE),
     ("docs/fleet.md", "Setting it up"): "certificates/yard-1.pem: OK\n",
+    ("client/man/veltrancord_check.3", "EXAMPLES"): "Network.Lan.Mtu: is not described\n",
     ("client/man/libveltrancord.3", "EXAMPLES"): re.compile(2 * LAN.format(" is ")),
     ("client/man/veltrancordctl.1", "EXAMPLES"): re.compile(
         rf"Yard recorder\n{LAN.format('=')}veltrancordctl: created Network\.Lan\.Label\n"

@@ -56,7 +56,10 @@ enum veltrancord_result {
     VELTRANCORD_FIELD_OVER_BOUND = -130,      /* a field of a log or backup command */
     VELTRANCORD_LOG_TEXT_UNREADABLE = -131,   /* empty, or with ':': it could never be read back */
     VELTRANCORD_COMMAND_HAS_SEPARATOR = -132, /* a command name that is empty or has ':' */
-    VELTRANCORD_FIELD_EMPTY = -133            /* a field that must not be empty */
+    VELTRANCORD_FIELD_EMPTY = -133,           /* a field that must not be empty */
+
+    /* Told by <veltrancord/schema.h>; -134 and -135 are the Python module's. */
+    VELTRANCORD_NOT_ALLOWED = -136 /* the description of the settings does not allow the value */
 };
 
 /* A text in English for a result, for example "not found". Never null; static memory; any thread.

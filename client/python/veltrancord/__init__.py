@@ -10,12 +10,20 @@
 Every call is one exchange on a connection of its own; a `Client` holds settings only, no connection,
 and may be used by many threads at once. What fails raises `Error`, or the kind of it that a program
 may want to tell apart: `NotFound`, `Denied`, `Unreachable`, `TimedOut`, `WrongKind`.
+
+Where the product describes its settings, `service.schema` gives and takes values as what they are,
+and refuses with `ValidationError` what is not allowed before anything is sent:
+
+    mtu = service.schema.get("Network.Lan.Mtu")
+    service.schema.set("Network.Lan.Mtu", mtu - 8)
 """
 
 from .client import Client, Permit
-from .errors import Denied, Error, NotFound, Refused, Result, TimedOut, Unreachable, WrongKind
+from .errors import (Denied, Error, NotFound, Refused, Result, TimedOut, Unreachable,
+                     ValidationError, Violation, WrongKind)
 from .event_log import LogMode, LogRecord
 from .exchange import DEFAULT_SOCKET, Reply
+from .schema import Description, Kind, Schema
 from .watching import DEFAULT_DIRECTORY, Change, Watch
 
 __all__ = [
@@ -24,7 +32,9 @@ __all__ = [
     "Change",
     "Client",
     "Denied",
+    "Description",
     "Error",
+    "Kind",
     "LogMode",
     "LogRecord",
     "NotFound",
@@ -32,8 +42,11 @@ __all__ = [
     "Refused",
     "Reply",
     "Result",
+    "Schema",
     "TimedOut",
     "Unreachable",
+    "ValidationError",
+    "Violation",
     "Watch",
     "WrongKind",
 ]

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import contextlib
 import enum
+import functools
 import os
 import time
 from typing import (Callable, Iterable, Iterator, List, Mapping, NamedTuple, Optional, Tuple,
@@ -14,6 +15,7 @@ from .bounds import decode, field_bytes
 from .errors import Error, NotFound, Result, error_of
 from .event_log import RECORD_SIZE, LogMode, LogRecord
 from .exchange import DEFAULT_SOCKET, Reply, exchange
+from .schema import Schema
 from .watching import DEFAULT_DIRECTORY, Watch
 
 Lines = List[Tuple[str, str]]
@@ -58,6 +60,8 @@ class Client:
     timeout          seconds for a whole exchange; None: no limit
     cap              largest reply accepted, in bytes
     wait_for_socket  whether a missing socket is waited for, as one that refuses always is
+    schema_directory where the description of the settings is; None: the environment's
+                     VELTRANCORD_SCHEMA, else the usual one
     """
 
     def __init__(
@@ -67,11 +71,19 @@ class Client:
         timeout: Optional[float] = 5.0,
         cap: int = 64 << 20,
         wait_for_socket: bool = False,
+        schema_directory: Optional[str] = None,
     ) -> None:
         self.socket_path = socket_path or os.environ.get("VELTRANCORD_SOCKET") or DEFAULT_SOCKET
         self.timeout = timeout
         self.cap = cap
         self.wait_for_socket = wait_for_socket
+        self.schema_directory = schema_directory
+
+    @functools.cached_property
+    def schema(self) -> Schema:
+        """The description of the settings, read when it is first asked for: typed values, and what
+        is wrong with one before it is sent."""
+        return Schema(self, self.schema_directory)
 
     # ---- any command ------------------------------------------------------------------------
 

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import enum
-from typing import Dict, Optional, Type
+from typing import Dict, NamedTuple, Optional, Sequence, Type
 
 
 class Result(enum.IntEnum):
@@ -45,6 +45,7 @@ class Result(enum.IntEnum):
     FIELD_EMPTY = -133
     TEXT_HAS_NUL = -134
     NOT_OF_THAT_KIND = -135
+    NOT_ALLOWED = -136
 
 
 TEXTS = {
@@ -81,6 +82,7 @@ TEXTS = {
     Result.FIELD_EMPTY: "this field cannot be empty",
     Result.TEXT_HAS_NUL: "a text cannot hold a NUL byte",
     Result.NOT_OF_THAT_KIND: "the value is not of the kind asked for",
+    Result.NOT_ALLOWED: "the description of the settings does not allow it",
 }
 
 
@@ -154,6 +156,28 @@ class TimedOut(Error, TimeoutError):
 
 class Refused(Error, ValueError):
     """The library did not send it: the service would cut, split or misread it."""
+
+
+class Violation(NamedTuple):
+    """One setting that is not allowed."""
+
+    path: str
+    rule: str  # a word for programs: "maxInclusive", "enumeration", "undescribed" ...
+    reason: str  # a sentence for people
+    nearest: str  # the nearest value that is allowed, of "undescribed" the nearest path; or empty
+
+
+class ValidationError(Refused):
+    """Settings that the description does not allow; nothing was sent.
+
+    violations  all of them; `subject` and `detail` are those of the first
+    """
+
+    def __init__(self, violations: Sequence[Violation]) -> None:
+        first = violations[0]
+        more = f", and {len(violations) - 1} more" if len(violations) > 1 else ""
+        super().__init__(Result.NOT_ALLOWED, first.reason + more, subject=first.path)
+        self.violations = list(violations)
 
 
 class WrongKind(Error, ValueError):
