@@ -5,12 +5,15 @@ import contextlib
 import ctypes
 import os
 import struct
+import subprocess
+import sys
 from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 
+import device as device_module
 import fleet
-from device import CONFIGURATION, Device, wait_until
+from device import CONFIGURATION, REPOSITORY, Device, wait_until
 from fleet import Bridge, Broker, Operator
 
 DOCUMENTS = {"Network": "<Network><Lan><Mtu>1500</Mtu></Lan></Network>",
@@ -120,3 +123,15 @@ def test_a_fleet(broker, members, count):
         assert [one.mtu() for one in kept + left] == len(kept) * ["1400"] + len(left) * ["1500"]
         assert [one.saves() for one in kept + left] == len(kept) * [1] + len(left) * [0]
         assert not any(one.bridge.guards() for one in members)
+
+
+def test_the_tour_shows_all_of_it():
+    """What ./dev fleet prints."""
+    fleet.require()
+    done = subprocess.run([sys.executable, REPOSITORY / "tools/fleet_tour.py", "2", device_module.default_program],
+                          capture_output=True, text=True, check=False, stdin=subprocess.DEVNULL)
+    assert done.returncode == 0, done.stderr
+    for part in ("2 devices are online", "text=gate", "state=trial", "state=applied", "state=rolled-back",
+                 "reason=not signed by an operator", "yard-1: Network.Lan.Mtu=1400",
+                 "yard-2: Network.Lan.Mtu=1500"):
+        assert part in done.stdout, done.stdout
