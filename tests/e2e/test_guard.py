@@ -11,6 +11,8 @@ from guard_device import ACCESS_FILE, STAFF, STRANGER, SYSTEM_LOG, WEB, GuardedD
 from peers import Peer
 from secret import enc_form
 
+pytestmark = pytest.mark.fault("G1")
+
 NETWORK = '<Network><Lan><Mtu DispatchW="/bin/hook.sh">1500</Mtu></Lan></Network>'
 ACCOUNT = f"<Account><User1><Username>admin</Username><Password>{enc_form('geheim')}</Password>" \
           "</User1></Account>"
