@@ -4,13 +4,13 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <string>
+#include <system_error>
+#include <utility>
 
 #include "leaf/owned_fd.h"
 #include "leaf/whole_io.h"
@@ -24,15 +24,38 @@ constexpr uint32_t usual_overflow_id = 65'534;
 
 constexpr int most_group_tries = 4;  // others cannot change the list; a signal's fault at most
 
-// Whether every number has one in this user namespace.
+// The text of a file of /proc, up to its bound; empty when it cannot be read.
+std::string proc_text(const char* path) {
+    constexpr std::size_t bound = 4096;
+    const owned_fd file(::open(path, O_RDONLY | O_CLOEXEC));
+    std::string text(bound, '\0');
+    const ssize_t count = file ? read_whole(file.get(), text.data(), text.size()) : 0;
+    text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+    return text;
+}
+
+// The numbers of a text, with anything between them.
+std::vector<uint64_t> numbers_of(const std::string& text) {
+    std::vector<uint64_t> numbers;
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    while (at < end) {
+        uint64_t number = 0;
+        const auto [stopped, error] = std::from_chars(at, end, number);
+        if (error == std::errc()) {
+            numbers.push_back(number);
+        }
+        at = stopped == at ? at + 1 : stopped;
+    }
+    return numbers;
+}
+
+// Whether every number has one in this user namespace: of each line the third tells how many do.
 bool maps_everybody(const char* path) {
-    std::ifstream file(path);
-    uint64_t first = 0;
-    uint64_t outside = 0;
-    uint64_t count = 0;
+    const std::vector<uint64_t> numbers = numbers_of(proc_text(path));
     uint64_t mapped = 0;
-    while (file >> first >> outside >> count) {
-        mapped += count;
+    for (std::size_t at = 2; at < numbers.size(); at += 3) {
+        mapped += numbers[at];
     }
     return mapped >= no_id;
 }
@@ -41,9 +64,8 @@ std::optional<uint32_t> overflow_id(const char* map, const char* setting) {
     if (maps_everybody(map)) {
         return std::nullopt;
     }
-    std::ifstream file(setting);
-    uint32_t id = 0;
-    return file >> id ? id : usual_overflow_id;
+    const std::vector<uint64_t> numbers = numbers_of(proc_text(setting));
+    return numbers.empty() ? usual_overflow_id : static_cast<uint32_t>(numbers[0]);
 }
 
 }  // namespace
@@ -69,6 +91,7 @@ bool read_credentials(int fd, const overflow_ids& overflow, peer_credentials& pe
 }
 
 void read_groups(int fd, const overflow_ids& overflow, peer_credentials& peer) {
+    peer.groups_asked = true;
     constexpr std::size_t usual_groups = 32;
     std::vector<gid_t> groups(usual_groups);
     for (int attempt = 0; attempt < most_group_tries; ++attempt) {

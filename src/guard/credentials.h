@@ -36,10 +36,11 @@ struct peer_credentials {
     // The supplementary groups that are known, once they have been read.
     std::vector<gid_t> groups;
     bool groups_known = false;
+    bool groups_asked = false;
 
     // For the decision; valid as long as this is, and unchanged.
     [[nodiscard]] peer_identity identity() const noexcept {
-        return {user, group, groups, user_known, group_known && groups_known};
+        return {user, group, groups, user_known, group_known && groups_known, groups_asked};
     }
 };
 

@@ -64,7 +64,6 @@ struct guarded_client final : client_pass {
     int fd;  // borrowed from the connection, which owns this, too
     user_record& user;
     peer_credentials peer;
-    bool groups_asked = false;
 };
 
 // One command while it is judged and run.
@@ -202,11 +201,18 @@ int access_guard::payload_time(const gate_visitor& visitor) noexcept {
 
 // ---- judging ------------------------------------------------------------------------------------
 
-bool access_guard::allows_somewhere(const guarded_client& client, command_class which) const {
-    const peer_identity identity = client.peer.identity();
-    const auto forbidden = [&](const access_need& need) {
-        return !decide(policy_, identity, need).allowed;
-    };
+// What the rules say, word for word. The kernel is asked for groups where a rule wants them.
+bool access_guard::allows_this(guarded_client& client, const access_need& need) {
+    access_decision decision = decide(policy_, client.peer.identity(), need);
+    if (decision.ask_groups) {
+        setup_.groups(client.fd, overflow_, client.peer);
+        decision = decide(policy_, client.peer.identity(), need);
+    }
+    return decision.allowed;
+}
+
+bool access_guard::allows_somewhere(guarded_client& client, command_class which) {
+    const auto forbidden = [&](const access_need& need) { return !allows_this(client, need); };
     return !forbidden({which, {}}) || !each_document(which, forbidden);
 }
 
@@ -214,13 +220,10 @@ bool access_guard::allows(guarded_client& client, const access_need& need) {
     if (mode_ == mode::closed) {
         return is_privileged(client);
     }
-    if (policy_.names_groups && !std::exchange(client.groups_asked, true)) {
-        setup_.groups(client.fd, overflow_, client.peer);
-    }
     if (need.document.empty() && has_documents(need.which)) {
         return allows_somewhere(client, need.which);
     }
-    return decide(policy_, client.peer.identity(), need).allowed;
+    return allows_this(client, need);
 }
 
 // Return: whether to go on to the next need.
@@ -241,7 +244,6 @@ bool access_guard::judge_need(guarded_request& request, const access_need& need)
 // Whoever can write these files anyway is not held to directories. What such a file holds is not
 // looked into, so the whole of the class is needed, and what a DispatchW in it would need.
 void access_guard::judge_privileged_file(guarded_request& request) {
-    const peer_identity identity = request.client.peer.identity();
     const auto rule = [&](const access_need& need) { return judge_need(request, need); };
     if (request.traits.argument == argument_kind::file_to_write) {
         static_cast<void>(each_document(command_class::files, rule) &&
@@ -249,7 +251,7 @@ void access_guard::judge_privileged_file(guarded_request& request) {
         return;
     }
     const bool whole =
-        mode_ == mode::closed || decide(policy_, identity, {command_class::files, {}}).allowed;
+        mode_ == mode::closed || allows_this(request.client, {command_class::files, {}});
     if (!whole) {
         static_cast<void>(each_document(command_class::files, rule));
         request.refused = true;

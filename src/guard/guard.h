@@ -82,7 +82,8 @@ class access_guard final : public command_gate {
     void refuse_place(guarded_request& request);
     [[nodiscard]] bool judge_need(guarded_request& request, const access_need& need);
     [[nodiscard]] bool allows(guarded_client& client, const access_need& need);
-    [[nodiscard]] bool allows_somewhere(const guarded_client& client, command_class which) const;
+    [[nodiscard]] bool allows_this(guarded_client& client, const access_need& need);
+    [[nodiscard]] bool allows_somewhere(guarded_client& client, command_class which);
     [[nodiscard]] static bool may_show_secret(void* request, std::string_view document);
 
     [[nodiscard]] std::string name_of(const guarded_client& client) const;

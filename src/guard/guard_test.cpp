@@ -44,7 +44,7 @@ bool test_credentials(int /*fd*/, const overflow_ids& /*overflow*/, peer_credent
 void test_groups(int /*fd*/, const overflow_ids& /*overflow*/, peer_credentials& peer) {
     ++g_groups_asked;
     peer.groups = {staff};
-    peer.groups_known = true;
+    peer.groups_known = peer.groups_asked = true;
 }
 
 std::optional<uid_t> test_user(const std::string& name) {

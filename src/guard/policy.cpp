@@ -214,7 +214,6 @@ std::string parser::read_subject(std::span<const std::string_view>& words, acces
         return find_user(rule.name, rule.id);
     }
     rule.subject = rule_subject::group;
-    result_.policy.names_groups = true;
     return find_group(rule.name, rule.id);
 }
 
@@ -454,9 +453,14 @@ parsed_policy parse_policy(std::string_view text, const account_lookup& accounts
 access_decision decide(const access_policy& policy, const peer_identity& peer,
                        const access_need& need) noexcept {
     for (const access_rule& rule : policy.rules) {
-        if (rule.classes.has(need.which) && matches_peer(rule, peer) &&
-            matches_document(rule.documents, need.document)) {
-            return {rule.allow, rule.line};
+        if (!rule.classes.has(need.which) || !matches_document(rule.documents, need.document)) {
+            continue;
+        }
+        if (rule.subject == rule_subject::group && !peer.groups_asked) {
+            return {false, 0, true};
+        }
+        if (matches_peer(rule, peer)) {
+            return {rule.allow, rule.line, false};
         }
     }
     return {};

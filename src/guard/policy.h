@@ -126,7 +126,6 @@ struct access_policy {
     bool trail_values = false;
     bool trail_refusals = false;
     std::vector<named_user> users;
-    bool names_groups = false;  // a rule asks for the groups of a peer
 };
 
 struct policy_mistake {
@@ -162,6 +161,7 @@ struct peer_identity {
     std::span<const gid_t> groups;  // the supplementary ones
     bool user_known = true;         // false: the user has no number in this user namespace
     bool groups_known = true;       // false: there may be groups beside those told
+    bool groups_asked = true;       // false: it has not been asked for the supplementary ones
 };
 
 // What a command needs: its class, and the document that it reads or changes; empty: none.
@@ -172,7 +172,8 @@ struct access_need {
 
 struct access_decision {
     bool allowed = false;
-    std::size_t line = 0;  // of the rule that decided; 0: none matched, which refuses
+    std::size_t line = 0;     // of the rule that decided; 0: none matched, which refuses
+    bool ask_groups = false;  // nothing is decided: a rule wants the groups that were not asked for
 };
 
 // What the first rule says that matches peer, class and document. Who is not known well enough to

@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <utility>
 
@@ -50,8 +52,10 @@ policy_reading read_policy_file(const char* path, uid_t own_user, const account_
     if (!S_ISREG(status.st_mode)) {
         return bad("is not obeyed: it is no regular file");
     }
-    // One byte more than allowed, so that a longer one is told from a whole one.
-    std::string text(max_policy_size + 1, '\0');
+    // A byte more than there may be, so that a longer one is told from a whole one; and no more
+    // than there is, since what is touched stays the process's.
+    const auto size = static_cast<std::size_t>(std::max<off_t>(status.st_size, 0));
+    std::string text(std::min(size, max_policy_size) + 1, '\0');
     const ssize_t count = read_whole(file.get(), text.data(), text.size());
     if (count < 0) {
         return bad_for(errno);

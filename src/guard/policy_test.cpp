@@ -69,7 +69,6 @@ TEST(Policy, HasDefaults) {
     EXPECT_EQ(policy.share, 50U);
     EXPECT_EQ(policy.request_deadline, -1);
     EXPECT_FALSE(policy.trail_changes || policy.trail_values || policy.trail_refusals);
-    EXPECT_FALSE(policy.names_groups);
 }
 
 TEST(Policy, ReadsEveryStatement) {
@@ -94,7 +93,6 @@ TEST(Policy, ReadsEveryStatement) {
     EXPECT_EQ(policy.request_deadline, 2000);
     EXPECT_THAT(policy.deadline_exceptions, testing::ElementsAre(33U, 7U));
     EXPECT_TRUE(policy.trail_changes && policy.trail_values && policy.trail_refusals);
-    EXPECT_TRUE(policy.names_groups);
     ASSERT_EQ(policy.users.size(), 2U);
     EXPECT_EQ(policy.users[1].name, "web");
 }
@@ -259,6 +257,23 @@ TEST(Decision, TakesWhoIsNotKnownForWhoeverIsDenied) {
                         command_class::read, "A"));
     EXPECT_FALSE(allowed(good("deny group staff all\nallow user web read"), of_unknown_groups,
                          command_class::read, "A"));
+}
+
+TEST(Decision, WaitsForGroupsWhereARuleWantsThem) {
+    peer_identity peer = web;
+    peer.groups_asked = false;
+    const access_policy policy = good(
+        "deny group staff write\n"
+        "allow user web read\n"
+        "allow group staff read on A\n"
+        "allow any log-read\n");
+    EXPECT_TRUE(decide(policy, peer, {command_class::write, "A"}).ask_groups);
+    EXPECT_FALSE(decide(policy, peer, {command_class::write, "A"}).allowed);
+    EXPECT_EQ(decide(policy, peer, {command_class::read, "A"}).line, 2U);
+    EXPECT_EQ(decide(policy, peer, {command_class::log_read, {}}).line, 4U);
+    peer.user = 34;
+    EXPECT_TRUE(decide(policy, peer, {command_class::read, "A"}).ask_groups);
+    EXPECT_FALSE(decide(policy, peer, {command_class::read, "B"}).ask_groups);
 }
 
 TEST(SystemAccounts, AreThoseOfTheTables) {
