@@ -45,15 +45,26 @@ const char* kind_name(const schema::element_description& element) {
     }
 }
 
-// What an attribute of the element is by its description: its default, or the only value that it
-// may have; or empty.
-std::string attribute_value(const schema::element_description& element, const char* name) {
+// What an attribute of the element is: by its description the default, or the only value that it
+// may have; where that leaves it open, what the service holds. Empty where there is none, or no
+// service.
+std::string attribute_value(context& tool, const std::string& path,
+                            const schema::element_description& element, const char* name) {
     const schema::attribute_description* const attribute = element.attribute(name);
     if (attribute == nullptr) {
         return {};
     }
-    const bool only_one = attribute->type->values.size() == 1;
-    return attribute->default_value.value_or(only_one ? attribute->type->values.front().value : "");
+    if (attribute->default_value) {
+        return *attribute->default_value;
+    }
+    if (attribute->type->values.size() == 1) {
+        return attribute->type->values.front().value;
+    }
+    std::string value(VELTRANCORD_MAX_ATTRIBUTE_VALUE + 1, '\0');
+    const int32_t length = veltrancord_get_attribute(&tool.client(), (path + "." + name).c_str(),
+                                                     value.data(), value.size());
+    value.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+    return value;
 }
 
 json choices_of(const schema::simple_type& type, const std::string& language) {
@@ -89,7 +100,7 @@ json elements_below(const schema::element_description& element, const std::strin
 }
 
 // All that is told; a program finds every name, with null where nothing is said.
-json to_json(const std::string& path, const schema::element_description& element) {
+json to_json(context& tool, const std::string& path, const schema::element_description& element) {
     const std::string language = user_language();
     const schema::simple_type none;
     const schema::simple_type& type = element.value != nullptr ? *element.value : none;
@@ -108,8 +119,8 @@ json to_json(const std::string& path, const schema::element_description& element
             {"choices", choices_of(type, language)},
             {"default", element.secret() ? json(nullptr) : or_null(element.default_value)},
             {"unit", text_or_null(element.told.unit)},
-            {"level", text_or_null(attribute_value(element, "Level"))},
-            {"program", text_or_null(attribute_value(element, "DispatchW"))},
+            {"level", text_or_null(attribute_value(tool, path, element, "Level"))},
+            {"program", text_or_null(attribute_value(tool, path, element, "DispatchW"))},
             {"secret", element.secret()},
             {"required", element.required},
             {"below", elements_below(element, language)}};
@@ -179,7 +190,8 @@ int run_describe(context& tool, const std::string& path) {
             known ? "the description names no such setting"
                   : "there is no description of the document in " + tool.schema_directory);
     }
-    const json told = to_json(is_subtree(path) ? path.substr(0, path.size() - 2) : path, *element);
+    const json told =
+        to_json(tool, is_subtree(path) ? path.substr(0, path.size() - 2) : path, *element);
     if (!tool.print_for_programs(told)) {
         print_description(tool, told);
     }

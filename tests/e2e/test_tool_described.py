@@ -2,12 +2,14 @@
 
 import json
 import os
+import shutil
 
 import pytest
 
 import described
-from command_line import Tool
+from command_line import Terminal, Tool
 from described import SCHEMA
+from device import REPOSITORY
 
 NOT_ALLOWED = 18
 ALL = "<ROOT><Network><Lan>\n<Mtu>99999</Mtu>\n<Dhcp>maybe</Dhcp></Lan></Network></ROOT>"
@@ -225,9 +227,15 @@ def test_describe_tells_groups_choices_and_documents(tool):
     assert tool("describe", "--schema", "/none").status == 1
 
 
-def test_describe_needs_no_service(tool):
+def test_describe_needs_no_service_but_for_what_the_description_leaves_open(tool):
+    left_open = described.NETWORK.replace(' default="3"/>', '/>')
+    tool.device.write_file(f"{SCHEMA}/Network.xsd", left_open)
+    assert tool.json("describe", "Network.Lan.Mtu")["level"] is None
+    tool.device.request("writeattr:Network.Lan.Mtu.Level=2")
+    assert tool.json("describe", "Network.Lan.Mtu")["level"] == "2"
     tool.device.stop()
-    assert tool("describe", "Network.Lan.Dhcp").status == 0
+    told = tool.json("describe", "Network.Lan.Mtu")
+    assert (told["level"], told["program"]) == (None, "/usr/sbin/apply_network")
 
 
 # ---- defaults -------------------------------------------------------------------------------------
@@ -333,6 +341,34 @@ def test_names_are_completed_with_their_labels(tool):
     assert completed(tool, "describe", "Network.Lan.M") == {"Network.Lan.Mtu": "Largest packet"}
     assert completed(tool, "reset", "Network.Lan.Mtu", "Net") == {"Network.": ""}
     assert completed(tool, "--schema", "/none", "get", "Network.Lan.M") == {"Network.Lan.Mtu": "1400"}
+
+
+# How each shell is started, and how it is told of the completion.
+COMPLETIONS = REPOSITORY / "client/tool/completions"
+SHELLS = {
+    "bash": (["--norc", "--noprofile", "-i"], f"source {COMPLETIONS}/veltrancordctl.bash"),
+    "zsh": (["-f", "-i"], f"autoload -U compinit && compinit -u -D; source {COMPLETIONS}/_veltrancordctl"),
+    "fish": (["--no-config", "-i"], f"source {COMPLETIONS}/veltrancordctl.fish"),
+}
+
+
+@pytest.mark.parametrize("shell", SHELLS)
+def test_a_key_completes_values_behind_the_equals_sign(tool, shell, tmp_path):
+    program = shutil.which(shell)
+    if program is None:
+        pytest.skip(f"{shell} is not installed")
+    arguments, told = SHELLS[shell]
+    terminal = Terminal([program, *arguments], {
+        "PATH": f"{os.path.dirname(tool.program)}:{os.environ['PATH']}", "HOME": str(tmp_path), "PS1": "$ ",
+        "VELTRANCORD_SOCKET": tool.device.socket_path, "VELTRANCORD_STATE": str(tmp_path),
+        "VELTRANCORD_SCHEMA": str(tool.device.outside(SCHEMA))}, 24)
+    terminal.type(f"{told}; echo told''\n")
+    terminal.wait_for("told\r\n")
+    terminal.type("veltrancordctl set --create Network.Lan.Dhcp=N\tNetwork.Lan.Speed=au\t; echo do''ne\n")
+    terminal.wait_for("done\r\n")
+    terminal.kill()
+    assert tool("get", "Network.Lan.Dhcp", "Network.Lan.Speed").stdout == (
+        "Network.Lan.Dhcp=NO\nNetwork.Lan.Speed=auto\n"), terminal.text
 
 
 def test_values_are_completed(tool):
