@@ -1,5 +1,7 @@
 #include "access_check.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 
 #include "guard/policy_file.h"
@@ -41,6 +43,12 @@ bool decides(const access_policy& policy, const access_rule& rule,
 }
 
 }  // namespace
+
+uid_t user_of_process(int process) {
+    struct stat found {};
+    const std::string place = "/proc/" + std::to_string(process);
+    return process > 0 && stat(place.c_str(), &found) == 0 ? found.st_uid : 0;
+}
 
 std::set<std::string> told_documents(const access_policy& policy) {
     std::set<std::string> names = named_documents(policy);
@@ -88,17 +96,18 @@ bool check_access_file(const std::string& file, uid_t own_user,
     }
     for (const policy_mistake& one : reading.mistakes) {
         if (one.line == 0) {
-            findings.push_back({0, one.text});
+            findings.push_back({0, one.text, false});
         }
     }
     for (const policy_mistake& one : parsed.mistakes) {
         if (one.line != 0) {
-            findings.push_back({one.line, one.text});
+            findings.push_back({one.line, one.text, false});
         }
     }
     if (parsed.mistakes.empty()) {
         for (const std::size_t line : idle_rules(parsed.policy)) {
-            findings.push_back({line, "never decides anything: the rules before it always do"});
+            findings.push_back(
+                {line, "never decides anything: the rules before it always do", true});
         }
     }
     return true;

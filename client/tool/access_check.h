@@ -15,7 +15,11 @@ namespace veltrancord::tool {
 struct access_finding {
     std::size_t line = 0;  // from 1; 0: the file as a whole
     std::string text;
+    bool obeyed = false;  // the service goes by the file all the same
 };
+
+// The user that a process runs as; root for process 0, and where that is not told.
+uid_t user_of_process(int process);
 
 // Everything that keeps a service of the user `own_user` from obeying the file, whoever owns it and
 // whatever it holds; and of a file without a mistake the rules that never decide, since those

@@ -1,7 +1,6 @@
 // access check, access explain, access draft.
 #include <grp.h>
 #include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -35,12 +34,8 @@ struct explain_options {
     bool is_group = false;
 };
 
-// The user that the running service has; root where none runs.
 uid_t service_user(const context& tool) {
-    const running_service found = find_service(tool);
-    struct stat process {};
-    const std::string place = "/proc/" + std::to_string(found.supervisor);
-    return found.supervisor > 0 && stat(place.c_str(), &process) == 0 ? process.st_uid : 0;
+    return user_of_process(find_service(tool).supervisor);
 }
 
 int run_check(context& tool, const std::string& file) {

@@ -22,6 +22,9 @@ using diagnosis_list = std::vector<diagnosis>;
 // The socket, whether it answers, its processes, and who is connected.
 void diagnose_service(const context& tool, const examination& found, diagnosis_list& list);
 
+// The access file, as the running service reads it.
+void diagnose_access(const examination& found, diagnosis_list& list);
+
 // Semaphores.
 void diagnose_semaphores(diagnosis_list& list);
 

@@ -48,6 +48,7 @@ void diagnose_trial(const context& tool, diagnosis_list& list) {
 diagnosis_list diagnose(context& tool, const examination& found) {
     diagnosis_list list;
     diagnose_service(tool, found, list);
+    diagnose_access(found, list);
     diagnose_semaphores(list);
     diagnose_files(found.places, list);
     diagnose_fsck(found.places, list);

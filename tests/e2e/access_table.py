@@ -8,9 +8,11 @@ from typing import Callable, NamedTuple, Optional
 
 import pytest
 
+import valgrind
 from account_text import account_text
 from device import CONFIGURATION, EVENT_LOG, REPOSITORY, SOCKET, Device
 from log_model import record
+from machine import LOGS
 from peers import Peer
 
 POLICY = "/etc/veltrancord/access"
@@ -182,6 +184,12 @@ class TableDevice(Device):
             self.outside(f"/etc/{name}").unlink()
             self.write_file(f"/etc/{name}", text)
         self.make_directory(EXCHANGE)
+        self.outside(LOGS).chmod(0o777)  # where a sanitizer reports as the service's user
+
+    def __exit__(self, *failure):
+        findings = self.sanitizer_findings() + valgrind.findings(self)
+        super().__exit__(*failure)
+        assert failure[0] is not None or not findings, findings
 
     def start_guarded(self, policy, *options, documents=None):
         """Starts it as its own user, on the two documents of the table unless others are given."""

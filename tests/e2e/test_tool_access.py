@@ -308,3 +308,18 @@ def test_from_watching_to_refusing(guarded):
         for request in ("read:Network.Lan", "write:Network.Lan=4", "cleanlog:", "write:Display.Layout=5\nNetwork.Lan=1"):
             assert web.request(request) == DENIED
     assert guarded.request("readvalue:Network.Lan") == (1, b"1")
+
+
+@pytest.mark.parametrize("policy, state, text", [
+    (None, "info", "absent, so whoever may connect may do everything"),
+    ("allow user root all\n", "good", ": 1 rule"),
+    ("mode permissive\n", "warning", "permissive, so nothing is refused"),
+    ("allow user root all\nallow user root read\n", "warning", ":2: never decides"),
+    ("allow user root sing\n", "bad", ':1: unknown class "sing"')])
+def test_the_doctor_looks_at_the_file(guarded, policy, state, text):
+    guarded.start_guarded(policy or "", documents=KNOWN)
+    if policy is None:
+        guarded.outside(POLICY).unlink()
+    found = json.loads(Tool(guarded)("doctor", "--json").stdout)["findings"]
+    (told,) = [one for one in found if one["topic"] == "access"]
+    assert told["state"] == state and text in told["text"] and POLICY in told["text"]

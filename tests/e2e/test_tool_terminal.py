@@ -239,6 +239,10 @@ def test_completion_of_words_and_live_paths(tool):
     assert completed(tool, "snapshot", "/tmp/f", "Netw") == {"Network.": ""}
     assert completed(tool, "--reveal", "tree", "Network.L") == {"Network.Lan.": ""}
     assert "--reveal" in completed(tool, "get", "--re")
+    assert set(completed(tool, "access", "")) == {"check", "explain", "draft"}
+    assert list(completed(tool, "access", "explain", "root", "readv")) == ["readvalue"]
+    assert completed(tool, "access", "explain", "root", "read", "Netw") == {"Network.": ""}
+    assert completed(tool, "trail", "--user", "x", "Netw") == {"Network.": ""}
     assert completed(tool, "help", "wat") == completed(tool, "wat") != {}
     assert list(completed(tool, "help", "log", "cl")) == ["clear"]
     assert completed(tool, "--socket", "/nonexistent", "get", "N") == {}
