@@ -11,6 +11,8 @@ from access_table import (BACKUP_SCRIPT, CALLED, COMMANDS, DENIED, EXCHANGE, KIN
 from device import REPOSITORY, wait_until
 from peers import Peer
 
+pytestmark = pytest.mark.fault("G1")
+
 FREE = "log-read,log-write,log-clear,permits,sessions"  # classes that no document belongs to
 RULES = f"""mode enforce
 allow user root all
