@@ -191,6 +191,9 @@ std::string type_text(const simple_type& type) {
     if (!type.values.empty()) {
         return enumeration_text(type.values);
     }
+    if (!type.patterns.empty() && !type.told.labels.empty()) {
+        return std::string(type.told.label("en"));  // what is told of it says more than a pattern
+    }
     std::string text;
     switch (type.kind) {
         case value_kind::string:

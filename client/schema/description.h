@@ -134,7 +134,8 @@ struct described_setting {
 // description. Many: families count each of their members.
 [[nodiscard]] std::vector<described_setting> settings_of(const document_description& document);
 
-// What an element's type is, for people, in English: "a number from 68 to 9000", "one of YES, NO".
+// What an element's type is, for people, in English: "a number from 68 to 9000", "one of YES, NO";
+// of a type with a pattern its label, where it has one.
 [[nodiscard]] std::string type_text(const simple_type& type);
 
 // The component of a path by which clients name an element, and the other way round: "Zone_20A" is

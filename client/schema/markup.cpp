@@ -55,9 +55,34 @@ std::string instead_of(const advice (&rows)[N], std::string_view name) {
     return row != std::end(rows) ? row->instead : "leave it away";
 }
 
+// "en", "pt-BR".
+bool is_language(std::string_view text) {
+    bool first = true;
+    while (true) {
+        const std::size_t end = std::min(text.find('-'), text.size());
+        const bool letters = std::all_of(text.begin(), text.begin() + end, [&](char c) {
+            return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                   (!first && c >= '0' && c <= '9');
+        });
+        if (!letters || end == 0 || end > 8) {
+            return false;
+        }
+        if (end == text.size()) {
+            return true;
+        }
+        text.remove_prefix(end + 1);
+        first = false;
+    }
+}
+
 void take_text(markup& xml, const TiXmlElement& element, std::vector<localised_text>& texts,
                const char* what) {
-    const std::string language = markup::attribute(element, "xml:lang").value_or("");
+    const std::optional<std::string> given = markup::attribute(element, "xml:lang");
+    const std::string language = given.value_or("");
+    if (given && !is_language(language)) {
+        xml.tell(element,
+                 "has xml:lang=\"" + language + "\"; write a language such as en or pt-BR");
+    }
     const bool known = std::any_of(texts.begin(), texts.end(), [&](const localised_text& one) {
         return one.language == language;
     });

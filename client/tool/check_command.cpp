@@ -33,6 +33,8 @@ int run_check(context& tool, const check_options& options) {
         return tool.fail_file(options.directory);
     }
     check_settings(findings);
+    check_permits(findings);
+    check_descriptions(options.directory, tool.descriptions(), findings);
     if (!options.log_file.empty()) {
         check_log(options.log_file, findings);
     }

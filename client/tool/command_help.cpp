@@ -167,6 +167,15 @@ constexpr command_help rows[] = {
     {"doctor", service, "veltrancordctl doctor", asks | one_of(exit_differs)},
     {"stats", service, "veltrancordctl stats\nveltrancordctl stats --prometheus", asks},
     {"fsck", service, "veltrancordctl fsck /mnt/database/xml", always | one_of(exit_differs)},
+    {"schema", service, "veltrancordctl schema check",
+     always | one_of(exit_not_found, exit_refused, exit_differs)},
+    {"schema check", nullptr, "veltrancordctl schema check",
+     always | one_of(exit_not_found, exit_differs)},
+    {"schema draft", nullptr, "veltrancordctl schema draft /mnt/database/xml /tmp",
+     always | one_of(exit_refused)},
+    {"schema doc", nullptr,
+     "veltrancordctl schema doc /tmp\nveltrancordctl schema doc /tmp --language de",
+     always | one_of(exit_not_found)},
     {"help", service, "veltrancordctl help log add", one_of(exit_done, exit_usage)},
 };
 

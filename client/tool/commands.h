@@ -27,6 +27,7 @@ void add_trail_command(subcommand app, context& tool);        // trail
 void add_watch_command(subcommand app, context& tool);        // watch
 void add_check_command(subcommand app, context& tool);        // fsck
 void add_doctor_command(subcommand app, context& tool);       // doctor
+void add_schema_command(subcommand app, context& tool);       // schema
 void add_stats_command(subcommand app, context& tool);        // stats
 
 }  // namespace veltrancord::tool

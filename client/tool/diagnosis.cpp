@@ -287,12 +287,13 @@ void diagnose_saves(const examination& found, diagnosis_list& list) {
     }
 }
 
-void diagnose_fsck(const examined_places& places, diagnosis_list& list) {
+void diagnose_fsck(context& tool, const examined_places& places, diagnosis_list& list) {
     std::vector<finding> findings;
     if (!check_files(places.directory, findings)) {
         return;  // which diagnose_files() has told
     }
     check_log(places.log_file, findings);
+    check_descriptions(places.directory, tool.descriptions(), findings);
     if (!findings.empty()) {
         list.push_back({"fsck", state::warning,
                         std::to_string(findings.size()) + " findings, see veltrancordctl fsck"});

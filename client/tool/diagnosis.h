@@ -31,8 +31,8 @@ void diagnose_semaphores(diagnosis_list& list);
 // Who may get at the files, their ages, leftovers, room on the disk.
 void diagnose_files(const examined_places& places, diagnosis_list& list);
 
-// What the check of files finds.
-void diagnose_fsck(const examined_places& places, diagnosis_list& list);
+// What the check of files finds, and what is not as it is described.
+void diagnose_fsck(context& tool, const examined_places& places, diagnosis_list& list);
 
 // Scripts of the device that the service starts.
 void diagnose_scripts(const context& tool, diagnosis_list& list);

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "schema/description_set.h"
+
 namespace veltrancord::tool {
 
 struct finding {
@@ -22,5 +24,14 @@ void check_log(const std::string& file, std::vector<finding>& findings);
 
 // Collects what is wrong among the settings of the loaded documents.
 void check_settings(std::vector<finding>& findings);
+
+// Collects what among permits, groups, users and deny rules the service does not read, or never
+// decides by; asked of its own routines, on the loaded documents.
+void check_permits(std::vector<finding>& findings);
+
+// Collects what in the documents of `directory` is not as it is described, and the mistakes of
+// their descriptions. A document without one is right.
+void check_descriptions(const std::string& directory, schema::description_set& descriptions,
+                        std::vector<finding>& findings);
 
 }  // namespace veltrancord::tool

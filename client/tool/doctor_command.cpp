@@ -51,7 +51,7 @@ diagnosis_list diagnose(context& tool, const examination& found) {
     diagnose_access(found, list);
     diagnose_semaphores(list);
     diagnose_files(found.places, list);
-    diagnose_fsck(found.places, list);
+    diagnose_fsck(tool, found.places, list);
     diagnose_scripts(tool, list);
     {
         const quiet_output quiet;  // scanning prints what it cannot read

@@ -94,6 +94,7 @@ void add_other_commands(const subcommand& top, context& tool) {
     add_exchange_commands(top, tool);
     add_check_command(top, tool);
     add_doctor_command(top, tool);
+    add_schema_command(top, tool);
     add_stats_command(top, tool);
 }
 

@@ -73,6 +73,7 @@ PRINTED = {
     ("docs/operations.md", "Who changed what"): re.compile(HISTORY + UNDONE),
     ("docs/fleet.md", "Setting it up"): "certificates/yard-1.pem: OK\n",
     ("client/man/veltrancord_check.3", "EXAMPLES"): "Network.Lan.Mtu: is not described\n",
+    ("docs/schema.md", "From the first draft to a checked image"): "/mnt/database/xml/Network validates\n",
     ("client/man/libveltrancord.3", "EXAMPLES"): re.compile(2 * LAN.format(" is ")),
     ("client/man/veltrancordctl.1", "EXAMPLES"): re.compile(
         rf"Yard recorder\n{LAN.format('=')}veltrancordctl: created Network\.Lan\.Label\n"
@@ -350,6 +351,22 @@ def test_the_access_file_is_obeyed():
             assert page.request("write:Account.User1.Username=x").code == -12
             assert page.request("write:Network.Lan.Mtu=1400") == (1, b"")
             assert staff.request("SyncPermit:").code == 0
+
+
+(DESCRIPTION,) = take("docs/schema.md", "xml")
+
+
+def test_the_description_of_the_manual(tmp_path):
+    (tmp_path / "Network.xsd").write_text(DESCRIPTION.text)
+    checked = subprocess.run([command_line.program(), "schema", "check", tmp_path], capture_output=True,
+                             text=True, check=False)
+    assert (checked.returncode, checked.stdout) == (0, "")
+    document = tmp_path / "Network"
+    for mtu, right in (("9000", True), ("9001", False)):
+        document.write_text(f"<Network><Mtu>{mtu}</Mtu><Password AllowToShow='NO'/></Network>")
+        judged = subprocess.run(["xmllint", "--noout", "--schema", tmp_path / "Network.xsd", document],
+                                capture_output=True, check=False)
+        assert (judged.returncode == 0) == right, judged
 
 
 def limits_of(text):

@@ -2,6 +2,7 @@
 
 import json
 import os
+import random
 import re
 import shutil
 import signal
@@ -54,7 +55,7 @@ FILES = {
     "Notification": ("<Notification><Log><BitDefine><Num>4</Num><Def1><Bit>10</Bit></Def1>"
                      "<Def2><Bit>0x10</Bit></Def2><Def3><Bit>0x123456789</Bit></Def3></BitDefine>"
                      "</Log></Notification>"),
-    "Account": ("<Account><Permission><Define><Permit1>A</Permit1></Define>"
+    "Account": ("<Account><Permission><Define><Permit1 Type='Switch'>A</Permit1></Define>"
                 "<Group1><Name>G</Name><Permit1>YES</Permit1><Permit2>YES</Permit2></Group1>"
                 "</Permission><CGIPermitDenyFilter>"
                 "<R1><RelatedPermit>Permit1</RelatedPermit></R1>"
@@ -167,16 +168,143 @@ def test_fsck_agrees_with_the_service_on_what_is_loaded(tool):
 
 def test_every_kind_that_there_is_is_tested_here():
     sources = "".join((REPOSITORY / f"client/tool/{name}").read_text()
-                      for name in ("file_check.cpp", "setting_check.cpp"))
+                      for name in ("file_check.cpp", "setting_check.cpp", "permit_check.cpp"))
     kinds_there_are = set(re.findall(r'"([a-z]+(?:-[a-z]+)+|unparsable|damaged|leftover|kept|skipped)",', sources))
-    tested = {kind for _, _, kind in EXPECTED} | {"rule-permit", "not-readable"}
+    tested = {kind for _, _, kind in EXPECTED | VOID} | {"rule-permit", "not-readable"}
     assert kinds_there_are == tested
+
+
+COMMANDS = "".join(f"<C{n}><CMD>c{n}</CMD></C{n}>" for n in range(1, 32))
+PARAMETERS = "".join(f"<P{n}>p{n}</P{n}>" for n in range(1, 32))
+ACCOUNT = (
+    "<Account><Maxuser>3</Maxuser>"
+    "<User1><Username>a</Username><Level>G</Level></User1>"
+    "<User2><Username>b</Username><Level>Nobody</Level></User2>"
+    "<User3><Username>a</Username><Level>H</Level></User3>"
+    "<User4><Username>c</Username><Level>G</Level></User4>"
+    "<Cloud><Username>s</Username><G><Username>g</Username></G><H/><Nobody><Username>n</Username></Nobody></Cloud>"
+    "<Permission><MaxPermDefNum>4</MaxPermDefNum><MaxGroupNum>3</MaxGroupNum><Define>"
+    "<Permit1 Type='Switch'>A</Permit1><Permit2 Type='Swich'>B</Permit2><Permit3>C</Permit3><Permit4/>"
+    "<Permit5 Type='Switch'>E</Permit5><Permit01 Type='Switch'>F</Permit01><Permitx>G</Permitx></Define>"
+    "<Group1><Name>G</Name><Permit1>YES</Permit1><Permit5>YES</Permit5><Permit01>YES</Permit01></Group1>"
+    "<Group2><Name>G</Name></Group2><Group3/><Group4><Name>H</Name></Group4></Permission>"
+    "<CGIPermitDenyFilter>"
+    "<R1><RelatedPermit>Permit1</RelatedPermit><C1><CMD>one</CMD><P1>x</P1><P3>y</P3></C1>"
+    "<C3><CMD>three</CMD></C3></R1>"
+    f"<R2><RelatedPermit>Permit2</RelatedPermit>{COMMANDS}</R2>"
+    f"<R3><RelatedPermit>Permit2</RelatedPermit><C1><CMD>many</CMD>{PARAMETERS}</C1></R3>"
+    "<R4><RelatedPermit>Permit1</RelatedPermit><C1><CMD>*</CMD></C1></R4>"
+    "<R5><RelatedPermit>Permit2</RelatedPermit><C1><CMD>late</CMD></C1></R5>"
+    "<R07><RelatedPermit>Permit2</RelatedPermit></R07></CGIPermitDenyFilter></Account>")
+FILTER = "Account.CGIPermitDenyFilter"
+VOID = {("Account", path, kind) for path, kind in (
+    ("Account.Permission.Define.Permit2", "permit-type"),
+    ("Account.Permission.Define.Permit3", "permit-type"),
+    ("Account.Permission.Define.Permit4", "permit-number"),
+    ("Account.Permission.Define.Permit5", "permit-number"),
+    ("Account.Permission.Define.Permit01", "permit-number"),
+    ("Account.Permission.Define.Permitx", "permit-number"),
+    ("Account.Permission.Group1.Permit5", "undefined-permit"),
+    ("Account.Permission.Group1.Permit01", "undefined-permit"),
+    ("Account.Permission.Group2", "group-name"),
+    ("Account.Permission.Group3", "group-number"),
+    ("Account.Permission.Group4", "group-number"),
+    ("Account.User2.Level", "user-group"),
+    ("Account.User3", "user-slot"),
+    ("Account.User4", "user-slot"),
+    ("Account.Cloud.H", "cloud-user"),
+    ("Account.Cloud.Nobody", "cloud-user"),
+    (f"{FILTER}.R1.C1.P3", "parameter-behind-gap"),
+    (f"{FILTER}.R1.C3", "command-behind-gap"),
+    (f"{FILTER}.R2.C31", "command-behind-gap"),
+    (f"{FILTER}.R3.C1.P31", "parameter-behind-gap"),
+    (f"{FILTER}.R5.C1", "hidden-command"),
+    (f"{FILTER}.R07", "rule-behind-gap"))}
+
+
+def test_what_the_service_never_reads_of_permits_and_rules(tool):
+    tool.device.write_file("/tmp/db/Account", ACCOUNT)
+    assert kinds(tool) == VOID
+    told = tool("fsck", "/tmp/db").stdout
+    assert "Define.Permit5: is never read: MaxPermDefNum is 4 [permit-number]" in told
+    assert "Define.Permit4: counts for nothing: it has no name [permit-number]" in told
+    assert "Define.Permit01: is never read: numbers go from 1 on, without a zero" in told
+    assert 'has the Type "Swich", for which there is no check' in told
+
+
+def test_cloud_accounts_need_that_of_the_device(tool):
+    tool.device.write_file("/tmp/db/Account", (
+        "<Account><Cloud><G><Username>g</Username></G></Cloud><Permission><Group1><Name>G</Name></Group1>"
+        "</Permission></Account>"))
+    assert kinds(tool) == {("Account", "Account.Cloud.G", "cloud-user")}
+
+
+def a_random_account(chance):
+    """Permits with types, groups that hold all permits but one each, and rules of a permit each."""
+    permits = {n: chance.choice(("Switch", "Switch", "Channel", "switch", None)) for n in range(1, 9)}
+    define = "".join(
+        f"<Permit{n}" + (f" Type='{kind}'" if kind else "") + f">Name{n}</Permit{n}>"
+        for n, kind in permits.items() if chance.random() < 0.9)
+    groups = "".join(
+        f"<Group{n}><Name>G{n}</Name>" + "".join(
+            f"<Permit{other}>YES</Permit{other}>" for other in permits if other != n) + f"</Group{n}>"
+        for n in permits)
+    users = "".join(f"<User{n}><Username>u{n}</Username><Level>G{n}</Level></User{n}>" for n in permits)
+    rules, asked = "", []
+    for rule in range(1, 9):
+        permit = rule
+        commands = ""
+        for command in range(1, 4):
+            name = chance.choice((f"C{command}",) * 8 + (f"C0{command}", f"C{command + 1}x"))
+            text = chance.choice((f"cmd{rule}-{command}",) * 9 + ("*",) + ("cmd1-1",))
+            parameters = [(f"P{n}", f"p{n}") for n in range(1, 4) if chance.random() < 0.8]
+            commands += f"<{name}><CMD>{text}</CMD>" + "".join(
+                f"<{key}>{value}</{key}>" for key, value in parameters) + f"</{name}>"
+            asked += [(permit, f"R{rule}.{name}", key, text, value)
+                      for key, value in parameters or [(None, None)]]
+        number = chance.choice((rule,) * 30 + (rule + 20,))
+        rules += f"<R{number}><RelatedPermit>Permit{permit}</RelatedPermit>{commands}</R{number}>"
+        asked = [(p, place.replace(f"R{rule}.", f"R{number}."), *rest) if place.startswith(f"R{rule}.")
+                 else (p, place, *rest) for p, place, *rest in asked]
+    highest = chance.choice((8, 8, 8, 6))
+    text = (f"<Account><Permission><MaxPermDefNum>{highest}</MaxPermDefNum><Define>{define}</Define>{groups}"
+            f"</Permission>{users}<CGIPermitDenyFilter>{rules}</CGIPermitDenyFilter></Account>")
+    return text, asked
+
+
+@pytest.mark.parametrize("seed", range(8))
+def test_fsck_and_the_service_agree_on_random_permits_and_rules(tool, seed):
+    """A user whose group holds every permit but one is denied exactly what a rule of that permit
+    catches: what fsck calls void denies nobody, and everything else does."""
+    device = tool.device
+    text, asked = a_random_account(random.Random(seed))
+    device.write_document("Account", text)
+    found = {one["path"] for one in json.loads(tool("--json", "fsck", CONFIGURATION).stdout)}
+    device.start()
+    decided = set()
+    for permit, place, parameter, command, value in asked:
+        path = f"{FILTER}.{place}"
+        rule = path.rsplit(".", 1)[0]
+        void = bool({path, rule, f"{rule}.RelatedPermit", f"{path}.{parameter}"} & found)
+        if command == "*" or (parameter and f"{path}.P1" not in {f"{FILTER}.{p}.{k}" for _, p, k, *_ in asked}):
+            continue  # of a "*" parameters do not count; without P1 there are none
+        question = f"GetCGIPermitFilter:u{permit}&{command}" + (f"&{value}" if value else "")
+        denied = device.request(question).code == -12
+        assert denied != void, (path, parameter, question, sorted(found))
+        decided.add(void)
+    for permit in range(1, 9):
+        path = f"Account.Permission.Define.Permit{permit}"
+        other = permit % 8 + 1
+        code = device.request(f"isPermitAllow:G{other}&Name{permit}&1").code
+        granted = f"Account.Permission.Group{other}.Permit{permit}"
+        assert (code == -4) == bool({path, granted} & found), (path, code, sorted(found))
+    assert decided
 
 
 def test_a_rule_behind_the_hundredth_is_never_read(tool):
     rules = "".join(f"<R{n}><RelatedPermit>Permit1</RelatedPermit></R{n}>" for n in range(1, 102))
     tool.device.write_file("/tmp/db/Account", (
-        "<Account><Permission><Define><Permit1>A</Permit1></Define></Permission>"
+        "<Account><Permission><Define><Permit1 Type='Switch'>A</Permit1></Define></Permission>"
         f"<CGIPermitDenyFilter>{rules}</CGIPermitDenyFilter></Account>"))
     assert kinds(tool) == {("Account", "Account.CGIPermitDenyFilter.R101", "rule-behind-gap")}
 

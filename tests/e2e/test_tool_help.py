@@ -86,6 +86,7 @@ def test_examples_run_and_end_as_is_told(device):
     device.copy_sample_database()
     device.mount_tmpfs("/mnt/database/eventlog", size="1m")
     device.install_script("/tmp/BackupXmlDB.sh", "#!/bin/sh\n")
+    schemas = f"VELTRANCORD_SCHEMA=/run/host{REPOSITORY}/examples/schema"
     device.make_directory("/tmp/bin")
     device.outside("/tmp/bin/veltrancordctl").symlink_to("/run/host" + tool.program)
     device.start()
@@ -101,7 +102,7 @@ def test_examples_run_and_end_as_is_told(device):
             if example.startswith(tuple(NOT_RUN)):
                 continue
             finished = device.run("/usr/bin/env", "PATH=/tmp/bin:/usr/bin:/bin", "HOME=/tmp",
-                                  "VELTRANCORD_STATE=/tmp/state", "/bin/sh", "-c", example)
+                                  "VELTRANCORD_STATE=/tmp/state", schemas, "/bin/sh", "-c", example)
             assert finished.status in statuses - {2, 7}, (example, finished)
             run += 1
     assert run > 50
