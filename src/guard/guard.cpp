@@ -396,11 +396,11 @@ int32_t access_guard::run_handler(guarded_request& request, const gated_command&
     if (!request.replacement.empty()) {
         argument = {request.replacement.data(), request.replacement.size()};
     }
-    secret_rule rule;
+    SecretRule rule;
     if (mode_ == mode::ruled && request.traits.which == command_class::read) {
         rule = {may_show_secret, &request};
     }
-    const secret_view view(rule);
+    const SecretView view(rule);
     return command.handler(connection, argument, command.row);
 }
 

@@ -2,6 +2,6 @@
 
 namespace veltrancord {
 
-secret_rule g_secret_rule;
+SecretRule g_secret_rule;
 
 }  // namespace veltrancord

@@ -15,21 +15,21 @@
 namespace veltrancord {
 
 // Tells by the document's name. `may_show` null: all is shown.
-struct secret_rule {
+struct SecretRule {
     bool (*may_show)(void* context, std::string_view document) = nullptr;
     void* context = nullptr;
 };
 
 // The rule of the command that is being served.
-extern secret_rule g_secret_rule;
+extern SecretRule g_secret_rule;
 
 // Sets a rule for as long as it lives.
-class secret_view {
+class SecretView {
   public:
-    explicit secret_view(const secret_rule& rule) noexcept { g_secret_rule = rule; }
-    secret_view(const secret_view&) = delete;
-    secret_view& operator=(const secret_view&) = delete;
-    ~secret_view() { g_secret_rule = {}; }
+    explicit SecretView(const SecretRule& rule) noexcept { g_secret_rule = rule; }
+    SecretView(const SecretView&) = delete;
+    SecretView& operator=(const SecretView&) = delete;
+    ~SecretView() { g_secret_rule = {}; }
 };
 
 // Whether the value of what bears this name, `element` itself or an attribute of it, must be shown

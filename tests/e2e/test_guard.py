@@ -38,6 +38,7 @@ def started(device, access):
 # ---- the file -----------------------------------------------------------------------------------
 
 def test_without_a_file_nobody_is_asked_for(device):
+    device.require_no_sanitizer("thread", "its runtime and strace wait for each other")
     device.start_traced(calls="getsockopt")
     with Peer(device, STRANGER) as stranger:
         assert stranger.request("readvalue:Network.Lan.Mtu") == (4, b"1500")
@@ -45,7 +46,7 @@ def test_without_a_file_nobody_is_asked_for(device):
         device.write_access("allow user root all")
         device.sync()
         assert stranger.request("readvalue:Network.Lan.Mtu") == REFUSED
-        assert "SO_PEERCRED" in "".join(device.trace())
+        wait_until(lambda: "SO_PEERCRED" in "".join(device.trace()), "the kernel is asked")
 
 
 def test_the_file_is_read_at_the_start_and_with_each_SyncPermit(device):
@@ -322,15 +323,14 @@ def test_one_user_cannot_take_every_place(device):
     device.start(limits={"NOFILE": 1024})
     with Peer(device, STRANGER) as stranger, Peer(device, WEB) as web:
         held = stranger.hold(5000)
-        places = 0.4 * 1016
-        assert places * 0.9 < held < places + 1
+        assert 0.35 * 1016 < held < 0.41 * 1016
         assert web.request("readvalue:Network.Lan.Mtu") == (4, b"1500")
         assert stranger.request("readvalue:Network.Lan.Mtu").code is None
         stranger.release()
         wait_until(lambda: stranger.request("readvalue:Network.Lan.Mtu") == (4, b"1500"),
                    "the places are free again")
     (line,) = re.findall(r"access refused: .*", device.stderr())
-    assert re.search(r"holds its share of 40\d places", line)
+    assert f"holds its share of {held} places" in line
 
 
 def test_root_may_take_every_place(device):
@@ -356,6 +356,7 @@ def test_a_withheld_payload_ends_its_client_where_there_is_a_deadline(device):
 
 def test_who_is_excepted_has_no_deadline(device):
     device.write_access("allow any read\nrequest-deadline 20ms except root\n")
+    device.require_no_sanitizer("thread", "its runtime and strace wait for each other")
     device.start_traced(calls="poll")
     with device.connect() as client:
         client.send(b"?\x1c\x00\x00\x00readvalue:")
