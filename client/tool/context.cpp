@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "exit_status.h"
+#include "guard/policy_file.h"
 #include "pager.h"
 #include "schema/description_set.h"
 #include "terminal_text.h"
@@ -148,6 +149,14 @@ std::string context::reason_of(int32_t result) {
 
 namespace {
 
+// Any command may be denied where there is an access file, whatever else a denial of it means.
+std::string where_to_look(int32_t result) {
+    struct stat status {};
+    return result == VELTRANCORD_DENIED && stat(access_file_path(), &status) == 0
+               ? "; see veltrancordctl access explain"
+               : "";
+}
+
 const char* result_name(int32_t result) {
     const char* const name = veltrancord_result_name(result);
     return name != nullptr ? name : "OTHER";
@@ -157,7 +166,7 @@ const char* result_name(int32_t result) {
 
 int context::fail(std::string_view subject, int32_t result) {
     return print_failure(exit_status_of(result), subject, result, result_name(result),
-                         reason_of(result));
+                         reason_of(result) + where_to_look(result));
 }
 
 int context::fail_change(std::string_view subject, int32_t result) {

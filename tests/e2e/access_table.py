@@ -37,7 +37,7 @@ WEB_USER, STRANGER, NAMESPACE_ROOT = "the web server's user", "a stranger", "roo
 KINDS = {
     ROOT: dict(user=0),
     OWN: dict(user=SERVICE, group=GROUP),
-    MEMBER: dict(user=2001, further=[2001, GROUP]),
+    MEMBER: dict(user=2001, further=[GROUP]),
     WEB_USER: dict(user=WEB, further=[GROUP]),
     STRANGER: dict(user=2002),
     NAMESPACE_ROOT: dict(user=2003, own_namespace=True),

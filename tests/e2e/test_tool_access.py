@@ -323,3 +323,13 @@ def test_the_doctor_looks_at_the_file(guarded, policy, state, text):
     found = json.loads(Tool(guarded)("doctor", "--json").stdout)["findings"]
     (told,) = [one for one in found if one["topic"] == "access"]
     assert told["state"] == state and text in told["text"] and POLICY in told["text"]
+
+
+def test_who_is_refused_is_told_where_to_look(guarded):
+    guarded.start_guarded("allow user root admin,log-write\n", documents=KNOWN)
+    tool = Tool(guarded)
+    refused = tool("log", "clear", "--yes")
+    assert refused.status == 3 and "; see veltrancordctl access explain (-12)" in refused.stderr
+    guarded.outside(POLICY).unlink()
+    assert tool("group", "nobody").status == 3
+    assert "explain" not in tool("group", "nobody").stderr
