@@ -5,6 +5,8 @@
 #include <utility>
 
 #include "digest.h"
+#include "schema/check.h"
+#include "schema/description_set.h"
 #include "service_settings.h"
 
 namespace veltrancord::bridge {
@@ -14,11 +16,16 @@ class planner {
   public:
     planner(veltrancord_client& client, const configuration& settings,
             const operator_message& message, change_plan& plan)
-        : client_(client), settings_(settings), message_(message), plan_(plan) {}
+        : client_(client),
+          settings_(settings),
+          message_(message),
+          plan_(plan),
+          descriptions_(settings.descriptions) {}
 
     int32_t make() {
         for (const auto& [path, value] : message_.set) {
             check_path(path);
+            check_value(path, value);
         }
         for (const std::string& path : message_.remove) {
             check_path(path);
@@ -58,6 +65,17 @@ class planner {
         if (result_ >= 0 && starts_program && !settings_.writable.name_exactly(path)) {
             stop(change_state::refused,
                  path + ": starts a program, so the list must name it exactly");
+        }
+    }
+
+    void check_value(const std::string& path, const std::string& value) {
+        if (!goes_on()) {
+            return;
+        }
+        const std::optional<schema::violation> found =
+            schema::check_value(descriptions_, path, value);
+        if (found) {
+            stop(change_state::refused, path + ": " + schema::sentence_of(*found));
         }
     }
 
@@ -115,6 +133,7 @@ class planner {
     const configuration& settings_;
     const operator_message& message_;
     change_plan& plan_;
+    schema::description_set descriptions_;  // let go of with the plan: a change is a rare thing
     int32_t result_ = VELTRANCORD_OK;
 };
 

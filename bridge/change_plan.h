@@ -21,7 +21,8 @@ struct change_plan {
     std::vector<std::string> removals;   // those of them that go once the change is kept
 };
 
-// Looks at the paths, at the documents' hashes and at the settings that there are.
+// Looks at the paths, at the settings' descriptions where there are some, at the documents' hashes
+// and at the settings that there are.
 //
 // Return: VELTRANCORD_OK with the plan, or what the exchange gave.
 [[nodiscard]] int32_t make_plan(veltrancord_client& client, const configuration& settings,

@@ -26,7 +26,7 @@ constexpr std::array<number_setting, 4> number_settings = {
      {"report-interval", &configuration::report_interval, 1, 3600}}};
 
 using text_setting = std::pair<std::string_view, std::string configuration::*>;
-constexpr std::array<text_setting, 10> text_settings = {
+constexpr std::array<text_setting, 11> text_settings = {
     {{"host", &configuration::host},
      {"ca", &configuration::ca},
      {"certificate", &configuration::certificate},
@@ -36,7 +36,8 @@ constexpr std::array<text_setting, 10> text_settings = {
      {"documents", &configuration::documents},
      {"log", &configuration::log_file},
      {"state", &configuration::state},
-     {"memory", &configuration::memory}}};
+     {"memory", &configuration::memory},
+     {"descriptions", &configuration::descriptions}}};
 
 std::string at_line(const std::string& path, int number, std::string_view what) {
     return path + ": line " + std::to_string(number) + ": " + std::string(what);

@@ -53,7 +53,11 @@ def free_port():
 class Broker:
     """A broker for a test; `close` ends it."""
 
-    def __init__(self, folder, certificates):
+    def __init__(self, folder, certificates, launch=None):
+        """`launch`: starts a command on a device in its place, with the machine's files below
+        /run/host."""
+        self._launch = launch
+        self._root = "/run/host" if launch else ""
         self.folder = Path(folder)
         self.certificates = certificates
         self.folder.mkdir(parents=True, exist_ok=True)
@@ -65,20 +69,25 @@ class Broker:
     def _configure(self):
         text = (EXAMPLES / "mosquitto.conf").read_text()
         text = text.replace("listener 8883", f"listener {self.port} {HOST}")
-        text = text.replace("/etc/mosquitto/veltrancord/access", str(EXAMPLES / "access"))
-        text = text.replace("/etc/mosquitto/veltrancord", str(self.certificates))
+        text = text.replace("/etc/mosquitto/veltrancord/access", f"{self._root}{EXAMPLES / 'access'}")
+        text = text.replace("/etc/mosquitto/veltrancord", f"{self._root}{self.certificates}")
         # The tests' operator takes in everything at once.
         text = text.replace("max_queued_messages 1000", "max_queued_messages 0")
         text += (f"user {'root' if os.geteuid() == 0 else os.environ.get('USER', 'nobody')}\n"
-                 f"persistence_location {self.folder}/\nlog_dest file {self.folder}/log\n"
+                 f"persistence_location {self._root}{self.folder}/\n"
+                 f"log_dest file {self._root}{self.folder}/log\n"
                  f"log_type all\n")
         # So the settings of security belong to the listener above them.
         text = ("per_listener_settings true\n" + text +
-                f"listener 0 {self.plain}\nallow_anonymous true\n")
+                f"listener 0 {self._root}{self.plain}\nallow_anonymous true\n")
         (self.folder / "conf").write_text(text)
 
     def start(self):
         self._configure()
+        if self._launch is not None:
+            self._launch(BROKER, "-c", f"{self._root}{self.folder}/conf")
+            wait_until(self.plain.exists, f"the broker answers:\n{self.log()}")
+            return
         self._process = subprocess.Popen([BROKER, "-c", self.folder / "conf"],
                                          stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         wait_until(self._answers, f"the broker answers:\n{self.log()}")
@@ -102,6 +111,36 @@ class Broker:
     close = stop
 
 
+class Forwarder:
+    """A loopback port that leads one client to a socket in the file system."""
+
+    def __init__(self, path):
+        self._listener = socket.create_server((HOST, 0))
+        self.port = self._listener.getsockname()[1]
+        self._ends = []
+        threading.Thread(target=self._serve, args=(str(path),), daemon=True).start()
+
+    def _serve(self, path):
+        with contextlib.suppress(OSError):
+            client, _ = self._listener.accept()
+            service = socket.socket(socket.AF_UNIX)
+            self._ends = [client, service]
+            service.connect(path)
+            threading.Thread(target=self._copy, args=(service, client), daemon=True).start()
+            self._copy(client, service)
+
+    @staticmethod
+    def _copy(source, target):
+        with contextlib.suppress(OSError):
+            while block := source.recv(1 << 16):
+                target.sendall(block)
+            target.shutdown(socket.SHUT_RDWR)
+
+    def close(self):
+        for one in [self._listener, *self._ends]:
+            one.close()
+
+
 def fields_of(payload):
     """The "name=value" lines before the first blank line, and what follows it."""
     head, _, rest = payload.decode("utf-8", "replace").partition("\n\n")
@@ -111,7 +150,8 @@ def fields_of(payload):
 class Operator:
     """Hears all that the devices tell, and sends signed messages."""
 
-    def __init__(self, broker, common_name="operator"):
+    def __init__(self, broker, common_name="operator", through=None):
+        """`through`: a socket of the broker's without TLS, in the place of its port."""
         from paho.mqtt import client as mqtt
         self.certificates = broker.certificates
         self.messages = []  # (topic, payload, retained), in their order
@@ -119,20 +159,24 @@ class Operator:
         self._connected = threading.Event()
         # The broker keeps for it what comes while it is away.
         self._link = mqtt.Client(client_id=f"{common_name}-{os.getpid()}-{id(self)}", clean_session=False)
-        self._link.tls_set(str(broker.certificates / "ca.pem"),
-                           str(broker.certificates / f"{common_name}.pem"),
-                           str(broker.certificates / f"{common_name}.key"))
+        self._forwarder = Forwarder(through) if through else None
+        if through is None:
+            self._link.tls_set(str(broker.certificates / "ca.pem"),
+                               str(broker.certificates / f"{common_name}.pem"),
+                               str(broker.certificates / f"{common_name}.key"))
         self._link.on_message = self._take
         self._link.on_connect = lambda link, *_: link.subscribe("veltrancord/1/#", 1)
         self._link.on_subscribe = lambda *_: self._connected.set()
         self._link.reconnect_delay_set(0.05, 0.2)
-        self._link.connect(HOST, broker.port, 60)
+        self._link.connect(HOST, self._forwarder.port if through else broker.port, 60)
         self._link.loop_start()
         assert self._connected.wait(PATIENCE)
 
     def close(self):
         self._link.disconnect()
         self._link.loop_stop()
+        if self._forwarder is not None:
+            self._forwarder.close()
 
     def _take(self, _link, _data, message):
         with self._lock:

@@ -244,6 +244,23 @@ def test_what_an_operator_may_not_change_is_refused(bridge, operator):
     assert reasons == [f"{path}: not on the list of what may be written" for path in refused]
 
 
+def test_a_value_that_its_description_does_not_allow_is_refused(service, broker, operator):
+    device = service(DOCUMENTS)
+    device.write_file("/run/schema/Network.xsd", """<xs:schema xmlns:xs="http://www.w3.org/2001/XMLSchema">
+  <xs:element name="Network"><xs:complexType><xs:all><xs:element name="Lan"><xs:complexType><xs:all>
+    <xs:element name="Mtu" minOccurs="0"><xs:simpleType><xs:restriction base="xs:unsignedShort">
+      <xs:minInclusive value="68"/><xs:maxInclusive value="9000"/></xs:restriction></xs:simpleType></xs:element>
+    <xs:element name="Dhcp" type="xs:string" minOccurs="0"/>
+    <xs:element name="Label" type="xs:string" minOccurs="0"/>
+  </xs:all></xs:complexType></xs:element></xs:all></xs:complexType></xs:element>
+</xs:schema>""")
+    bridge = Bridge(device, broker, NAME, lines=["descriptions=/run/schema"]).start()
+    reasons = refuse_all(bridge, operator, [
+        lambda: operator.send_change(NAME, {"Network.Lan.Mtu": "14o0"}, sequence=1),
+        lambda: operator.send_change(NAME, {"Network.Lan.Mtus": "1400"}, sequence=2)])
+    assert "has to be a whole number from 68 to 9000" in reasons[0] and "Network.Lan.Mtus" in reasons[1]
+
+
 @pytest.mark.fault("T3")
 def test_old_late_and_foreign_changes_are_refused(bridge, operator):
     wanted = {"Network.Lan.Mtu": "1400"}
@@ -418,6 +435,28 @@ def test_a_confirmation_counts_over_a_new_connection_only(service, broker, opera
     way.symlink_to(f"/run/host{broker.plain}")
     operator.wait_result(NAME, state="rolled-back")
     assert not any(one["state"] == "trial" for one in operator.all(NAME, "config/result"))
+
+
+@pytest.mark.fault("T3")
+def test_a_route_that_is_cut_during_a_trial(service, certificates, tmp_path):
+    """The broker and the bridge in a network of their own, which goes down when the trial has begun."""
+    device = service(DOCUMENTS)
+    holder, _ = device.launch("unshare", "--net", "sh", "-c",
+                              "ip link set lo up; : >/tmp/net; exec sleep 600000")
+    device.wait_for_file("/tmp/net")
+    enter = ("nsenter", f"--net=/proc/{holder}/ns/net", "--")
+    broker = Broker(tmp_path / "broker", certificates, launch=lambda *words: device.launch(*enter, *words))
+    with contextlib.closing(Operator(broker, through=broker.plain)) as operator:
+        bridge = Bridge(device, broker, NAME).start(under=enter)
+        operator.wait_status(NAME, state="online")
+        operator.send_change(NAME, {"Network.Lan.Mtu": "1400"}, trial=3)
+        device.wait_for_file(f"{fleet.MEMORY}/last-change")
+        assert device.run(*enter, "ip", "link", "set", "lo", "down").status == 0
+        operator.send_answer(NAME)
+        wait_until(lambda: not bridge.guards(), "the guard has given back")
+        given_back(bridge)
+        assert device.run(*enter, "ip", "link", "set", "lo", "up").status == 0
+        operator.wait_result(NAME, state="rolled-back")
 
 
 @pytest.mark.parametrize("state", ["trial", "confirmed"])
