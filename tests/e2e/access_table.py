@@ -12,7 +12,7 @@ import valgrind
 from account_text import account_text
 from device import CONFIGURATION, EVENT_LOG, REPOSITORY, SOCKET, Device
 from log_model import record
-from machine import LOGS
+from machine import LOGS, wait_until
 from peers import Peer
 
 POLICY = "/etc/veltrancord/access"
@@ -209,6 +209,10 @@ class TableDevice(Device):
         self.wait_for_file(RECORDS)
         assert self.run("chmod", "666", "/dev/log").status == 0
         return RECORDS
+
+    def wait_for_record(self, text):
+        """The system log has its records a moment after the service has answered."""
+        wait_until(lambda: text in self.read_file(RECORDS).decode(), f"there is a record of {text}")
 
     def peer(self, kind):
         return Peer(self, **KINDS[kind])

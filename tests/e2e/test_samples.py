@@ -524,6 +524,7 @@ def test_the_way_to_an_access_file():
             assert [re.split("  (?:line|no rule)", line)[0] for line in told.stdout.splitlines()] == EXPLAINED
             assert web.request("write:Display.Layout=2x2").code == 1
             assert web.request("write:Account.Maxuser=1").code == -12
+            device.wait_for_record(" refused [")
             told = run_shell(device, look.commands)
             assert re.match(TOLD_BY_TRAIL.format(web.pid), told.stdout), told
             assert told.status == 0 and told.stdout.endswith(told.stdout.splitlines()[1] + "\n")

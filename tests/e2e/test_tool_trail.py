@@ -175,6 +175,7 @@ def test_what_the_service_tells_is_read_back(guarded):
     with Peer(guarded, WEB, further=[GROUP]) as web:
         assert web.request("write:Network.Lan.Mtu=14\"]0\\0\nAccount.User1.Password=hush-hush") == Reply(2, b"")
         assert web.request("read:Network.Lan.Mtu") == DENIED
+        guarded.wait_for_record(" refused [")
         told = json.loads(Tool(guarded)("trail", "--file", FILE, "--json").stdout)
         who = {"user": "www-data", "uid": str(WEB), "process": str(web.pid), "more": 0, "lost": 0}
     assert [{name: one[name] for name in who} for one in told] == [who, who]
