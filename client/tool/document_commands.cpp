@@ -70,7 +70,9 @@ int run_file(context& tool, const file_command& command, const file_options& opt
     const service_file input(file);
     std::string text;
     const bool looks_in = tool.dry_run || is_anything_described(tool);
-    if (input.name().empty() || (looks_in && !read_input(input.name(), text))) {
+    const bool must_read =
+        tool.dry_run || !options.force;  // the service may where this user may not
+    if (input.name().empty() || (looks_in && !read_input(input.name(), text) && must_read)) {
         return tool.fail_file(file);
     }
     int status = check_file_allowed(tool, file, text, command.use, options.force);

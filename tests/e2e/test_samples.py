@@ -73,6 +73,15 @@ PRINTED = {
     ("docs/operations.md", "Who changed what"): re.compile(HISTORY + UNDONE),
     ("docs/fleet.md", "Setting it up"): "certificates/yard-1.pem: OK\n",
     ("client/man/veltrancord_check.3", "EXAMPLES"): "Network.Lan.Mtu: is not described\n",
+    ("docs/schema.md", "On a device"): (
+        "Network.Lan.Mtu  Largest packet\n           Smaller only where a provider asks for it.\n"
+        "  Value    a whole number from 68 to 9000\n  Default  1500\n"
+        'veltrancordctl: Network.Lan.Mtu: is "14o0", and has to be a whole number from 68 to 9000; '
+        "the nearest is 1400\n"
+        "veltrancordctl: Network.Lan.Mut: is not described; is Network.Lan.Mtu meant?\n"
+        "veltrancordctl: nothing was written; --force writes it all the same\n"
+        "-Network.Lan.Mtu=1400\n+Network.Lan.Mtu=1500\n1500\n"),
+    ("docs/schema.md", "In a program"): "refused\n9000\n1492\n",
     ("docs/schema.md", "From the first draft to a checked image"): "/mnt/database/xml/Network validates\n",
     ("client/man/libveltrancord.3", "EXAMPLES"): re.compile(2 * LAN.format(" is ")),
     ("client/man/veltrancordctl.1", "EXAMPLES"): re.compile(
