@@ -220,6 +220,9 @@ void markup::each_child(
             continue;
         }
         const std::string_view name = name_of(*child);
+        if (name == "annotation" && element.FirstChildElement() != child) {
+            tell(*child, "stands behind something else; write one xs:annotation, before all");
+        }
         if (name.empty() || !take(*child, name)) {
             refuse(*child);
         }

@@ -112,6 +112,8 @@ TEST(Reader, PassesNothingOverInSilence) {
              in_all("<xs:element name='a' type='xs:int' minOccurs='2'/>"),
              in_all("<xs:element name='a' type='xs:int' fixed='2'/>"),
              in_all("<xs:sequence/>"),
+             in_type("xs:string", "<xs:maxLength value='3'/><xs:annotation/>"),
+             in_type("xs:string", "<xs:annotation/><xs:annotation/>"),
              "<xs:simpleType name='T'><xs:restriction base='xs:int'/></xs:simpleType>"
              "<xs:complexType name='T'><xs:all/></xs:complexType>" +
                  yes,

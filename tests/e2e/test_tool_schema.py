@@ -313,7 +313,7 @@ STATED = re.compile(r"is not read|which is not read|has minOccurs|is missing bef
                     r"has no type|a path reaches only the first|is nothing that is told|has source=|"
                     r"in the same language|no number|a document that can hold|describes|second element|"
                     r"stands there already|is required, so|has a default, and no text|says nothing|"
-                    r"has no name=|write a language|the pattern|has no value|is no value of|is none of its values")
+                    r"has no name=|stands there twice|write a language|the pattern|has no value|is no value of|is none of its values")
 
 
 def damage_description(root, chance):
