@@ -334,6 +334,7 @@ def close_all(clients):
 
 @pytest.mark.fault("F3")
 def test_clients_beyond_the_descriptors_are_closed_at_once(device):
+    device.require_no_sanitizer("valgrind", "it keeps descriptors for itself")
     device.write_document("Account", ACCOUNT)
     device.start(limits={"NOFILE": 64})
     device.forget_output()

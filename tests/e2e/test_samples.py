@@ -476,6 +476,7 @@ def test_the_client_that_holds_the_service_is_found(service):
     if shutil.which("ss") is None:
         pytest.skip("ss is not installed")
     device = service({})
+    device.require_no_sanitizer("valgrind", "its processes have another name")
     device.make_directory("/tmp/story")
     device.install_script("/tmp/bin/setup.cgi", (
         "#!/usr/bin/python3\nimport socket, time\nclient = socket.socket(socket.AF_UNIX)\n"

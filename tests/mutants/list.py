@@ -818,7 +818,7 @@ MUTANTS = [
            (("e2e/test_tool_offline.py", "directory_in_use"),)),
     Mutant("a change is recorded twice", "C3", "client/tool/watch_command.cpp",
            "return is_recorded(entries, one, seen);",
-           "return false;",
+           "return one.path.empty() && is_recorded(entries, one, seen);",
            (("e2e/test_tool_history.py", "changes_by_others"),)),
     Mutant("a watch passes attributes over", "C3", "client/tool/watch_command.cpp",
            "before.settings != now.settings || before.attributes != now.attributes",
