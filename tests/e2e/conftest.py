@@ -99,6 +99,12 @@ def _check_and_close(device):
 
 
 @pytest.fixture
+def check_and_close():
+    """What the fixtures here end a device with, for a module's own."""
+    return _check_and_close
+
+
+@pytest.fixture
 def device():
     """A fresh device: default directories empty, the service not started."""
     with Device() as fresh:

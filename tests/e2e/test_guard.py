@@ -22,11 +22,11 @@ REFUSED = (-12, b"")
 
 
 @pytest.fixture
-def device():
+def device(check_and_close):
     with GuardedDevice() as made:
         made.write_documents(DOCUMENTS)
         yield made
-        assert made.sanitizer_findings() == ""
+        check_and_close(made)
 
 
 def started(device, access):
