@@ -32,7 +32,7 @@ class bridge final : private broker_listener {
 
   private:
     void on_connected() override;
-    void on_message(std::string_view topic, std::string_view payload) override;
+    void on_message(std::string_view name, std::string_view payload) override;
     void on_acknowledged(int message) override;
 
     [[nodiscard]] bool begin();

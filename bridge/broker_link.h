@@ -22,12 +22,13 @@ namespace veltrancord::bridge {
 // Called from within work().
 class broker_listener {
   public:
+    broker_listener() = default;
+    broker_listener(const broker_listener&) = delete;
+    broker_listener& operator=(const broker_listener&) = delete;
+    virtual ~broker_listener() = default;
     virtual void on_connected() = 0;
     virtual void on_message(std::string_view topic, std::string_view payload) = 0;
     virtual void on_acknowledged(int message) = 0;
-
-  protected:
-    ~broker_listener() = default;
 };
 
 class broker_link {

@@ -130,6 +130,9 @@ std::size_t log_follower::walk(const file_view& now, news& found) const {
 // Every position holds something new: at least a whole turn has passed.
 std::size_t log_follower::after_a_turn(const file_view& now, std::size_t last, news& found) {
     const std::size_t size = now.entries.size();
+    if (size == 0) {
+        return 0;
+    }
     const std::size_t newest = newest_by_time(now);
     for (std::size_t count = 1; count <= size; ++count) {
         found.entries.push_back(unescaped(now.entries[(newest + count - 1) % size]));
