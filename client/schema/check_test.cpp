@@ -150,6 +150,7 @@ TEST(CheckDocument, FindsAllViolationsWithTheirLines) {
               "6 D.Name order\n"
               "6 D.Name twice\n");
     EXPECT_EQ(violations_of("<D Other='1'></D>"), "1 D@Other undescribed\n1 D.Name missing\n");
+    EXPECT_EQ(violations_of("<D>\n<Lan Kind='1'/></D>"), "1 D.Name missing\n");
     EXPECT_EQ(violations_of("<X/>"), "1 X undescribed\n");
 }
 
@@ -166,7 +167,10 @@ TEST(ReadDocument, RefusesWhatWouldRunTheStackOver) {
         for (int level = 0; level < 20000; ++level) {
             hidden += std::string("<a>") + filler;
         }
-        EXPECT_NE(violations_of(hidden).find("not read"), std::string::npos) << filler;
+        const std::string told = violations_of(hidden);  // by the scanner, not by the parser
+        EXPECT_TRUE(told.find("512 deep") != std::string::npos ||
+                    told.find("that nothing ends") != std::string::npos)
+            << filler << told;
     }
     EXPECT_NE(violations_of("<D><Name>\xC3").find("not read"), std::string::npos);
     EXPECT_NE(violations_of("").find("not read"), std::string::npos);
