@@ -21,40 +21,49 @@ DOCUMENTS = {"Network": "<Network><Lan><Mtu>1500</Mtu></Lan></Network>",
 MOVED_TO = 0x80
 
 
-class SaveCount:
-    """How often a device's service has saved a document, as the kernel tells it."""
+class SaveCounts:
+    """How often services have saved a document, as the kernel tells it: by one queue for all devices,
+    since a user may have but a hundred or so."""
 
-    def __init__(self, device, document):
-        libc = ctypes.CDLL(None, use_errno=True)
-        self._descriptor = libc.inotify_init1(os.O_NONBLOCK | os.O_CLOEXEC)
-        watched = libc.inotify_add_watch(self._descriptor, str(device.outside(CONFIGURATION)).encode(),
-                                         MOVED_TO)
-        assert self._descriptor >= 0 and watched >= 0, os.strerror(ctypes.get_errno())
+    def __init__(self, document):
+        self._libc = ctypes.CDLL(None, use_errno=True)
+        self._queue = self._libc.inotify_init1(os.O_NONBLOCK | os.O_CLOEXEC)
+        assert self._queue >= 0, os.strerror(ctypes.get_errno())
         self._document = document.encode()
-        self._count = 0
+        self._counts = {}
 
-    def __call__(self):
+    def watch(self, device):
+        """Return: what of() wants to know."""
+        watched = self._libc.inotify_add_watch(self._queue, str(device.outside(CONFIGURATION)).encode(),
+                                               MOVED_TO)
+        assert watched >= 0, os.strerror(ctypes.get_errno())
+        return watched
+
+    def of(self, watched):
         with contextlib.suppress(BlockingIOError):
-            block = os.read(self._descriptor, 1 << 16)
-            while block:
-                length = struct.unpack_from("iIII", block)[3]
-                self._count += block[16:16 + length].rstrip(b"\0") == self._document
-                block = block[16 + length:]
-        return self._count
+            while True:
+                block = os.read(self._queue, 1 << 16)
+                while block:
+                    number, _, _, length = struct.unpack_from("iIII", block)
+                    if block[16:16 + length].rstrip(b"\0") == self._document:
+                        self._counts[number] = self._counts.get(number, 0) + 1
+                    block = block[16 + length:]
+        return self._counts.get(watched, 0)
 
     def close(self):
-        os.close(self._descriptor)
+        os.close(self._queue)
 
 
 class Member:
     """A device of the fleet."""
 
-    def __init__(self, name, broker):
+    def __init__(self, name, broker, saves):
         self.name = name
         self.device = Device()
         self.device.write_documents(DOCUMENTS)
         self.device.start()
-        self.saves = SaveCount(self.device, "Network")
+        watched = saves.watch(self.device)
+        self.saves = lambda: saves.of(watched)
         self.bridge = Bridge(self.device, broker, name, keep_alive=60).start()
 
     def mtu(self):
@@ -62,7 +71,6 @@ class Member:
 
     def close(self):
         findings = self.device.sanitizer_findings()
-        self.saves.close()
         self.device.close()
         assert not findings, findings
 
@@ -79,7 +87,8 @@ def broker(tmp_path, count):
 @pytest.fixture
 def members(broker, count):
     with contextlib.ExitStack() as stack, ThreadPoolExecutor(8) as pool:
-        made = list(pool.map(lambda number: Member(f"yard-{number}", broker), range(1, count + 1)))
+        saves = stack.enter_context(contextlib.closing(SaveCounts("Network")))
+        made = list(pool.map(lambda number: Member(f"yard-{number}", broker, saves), range(1, count + 1)))
         for one in made:
             stack.callback(one.close)
         yield made
