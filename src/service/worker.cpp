@@ -1,5 +1,6 @@
 #include <malloc.h>
 #include <pthread.h>
+#include <sys/mman.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -42,6 +43,9 @@ constexpr int mapped_block = 512 * 1024;
 // mebibytes hold that several times over and cost only the pages that are touched.
 constexpr std::size_t server_stack_size = std::size_t{4} * 1024 * 1024;
 
+// Left for requests when documents have taken all that they could.
+constexpr std::size_t working_size = std::size_t{4} * 1024 * 1024;
+
 struct initial_value {
     key_t key;
     int value;
@@ -61,6 +65,37 @@ void set_semaphores() {
 uint32_t* reply_length_word() {
     return static_cast<uint32_t*>(g_replySegment.address);
 }
+
+std::size_t default_stack_size() {
+    pthread_attr_t attributes;
+    std::size_t size = 0;
+    ::pthread_attr_init(&attributes);
+    ::pthread_attr_getstacksize(&attributes, &size);
+    ::pthread_attr_destroy(&attributes);
+    return size;
+}
+
+// Address space that is kept from the documents while they are loaded. One that memory does not
+// suffice for takes all there is until it is refused, and what it gives back may stay in the
+// allocator's hands, which cannot serve a thread's stack.
+class address_space_reserve {
+  public:
+    explicit address_space_reserve(std::size_t size)
+        : size_(size),
+          start_(::mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1,
+                        0)) {}
+    address_space_reserve(const address_space_reserve&) = delete;
+    address_space_reserve& operator=(const address_space_reserve&) = delete;
+    ~address_space_reserve() {
+        if (start_ != MAP_FAILED) {
+            ::munmap(start_, size_);
+        }
+    }
+
+  private:
+    std::size_t size_;
+    void* start_;
+};
 
 // Starts a thread that runs until the process ends and takes no signals but what it asks for
 // itself. `stack_size` 0: default.
@@ -136,6 +171,18 @@ void bound_memory() {
     ::mallopt(M_ARENA_MAX, 1);
 }
 
+// Loads documents and log. Return: false when the service cannot go on.
+bool load_data(const service_options& options) {
+    const address_space_reserve reserve(default_stack_size() + server_stack_size + working_size);
+    if (load_configuration(options) < 0) {
+        return false;
+    }
+    install_worker_signals();
+    // Without a log the service serves everything else.
+    init_event_log(options.event_log_path);
+    return true;
+}
+
 }  // namespace
 
 void install_store_hooks() {
@@ -146,12 +193,9 @@ void install_store_hooks() {
 // wait until all is there.
 int run_worker(const service_options& options) {
     bound_memory();
-    if (load_configuration(options) < 0) {
+    if (!load_data(options)) {
         return 0;
     }
-    install_worker_signals();
-    // Without a log the service serves everything else.
-    init_event_log(options.event_log_path);
 
     worker_state state;
     state.server.fd = g_listeningFd.load();
