@@ -45,7 +45,7 @@ uint32_t number_of(const std::string& name) {
 }
 
 bool means(const std::vector<std::string>& words, std::size_t& at, const asked& question) {
-    const std::string kind = words[1];
+    const std::string& kind = words[1];
     if (kind == "any") {
         at = 2;
         return true;

@@ -82,10 +82,11 @@ std::string bracket(const std::array<bool, last_ascii + 1>& wanted) {
         if (!wanted[c] || !is_plain(c)) {
             continue;
         }
-        std::size_t end = c;
-        while (end < last_ascii && wanted[end + 1] && is_plain(end + 1)) {
+        std::size_t end = c + 1;
+        while (end < wanted.size() && wanted[end] && is_plain(end)) {
             ++end;
         }
+        --end;
         inner += static_cast<char>(c);
         inner += end > c + 1 ? "-" : "";
         inner += end > c ? std::string(1, static_cast<char>(end)) : "";

@@ -7,7 +7,7 @@ namespace veltrancord::schema {
 namespace {
 
 constexpr int64_t seconds_of_day = 86400;
-constexpr int64_t widest_zone = 14 * 3600;
+constexpr int64_t widest_zone = int64_t{14} * 3600;
 
 // Takes exactly `count` digits. Return: -1 when they are not there.
 int take_number(std::string_view& rest, std::size_t count) {

@@ -38,8 +38,10 @@ void check_descriptions(const std::string& directory, schema::description_set& d
             findings.push_back({one.file, "", "bad-description",
                                 "line " + std::to_string(one.line) + ": " + one.text});
         }
+        std::string file = directory;
+        file.append("/").append(name);
         std::string text;
-        if (description != nullptr && read_input(directory + "/" + name, text)) {
+        if (description != nullptr && read_input(file, text)) {
             check_described(name, *description, text, findings);
         }
     }

@@ -106,7 +106,9 @@ int run_schema_draft(context& tool, const schema_options& options) {
             continue;
         }
         if (!schema::read_document(std::move(text), document, problem, line)) {
-            tool.note(name + ": line " + std::to_string(line) + ": is not read: " + problem);
+            std::string place = name;
+            place.append(": line ").append(std::to_string(line));
+            tool.note(place.append(": is not read: ").append(problem));
             result = exit_failed;
             continue;
         }

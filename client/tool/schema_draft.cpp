@@ -203,8 +203,9 @@ void draft_writer::write_attributes(const document_shape& shape, const std::stri
         if (type.values.empty()) {
             out += " type=\"" + type.name + "\"/>\n";
         } else {
-            out +=
-                ">\n" + enumeration_of(type.values, indent + "  ") + indent + "</xs:attribute>\n";
+            out += ">\n";
+            out += enumeration_of(type.values, indent + "  ");
+            out.append(indent).append("</xs:attribute>\n");
         }
     }
 }
@@ -271,8 +272,9 @@ void draft_writer::write_family(const document_shape& shape, const std::string& 
         types_ += text;
     }
     for (uint32_t number = shape.first; number <= shape.last; ++number) {
-        out += indent + "<xs:element name=\"" + shape.name + std::to_string(number) + "\" type=\"" +
-               type + "\" minOccurs=\"0\"";
+        out.append(indent).append("<xs:element name=\"").append(shape.name);
+        out.append(std::to_string(number)).append("\" type=\"").append(type);
+        out += "\" minOccurs=\"0\"";
         if (!plain && !shape.children.empty()) {
             out += "/>\n";
             continue;

@@ -25,7 +25,7 @@ bool document_names(const std::string& directory, std::vector<std::string>& name
         }
         const std::string name = entry->d_name;
         struct stat status {};
-        if (name.front() != '.' && stat((directory + "/" + name).c_str(), &status) == 0 &&
+        if (name.front() != '.' && fstatat(dirfd(entries.get()), name.c_str(), &status, 0) == 0 &&
             S_ISREG(status.st_mode)) {
             names.push_back(name);
         }

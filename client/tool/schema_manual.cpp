@@ -49,6 +49,10 @@ class entry_list {
     std::vector<manual_entry> take() { return std::move(entries_); }
 
   private:
+    static std::string below(const std::string& path, const std::string& name) {
+        return path + "." + name;
+    }
+
     void add_child(const element_description& child, const std::vector<schema::family>& families,
                    const std::string& anchor, const std::string& shown) {
         const std::string name = schema::client_name(child.name);
@@ -61,14 +65,14 @@ class entry_list {
                 return member->structure == child.structure && member->value == child.value;
             });
             if (alike && members.front() == &child) {
-                add(child, anchor + "." + name,
-                    shown + "." + name + " to " + schema::client_name(members.back()->name));
+                const std::string last = schema::client_name(members.back()->name);
+                add(child, below(anchor, name), below(shown, name).append(" to ").append(last));
             }
             if (alike) {
                 return;
             }
         }
-        add(child, anchor + "." + name, shown + "." + name);
+        add(child, below(anchor, name), below(shown, name));
     }
 
     std::vector<manual_entry> entries_;
@@ -225,7 +229,7 @@ std::string html_manual(const std::vector<const schema::document_description*>& 
                        page_style + "</style>\n</head>\n<body>\n<nav>\n";
     for (const auto* one : documents) {
         const std::string name = xml_escaped(schema::client_name(one->name));
-        page += "<a href=\"#" + name + "\">" + name + "</a>\n";
+        page.append("<a href=\"#").append(name).append("\">").append(name).append("</a>\n");
     }
     page += "</nav>\n<main>\n<h1>Settings</h1>\n";
     for (const auto* one : documents) {
