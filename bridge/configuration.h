@@ -6,7 +6,7 @@
 #include <string>
 
 #include "path_rules.h"
-#include "schema/description_set.h"
+#include "schema/usual_directory.h"
 #include "signature.h"
 
 namespace veltrancord::bridge {
@@ -39,7 +39,7 @@ struct configuration {
     std::string log_file = "/mnt/database/eventlog/log";
     std::string state = "/var/lib/veltrancord-bridge";  // on flash
     std::string memory = "/run/veltrancord-bridge";
-    std::string descriptions = schema::default_directory;  // of settings
+    std::string descriptions = schema::usual_directory();  // of settings
 
     // Whether it takes changes at all.
     [[nodiscard]] bool may_write() const { return !keys.empty() && !writable.empty(); }

@@ -11,8 +11,6 @@
 
 namespace veltrancord::schema {
 
-inline constexpr const char* default_directory = "/usr/share/veltrancord/schema";
-
 // Used by one thread at a time. What it hands out lives as long as it does.
 class description_set {
   public:

@@ -1,16 +1,11 @@
 // trial: how far a change on approval is, and what its guard and the boot do with it.
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <csignal>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "commands.h"
 #include "exit_status.h"
-#include "leaf/owned_fd.h"
-#include "leaf/whole_io.h"
+#include "trial/guard_process.h"
 #include "trial_context.h"
 
 namespace veltrancord::tool {
@@ -70,53 +65,10 @@ int run_resume(context& tool) {
     return status == exit_cancelled ? exit_done : status;
 }
 
-volatile std::sig_atomic_t g_stop = 0;
-int g_ready = -1;  // where the guard says that it may be relied on
-
-void note_stop(int /*signal*/) {
-    g_stop = 1;
-}
-
-void say_ready() {
-    const owned_fd pipe(g_ready);
-    (void)write_whole(pipe.get(), "!");
-}
-
-// The guard outlives the terminal and whoever reads the output of the command that began the trial.
-bool leave_terminal() {
-    struct sigaction action {};
-    action.sa_handler = SIG_IGN;
-    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE}) {
-        (void)sigaction(number, &action, nullptr);
-    }
-    action.sa_handler = note_stop;
-    (void)sigaction(SIGTERM, &action, nullptr);
-    const owned_fd nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
-    return setsid() >= 0 && nothing && dup2(nothing.get(), STDIN_FILENO) >= 0 &&
-           dup2(nothing.get(), STDOUT_FILENO) >= 0 && dup2(nothing.get(), STDERR_FILENO) >= 0 &&
-           chdir("/") == 0;
-}
-
 int run_guard(context& tool, const std::string& folder) {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        return exit_failed;
-    }
-    const owned_fd ready(ends[0]);
-    g_ready = ends[1];
-    const pid_t child = fork();
-    if (child != 0) {
-        (void)close(g_ready);
-        char byte = '\0';
-        return child > 0 && read(ready.get(), &byte, 1) == 1 ? exit_done : exit_failed;
-    }
-    if (!leave_terminal()) {
-        return exit_failed;
-    }
     trial::setup where;
     where.folder = folder;
-    const trial::verdict verdict = trial::guard(tool.client(), where, say_ready, g_stop);
-    return verdict.good() ? exit_done : exit_failed;
+    return trial::leave_guard(tool.client(), where) ? exit_done : exit_failed;
 }
 
 }  // namespace

@@ -106,10 +106,11 @@ bool sets_programs(const TiXmlNode& top) {
     }
 }
 
-void look_into(guarded_file& file) {
+// Return: false when it does not parse, or there is no memory for it.
+bool look_into(guarded_file& file) {
     XmlDocument exchange("exchange");
     if (!load_exchange_file(file.path.c_str(), exchange)) {
-        return;
+        return false;
     }
     const TiXmlElement* const root = exchange.RootElement();
     const TiXmlElement* element = root != nullptr ? root->FirstChildElement() : nullptr;
@@ -117,6 +118,7 @@ void look_into(guarded_file& file) {
         file.documents.push_back(element->ValueStr());
         file.sets_programs = file.sets_programs || sets_programs(*element);
     }
+    return true;
 }
 
 }  // namespace
@@ -142,8 +144,9 @@ bool copy_guarded_file(const std::string& path, std::span<const std::string> dir
         !copy_bounded_file(original.get(), file.copy.get())) {
         return false;
     }
-    look_into(file);
-    return true;
+    // What has not been looked into, for want of memory perhaps, must not be there to be read when
+    // the handler asks for it a moment later.
+    return look_into(file) || ::ftruncate(file.copy.get(), 0) == 0;
 }
 
 std::string guarded_place(const std::string& path, std::span<const std::string> directories,

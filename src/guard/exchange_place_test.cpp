@@ -109,6 +109,17 @@ TEST_F(ExchangePlace, HoldsNoFileWithASecondNameNorOneOfAnotherKind) {
     EXPECT_FALSE(copied((top_ / "in/fifo").string()));
 }
 
+TEST_F(ExchangePlace, LeavesNothingToReadOfWhatCannotBeLookedInto) {
+    guarded_file damaged;
+    ASSERT_TRUE(copy_guarded_file(write("in/damaged", "<R><Network/></S>"), below_, damaged));
+    EXPECT_TRUE(damaged.documents.empty());
+    EXPECT_EQ(::lseek(damaged.copy.get(), 0, SEEK_END), 0);
+    guarded_file sound;
+    ASSERT_TRUE(copy_guarded_file(write("in/sound", "<R><Network/></R>"), below_, sound));
+    EXPECT_EQ(sound.documents, std::vector<std::string>{"Network"});
+    EXPECT_EQ(::lseek(sound.copy.get(), 0, SEEK_END), 17);
+}
+
 TEST_F(ExchangePlace, TakesAFileUpToItsBound) {
     const std::string path = write("in/file", "");
     fs::resize_file(path, max_guarded_file);
